@@ -61,8 +61,7 @@ class Future {
         }
         std::unique_lock lock(state_->mutex);
         if (state_->taken) {
-            throw std::runtime_error(
-                "Future already returned it's value or has an associated continuation.");
+            throw std::runtime_error("Future already returned it's value or has an associated continuation.");
         }
         state_->changed.wait(lock, [this] { return state_->status != detail::FutureStatus::waiting; });
         state_->taken = true;

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "connector/message_service/MessageService.hpp"
+
 #include <cstddef>
 #include <memory>
 #include <string>
-
-#include "connector/message_service/MessageService.hpp"
 
 namespace connector::message_service {
 

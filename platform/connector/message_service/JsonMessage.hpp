@@ -1,9 +1,9 @@
 #pragma once
 
+#include "connector/common/DataBuffer.hpp"
+
 #include <string>
 #include <utility>
-
-#include "connector/common/DataBuffer.hpp"
 
 namespace connector::message_service {
 

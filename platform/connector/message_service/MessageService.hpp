@@ -1,13 +1,13 @@
 #pragma once
 
+#include "connector/Future.hpp"
+#include "connector/common/DataBuffer.hpp"
+#include "connector/message_service/JsonMessage.hpp"
+
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
-
-#include "connector/Future.hpp"
-#include "connector/common/DataBuffer.hpp"
-#include "connector/message_service/JsonMessage.hpp"
 
 namespace connector::message_service {
 
