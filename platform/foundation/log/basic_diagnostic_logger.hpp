@@ -1,11 +1,11 @@
 #pragma once
 
+#include "foundation/log/Severity.hpp"
+
 #include <atomic>
 #include <sstream>
 #include <string>
 #include <string_view>
-
-#include "foundation/log/Severity.hpp"
 
 namespace foundation::log {
 
@@ -13,11 +13,15 @@ namespace foundation::log {
 void setLoggingEnabled(bool enabled) noexcept;
 bool isLoggingEnabled() noexcept;
 
-/// The mask of every logger that has none of its own, and the mask of the one logger `name`, which
-/// may be set before that logger exists. The initial default mask holds `CaughtException` and
+/// The mask of every logger that has none of its own. Initially it holds `CaughtException` and
 /// `RefusedEngine`.
 void setDefaultMask(unsigned mask);
+unsigned defaultMask();
+
+/// The own mask of the loggers called `name`, which may be set before such a logger exists.
 void setMask(std::string_view name, unsigned mask);
+
+class LoggerRegistry;
 
 /// A named source of log records, on top of Boost.Log.
 ///
@@ -35,6 +39,7 @@ template <>
 class basic_diagnostic_logger<char> {
   public:
     explicit basic_diagnostic_logger(std::string name);
+    ~basic_diagnostic_logger();
     basic_diagnostic_logger(const basic_diagnostic_logger&) = delete;
     basic_diagnostic_logger& operator=(const basic_diagnostic_logger&) = delete;
 
@@ -42,15 +47,18 @@ class basic_diagnostic_logger<char> {
     bool isEnabled(Severity flag) const noexcept {
         return isLoggingEnabled() && (mask_.load(std::memory_order_relaxed) & flag) != 0;
     }
-    void setMask(unsigned mask) noexcept { mask_.store(mask, std::memory_order_relaxed); }
+    /// The same as `foundation::log::setMask(name(), mask)`.
+    void setMask(unsigned mask) { log::setMask(name_, mask); }
 
     /// Emits one record without asking the mask again. Never throws: a log that fails must not fail
     /// its caller.
     void write(Severity flag, const std::string& text) const noexcept;
 
   private:
-    std::string name_;
-    // Relaxed: a record more or less around a change of the mask is harmless.
+    friend class LoggerRegistry;
+
+    const std::string name_;
+    // Written by the registry. Relaxed: a record more or less around a change of the mask is harmless.
     std::atomic<unsigned> mask_;
 };
 
@@ -77,6 +85,6 @@ class RecordStream {
 }  // namespace foundation::log
 
 /// FOUNDATION_LOG(logger, Severity) << "text " << value;
-#define FOUNDATION_LOG(logger, flag)                                                   \
-    for (bool recordDue = (logger).isEnabled(flag); recordDue; recordDue = false)      \
+#define FOUNDATION_LOG(logger, flag)                                              \
+    for (bool recordDue = (logger).isEnabled(flag); recordDue; recordDue = false) \
     ::foundation::log::detail::RecordStream((logger), (flag)).stream()

@@ -1,0 +1,94 @@
+#include "foundation/log/sinks.hpp"
+
+#include "foundation/log/function_trace.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using namespace foundation::log;
+
+namespace {
+
+class Sinks : public testing::Test {
+  protected:
+    void SetUp() override {
+        setLoggingEnabled(true);
+        setDefaultMask(~0U);
+    }
+    void TearDown() override {
+        removeSinks();
+        setLoggingEnabled(false);
+        setDefaultMask(CaughtException | RefusedEngine);
+        std::filesystem::remove(file_);
+    }
+
+    std::vector<std::string> lines() const {
+        std::ifstream stream(file_);
+        std::vector<std::string> found;
+        for (std::string line; std::getline(stream, line);) {
+            found.push_back(line);
+        }
+        return found;
+    }
+
+    const std::filesystem::path file_ =
+        std::filesystem::temp_directory_path() / ("sinks_test." + std::to_string(::getpid()) + ".log");
+};
+
+}  // namespace
+
+TEST_F(Sinks, ALineOfAFileHasTimeSeverityChannelThreadIndentationAndMessage) {
+    addFileSink(file_);
+    const diagnostic_logger logger("log::test::Sinks");
+    {
+        const function_trace trace(logger, "void f()");
+        FOUNDATION_LOG(logger, RefusedEngine) << "no such engine";
+    }
+    const std::string start = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d(\.\d{6})? )";
+    const std::string middle = " log::test::Sinks " + std::to_string(::gettid()) + " ";
+    const auto written = lines();
+    ASSERT_EQ(written.size(), 3U);
+    EXPECT_TRUE(std::regex_match(written[0], std::regex(start + "enter" + middle + R"(void f\(\))")))
+        << written[0];
+    EXPECT_TRUE(std::regex_match(written[1], std::regex(start + "refused" + middle + "  no such engine")))
+        << written[1];
+    EXPECT_TRUE(std::regex_match(written[2], std::regex(start + "exit" + middle + R"(void f\(\))")))
+        << written[2];
+}
+
+TEST_F(Sinks, AFileIsAppendedTo) {
+    std::ofstream(file_) << "earlier\n";
+    addFileSink(file_);
+    const diagnostic_logger logger("log::test::Sinks");
+    FOUNDATION_LOG(logger, Normal) << "later";
+    const auto written = lines();
+    ASSERT_EQ(written.size(), 2U);
+    EXPECT_EQ(written[0], "earlier");
+}
+
+TEST_F(Sinks, AFileThatCannotBeOpenedIsNamed) {
+    try {
+        addFileSink("/nowhere/at/all.log");
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(),
+                     "cannot open the log file '/nowhere/at/all.log' for writing: No such file or directory");
+    }
+}
+
+TEST_F(Sinks, TheConsoleSinkWritesToStandardError) {
+    testing::internal::CaptureStderr();
+    addConsoleSink();
+    const diagnostic_logger logger("log::test::Sinks");
+    FOUNDATION_LOG(logger, Normal) << "to the console";
+    const auto text = testing::internal::GetCapturedStderr();
+    EXPECT_NE(text.find(" normal log::test::Sinks "), std::string::npos) << text;
+    EXPECT_NE(text.find("to the console\n"), std::string::npos) << text;
+}
