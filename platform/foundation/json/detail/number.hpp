@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+namespace foundation::json::detail {
+
+/// The double nearest to the text of a JSON number, which the caller has checked. Beyond the range the result
+/// is infinite, below it 0 or denormal. Independent of the locale.
+double string_to_double(const char* begin, const char* end) noexcept;
+
+/// Reads the number at the start of [position, end): an optional `-`, digits, an optional fraction, an
+/// optional exponent. Leading zeros pass. Returns false, with `position` where it was, if none stands there.
+bool readNumber(const char*& position, const char* end, double& number) noexcept;
+
+/// Room that each of the `write` functions below may need.
+constexpr std::size_t numberRoom = 32;
+
+/// Write a number as the Serializer does to `target`, which has numberRoom bytes, and return the end of the
+/// text.
+char* writeNumber(char* target, double number) noexcept;
+char* writeNumber(char* target, float number) noexcept;
+
+}  // namespace foundation::json::detail
