@@ -1,0 +1,187 @@
+import { asArray, readResponse, readTextMessage } from "./checks.js";
+import { ClosedError, YvmError } from "./errors.js";
+import { RequestFuture, type RequestDriver, type TextOptions } from "./RequestFuture.js";
+import type { RunOptions } from "./RunOptions.js";
+import { decodeYda, encodeYda, type YdaInput, type YdaValue } from "./yda.js";
+
+export interface EvalOptions extends TextOptions {
+    /** Enter the command into the engine's history, as one that a person typed. Default false. */
+    readonly isUserEval?: boolean;
+    readonly runOptions?: RunOptions;
+}
+
+export interface FevalOptions extends TextOptions {
+    /** How many outputs to ask for; 0 discards what the function returns. Default 1. */
+    readonly numOutputs?: number;
+    /** How the outputs travel. Both are decoded to the same values. Default "preferYDAShort". */
+    readonly format?: "preferYDAShort" | "alwaysYDALong";
+    readonly runOptions?: RunOptions;
+}
+
+/** What a successful command printed. */
+export interface EvalResult {
+    /** Text of both streams, in the order in which it was written. */
+    readonly text: string;
+    /** Text of standard output alone. */
+    readonly stdout: string;
+    /** Text of standard error alone. */
+    readonly stderr: string;
+}
+
+/** What an attached client needs of its connection. */
+export interface ClientHost {
+    publish(channel: string, data: Readonly<Record<string, unknown>>): Promise<void>;
+    detach(client: Client): Promise<void>;
+}
+
+/**
+ * A client attached to the engine, made by `Connection.attach`. All clients of an engine share one
+ * workspace; requests of one client are queued in the order of the calls.
+ *
+ * When the server has forgotten the session (it restarted, or this side was away for longer than the
+ * server's grace time), open requests reject with ConnectionError, and the connection attaches the
+ * client again under the same identifier.
+ */
+export class Client {
+    /** The identifier of the attach. */
+    readonly requestID: string;
+    /** The protocol version agreed on. */
+    readonly apiVersion: string;
+    /** The channels of this client all start with this, e.g. `/yvm/abc`. */
+    readonly channelPrefix: string;
+    readonly #host: ClientHost;
+    readonly #open = new Map<string, RequestDriver>();
+    #requestCount = 0;
+    #closed: Error | undefined;
+
+    /** @internal Use `Connection.attach`. */
+    constructor(requestID: string, apiVersion: string, channelPrefix: string, host: ClientHost) {
+        this.requestID = requestID;
+        this.apiVersion = apiVersion;
+        this.channelPrefix = channelPrefix;
+        this.#host = host;
+    }
+
+    /**
+     * Evaluates a command: Python source, of which the value of a last bare expression is displayed,
+     * unless the text ends in a semicolon.
+     */
+    eval(command: string, options: EvalOptions = {}): RequestFuture<EvalResult> {
+        return this.#send(
+            "/eval",
+            { command, isUserEval: options.isUserEval ?? false, runOptions: withText(options.runOptions) },
+            options,
+            (_body, future) => ({ text: future.text, stdout: future.textOf(0), stderr: future.textOf(1) }),
+        );
+    }
+
+    /**
+     * Calls a function by its name, which is looked up in the workspace, then among the builtins, then
+     * as a dotted import, e.g. `numpy.linalg.svd`.
+     *
+     * @param args inputs, see `YdaInput` for what each JavaScript type becomes
+     * @returns the outputs, in order
+     * @throws TypeError or RangeError at once, if an argument has no counterpart in the engine
+     */
+    feval(
+        name: string,
+        args: readonly YdaInput[] = [],
+        options: FevalOptions = {},
+    ): RequestFuture<YdaValue[]> {
+        return this.#send(
+            "/feval",
+            {
+                function: name,
+                numOutputsExpected: options.numOutputs ?? 1,
+                rhsArgs: args.map(encodeYda),
+                ydaOutputFormat: options.format ?? "preferYDAShort",
+                runOptions: withText(options.runOptions),
+            },
+            options,
+            (body) => asArray(body["result"], "result").map(decodeYda),
+        );
+    }
+
+    /** Leaves the engine. Open requests are cancelled there and reject with ClosedError here. */
+    detach(): Promise<void> {
+        return this.#host.detach(this);
+    }
+
+    /** @internal A message on a channel below the prefix; throws ProtocolError. */
+    handleMessage(channel: string, data: unknown): void {
+        const suffix = channel.slice(this.channelPrefix.length);
+        switch (suffix) {
+            case "/text/output":
+            case "/text/error": {
+                const { requestID, stream, text } = readTextMessage(data, channel);
+                this.#open.get(requestID)?.pushText({ stream, text });
+                break;
+            }
+            case "/eval/response":
+            case "/feval/response": {
+                const response = readResponse(data, channel);
+                const request = this.#open.get(response.requestID);
+                if (request === undefined || suffix !== `${request.channel}/response`) {
+                    break; // of a request that was given up when the connection was lost
+                }
+                this.#open.delete(response.requestID);
+                if (response.error) {
+                    request.fail(new YvmError(response.error));
+                } else {
+                    request.respond(response.body);
+                }
+                break;
+            }
+            default: // channels of later protocol additions
+                break;
+        }
+    }
+
+    /** @internal Rejects everything that is open; new requests are still taken. */
+    failOpenRequests(reason: Error): void {
+        const requests = [...this.#open.values()];
+        this.#open.clear();
+        for (const request of requests) {
+            request.fail(reason);
+        }
+    }
+
+    /** @internal The end: open and later requests reject with the reason. */
+    close(reason: Error): void {
+        this.#closed ??= reason;
+        this.failOpenRequests(reason);
+    }
+
+    /** @internal */
+    get isClosed(): boolean {
+        return this.#closed !== undefined;
+    }
+
+    #send<T>(
+        channel: string,
+        keys: Readonly<Record<string, unknown>>,
+        options: TextOptions,
+        readResult: (body: Readonly<Record<string, unknown>>, future: RequestFuture<T>) => T,
+    ): RequestFuture<T> {
+        const requestID = String(++this.#requestCount);
+        const future = new RequestFuture<T>(requestID, channel, options, readResult, (driver) => {
+            if (this.#closed) {
+                driver.fail(new ClosedError("The client is detached", { cause: this.#closed }));
+                return;
+            }
+            this.#open.set(requestID, driver);
+            this.#host
+                .publish(`${this.channelPrefix}${channel}/request`, { requestID, ...keys })
+                .catch((error: unknown) => {
+                    this.#open.delete(requestID);
+                    driver.fail(error as Error);
+                });
+        });
+        return future;
+    }
+}
+
+/** Text comes with its request, unless the caller chose otherwise. */
+function withText(runOptions: RunOptions | undefined): RunOptions {
+    return { useNullOutSink: false, useNullErrSink: false, ...runOptions };
+}

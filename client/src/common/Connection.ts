@@ -1,0 +1,270 @@
+import { asString, readResponse, type JsonObject, type Response } from "./checks.js";
+import { Client } from "./Client.js";
+import { ClosedError, ConnectionError, YvmError } from "./errors.js";
+import type { Subscription, Transport, TransportEvents } from "./transport.js";
+
+const attachChannel = "/yvm/attach";
+const detachChannel = "/yvm/detach";
+const supportedApiVersions = ["r24a0"];
+
+/**
+ * - "connected": requests go out and answers come in
+ * - "lost": the link is down, and is being restored; new requests may be refused meanwhile
+ * - "closed": for good, by `disconnect` or by the server; then with the reason
+ */
+export type ConnectionStatus =
+    | { readonly state: "connected" }
+    | { readonly state: "lost"; readonly reason: Error }
+    | { readonly state: "closed"; readonly reason: Error };
+
+export interface AttachOptions {
+    /**
+     * Names the client and its channels: 1 to 64 letters, digits, `-` and `_`, not in use by another
+     * session. Default a random one.
+     */
+    readonly requestID?: string;
+}
+
+/** Ends what it was returned for. */
+export interface Disposable {
+    dispose(): void;
+}
+
+interface Attached {
+    readonly client: Client;
+    subscription: Subscription;
+}
+
+interface PendingResponse {
+    resolve(response: Response): void;
+    reject(reason: Error): void;
+}
+
+/** A connection to the server, made by `connect`. It carries any number of attached clients. */
+export class Connection {
+    readonly #transport: Transport;
+    /** Attached clients by channel prefix. */
+    readonly #clients = new Map<string, Attached>();
+    /** Attaches and detaches that wait for their response, by channel and requestID. */
+    readonly #pending = new Map<string, PendingResponse>();
+    readonly #statusListeners = new Set<(status: ConnectionStatus) => void>();
+    #status: ConnectionStatus = { state: "connected" };
+    #ownChannels: Promise<unknown> | undefined;
+    #identifierCount = 0;
+
+    /**
+     * @internal Use `connect`.
+     * @param createTransport makes the transport, given where it is to report
+     */
+    private constructor(createTransport: (events: TransportEvents) => Transport) {
+        this.#transport = createTransport({
+            onMessage: (channel, data) => {
+                this.#onMessage(channel, data);
+            },
+            onLost: (reason) => {
+                this.#onLost(reason);
+            },
+            onRestored: (session) => {
+                void this.#onRestored(session);
+            },
+            onClosed: (reason) => {
+                this.#end(reason);
+            },
+        });
+    }
+
+    /** @internal Use `connect`. */
+    static async open(createTransport: (events: TransportEvents) => Transport): Promise<Connection> {
+        const connection = new Connection(createTransport);
+        await connection.#transport.open();
+        return connection;
+    }
+
+    get status(): ConnectionStatus {
+        return this.#status;
+    }
+
+    /** Calls the listener at each change of the status, and not for the present one. */
+    onStatus(listener: (status: ConnectionStatus) => void): Disposable {
+        this.#statusListeners.add(listener);
+        return { dispose: () => this.#statusListeners.delete(listener) };
+    }
+
+    /**
+     * Attaches to the engine. Waits while the engine is starting.
+     *
+     * @throws YvmError if the module refuses it, RefusedError if the server does, e.g. because the
+     * identifier is in use
+     */
+    async attach(options: AttachOptions = {}): Promise<Client> {
+        this.#requireOpen();
+        const requestID = options.requestID ?? this.#newIdentifier();
+        const { apiVersion, channelPrefix } = await this.#requestAttach(requestID);
+        const client = new Client(requestID, apiVersion, channelPrefix, {
+            publish: (channel, data) => this.#publish(channel, data),
+            detach: (detached) => this.#detach(detached),
+        });
+        // The server lets us subscribe below the prefix only once we are attached.
+        const subscription = await this.#transport.subscribe(`${channelPrefix}/**`);
+        this.#clients.set(channelPrefix, { client, subscription });
+        return client;
+    }
+
+    /** Detaches all clients and says goodbye. Everything open rejects with ClosedError. Idempotent. */
+    async disconnect(): Promise<void> {
+        this.#end(new ClosedError("The connection was closed by disconnect()"));
+        // The server detaches the clients of a session that ends.
+        await this.#transport.close();
+    }
+
+    async #requestAttach(requestID: string): Promise<{ apiVersion: string; channelPrefix: string }> {
+        // Before the publish, since the response comes as soon as the engine is there. Once is enough.
+        this.#ownChannels ??= Promise.all([
+            this.#transport.subscribe(`${attachChannel}/response`),
+            this.#transport.subscribe(`${detachChannel}/response`),
+        ]);
+        await this.#ownChannels;
+        const response = await this.#request(attachChannel, {
+            requestID,
+            yvmID: "user-yvm",
+            supportedApiVersions,
+        });
+        const path = `${attachChannel}/response`;
+        return {
+            apiVersion: asString(response.body["apiVersion"], `${path}.apiVersion`),
+            channelPrefix: asString(response.body["channelPrefix"], `${path}.channelPrefix`),
+        };
+    }
+
+    async #detach(client: Client): Promise<void> {
+        const attached = this.#clients.get(client.channelPrefix);
+        if (attached?.client !== client) {
+            return; // detached before
+        }
+        this.#clients.delete(client.channelPrefix);
+        client.close(new ClosedError("The client was detached"));
+        attached.subscription.unsubscribe();
+        await this.#request(detachChannel, {
+            requestID: this.#newIdentifier(),
+            requestIDtoDetach: client.requestID,
+        });
+    }
+
+    /** Publishes a request on one of the two public channels, and waits for the response. */
+    #request(channel: string, data: JsonObject & { readonly requestID: string }): Promise<Response> {
+        const key = `${channel} ${data.requestID}`;
+        return new Promise<Response>((resolve, reject) => {
+            this.#pending.set(key, { resolve, reject });
+            this.#publish(`${channel}/request`, data).catch((error: unknown) => {
+                this.#pending.delete(key);
+                reject(error as Error);
+            });
+        });
+    }
+
+    async #publish(channel: string, data: JsonObject): Promise<void> {
+        this.#requireOpen();
+        await this.#transport.publish(channel, data);
+    }
+
+    #onMessage(channel: string, data: unknown): void {
+        try {
+            if (channel === `${attachChannel}/response`) {
+                this.#onResponse(attachChannel, readResponse(data, channel));
+            } else if (channel === `${detachChannel}/response`) {
+                this.#onResponse(detachChannel, readResponse(data, channel));
+            } else {
+                const prefix = channel.split("/", 3).join("/");
+                this.#clients.get(prefix)?.client.handleMessage(channel, data);
+            }
+        } catch (error) {
+            // Whatever this server speaks, it is not our protocol: better to end than to wait for
+            // answers that can't be recognised.
+            this.#end(error as Error);
+            void this.#transport.close();
+        }
+    }
+
+    #onResponse(channel: string, response: Response): void {
+        const key = `${channel} ${response.requestID}`;
+        const pending = this.#pending.get(key);
+        this.#pending.delete(key);
+        if (response.error) {
+            pending?.reject(new YvmError(response.error));
+        } else {
+            pending?.resolve(response);
+        }
+    }
+
+    #onLost(reason: Error): void {
+        if (!this.#transport.redelivers) {
+            this.#failOpen(reason);
+        }
+        this.#setStatus({ state: "lost", reason });
+    }
+
+    async #onRestored(session: "kept" | "new"): Promise<void> {
+        if (session === "new") {
+            this.#failOpen(new ConnectionError("The server no longer knows this session"));
+            this.#ownChannels = undefined;
+            await Promise.all([...this.#clients.values()].map((attached) => this.#attachAgain(attached)));
+        }
+        if (this.#status.state === "lost") {
+            this.#setStatus({ state: "connected" });
+        }
+    }
+
+    async #attachAgain(attached: Attached): Promise<void> {
+        const { client } = attached;
+        try {
+            await this.#requestAttach(client.requestID);
+            attached.subscription = await this.#transport.subscribe(`${client.channelPrefix}/**`);
+        } catch (error) {
+            this.#clients.delete(client.channelPrefix);
+            client.close(error as Error);
+        }
+    }
+
+    #failOpen(reason: Error): void {
+        const pending = [...this.#pending.values()];
+        this.#pending.clear();
+        for (const response of pending) {
+            response.reject(reason);
+        }
+        for (const { client } of this.#clients.values()) {
+            client.failOpenRequests(reason);
+        }
+    }
+
+    #end(reason: Error): void {
+        if (this.#status.state === "closed") {
+            return;
+        }
+        this.#setStatus({ state: "closed", reason });
+        this.#failOpen(reason);
+        for (const { client } of this.#clients.values()) {
+            client.close(reason);
+        }
+        this.#clients.clear();
+    }
+
+    #setStatus(status: ConnectionStatus): void {
+        this.#status = status;
+        for (const listener of [...this.#statusListeners]) {
+            listener(status);
+        }
+    }
+
+    #requireOpen(): void {
+        if (this.#status.state === "closed") {
+            throw new ClosedError("The connection is closed", { cause: this.#status.reason });
+        }
+    }
+
+    /** Unlikely to meet another's; the server refuses it if it does, so it need not be a secret. */
+    #newIdentifier(): string {
+        const random = () => Math.random().toString(36).slice(2, 10);
+        this.#identifierCount += 1;
+        return `${random()}${random()}-${this.#identifierCount}`;
+    }
+}

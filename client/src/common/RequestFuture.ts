@@ -1,0 +1,147 @@
+import type { TextChunk } from "./checks.js";
+
+/** How a request is driven from the inside; users see the RequestFuture alone. */
+export interface RequestDriver {
+    /** Where to: the channel below the client's prefix that answers it, e.g. `/eval`. */
+    readonly channel: string;
+    pushText(chunk: TextChunk): void;
+    /** The response came. A throw of the reader of the result rejects the request. */
+    respond(body: Readonly<Record<string, unknown>>): void;
+    fail(reason: Error): void;
+}
+
+export interface TextOptions {
+    /**
+     * Called with each piece of text as it arrives, before the request is settled. What it throws
+     * rejects the request.
+     */
+    readonly onText?: ((chunk: TextChunk) => void) | undefined;
+    /**
+     * Keep the text for `text`, `output` and the result. Turn it off for a command that prints without
+     * end, where `onText` is all that is wanted. Default true.
+     */
+    readonly keepText?: boolean | undefined;
+}
+
+/**
+ * A request in flight: await it for its result, or read its text while it runs.
+ *
+ * It resolves when the server's response has come, which is when the work has ended and all of its text
+ * has arrived. It rejects with
+ * - YvmError if the command failed or was not accepted by the engine,
+ * - RefusedError if the server did not take the message,
+ * - ConnectionError if the connection was lost, and it is unknown how the command ended,
+ * - ClosedError if the client was detached or the connection closed from this side.
+ */
+export class RequestFuture<T> implements PromiseLike<T> {
+    /** The identifier under which the server knows the request. */
+    readonly requestID: string;
+    /** The result as an ordinary promise. */
+    readonly done: Promise<T>;
+    readonly #chunks: TextChunk[] = [];
+    #settled = false;
+    /** Wakes the readers of `output`, each of which waits for at most one call. */
+    #wake: (() => void)[] = [];
+
+    /**
+     * @param requestID identifier of the request
+     * @param options what happens to its text
+     * @param readResult makes the result from the response's body and the text, or throws
+     * @param expose is given the driver
+     */
+    constructor(
+        requestID: string,
+        channel: string,
+        options: TextOptions,
+        readResult: (body: Readonly<Record<string, unknown>>, future: RequestFuture<T>) => T,
+        expose: (driver: RequestDriver) => void,
+    ) {
+        this.requestID = requestID;
+        this.done = new Promise((resolve, reject) => {
+            const settle = () => {
+                this.#settled = true;
+                this.#wakeReaders();
+            };
+            const fail = (reason: unknown) => {
+                settle();
+                // eslint-disable-next-line @typescript-eslint/prefer-promise-reject-errors -- passed on as thrown
+                reject(reason);
+            };
+            expose({
+                channel,
+                pushText: (chunk) => {
+                    if (options.keepText ?? true) {
+                        this.#chunks.push(chunk);
+                    }
+                    this.#wakeReaders();
+                    try {
+                        options.onText?.(chunk);
+                    } catch (error) {
+                        fail(error);
+                    }
+                },
+                respond: (body) => {
+                    settle();
+                    // Through a promise, so that what the reader throws becomes the rejection.
+                    resolve(Promise.resolve().then(() => readResult(body, this)));
+                },
+                fail,
+            });
+        });
+    }
+
+    // A thenable is what makes `await client.eval(...)` work while the object offers more than a promise.
+    then<R1 = T, R2 = never>(
+        onFulfilled?: ((value: T) => R1 | PromiseLike<R1>) | null,
+        onRejected?: ((reason: unknown) => R2 | PromiseLike<R2>) | null,
+    ): Promise<R1 | R2> {
+        return this.done.then(onFulfilled, onRejected);
+    }
+
+    /** The text that has come so far, of both streams in the order of arrival. */
+    get text(): string {
+        return this.#chunks.map((chunk) => chunk.text).join("");
+    }
+
+    /** The text that has come so far on one stream: 0 for standard output, 1 for standard error. */
+    textOf(stream: 0 | 1): string {
+        return this.#chunks
+            .filter((chunk) => chunk.stream === stream)
+            .map((chunk) => chunk.text)
+            .join("");
+    }
+
+    /**
+     * The text, piece by piece from the first, to be read with `for await`. The loop ends when the
+     * request is settled, and throws what the request rejects with.
+     */
+    get output(): AsyncIterable<TextChunk> {
+        // Whoever loops over the text learns of a failure there.
+        this.done.catch(() => undefined);
+        return { [Symbol.asyncIterator]: () => this.#readChunks() };
+    }
+
+    async *#readChunks(): AsyncGenerator<TextChunk, void> {
+        let next = 0;
+        for (;;) {
+            const chunk = this.#chunks[next];
+            if (chunk) {
+                next += 1;
+                yield chunk;
+            } else if (this.#settled) {
+                await this.done;
+                return;
+            } else {
+                await new Promise<void>((resolve) => this.#wake.push(resolve));
+            }
+        }
+    }
+
+    #wakeReaders(): void {
+        const readers = this.#wake;
+        this.#wake = [];
+        for (const wake of readers) {
+            wake();
+        }
+    }
+}

@@ -1,0 +1,26 @@
+/** What the package offers, through its door for browsers and its door for Node.js alike. */
+export type { JsonObject, TextChunk } from "./checks.js";
+export { Client, type EvalOptions, type EvalResult, type FevalOptions } from "./Client.js";
+export { type ConnectOptions } from "./connect.js";
+export { Connection, type AttachOptions, type ConnectionStatus, type Disposable } from "./Connection.js";
+export {
+    ClosedError,
+    ConnectionError,
+    ProtocolError,
+    RefusedError,
+    YvmError,
+    type StackFrame,
+    type YvmFailure,
+} from "./errors.js";
+export { RequestFuture, type TextOptions } from "./RequestFuture.js";
+export type { DequeueMode, RunOptions, SinkTraits } from "./RunOptions.js";
+export {
+    decodeYda,
+    encodeYda,
+    ndarray,
+    type NdArray,
+    type NestedNumbers,
+    type NumericKind,
+    type YdaInput,
+    type YdaValue,
+} from "./yda.js";
