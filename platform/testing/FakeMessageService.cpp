@@ -7,7 +7,7 @@
 #include <thread>
 #include <utility>
 
-namespace platform::testing {
+namespace platform_testing {
 
 namespace {
 
@@ -339,4 +339,4 @@ std::vector<std::string> FakeMessageServiceFactory::names() const {
     return state_->names;
 }
 
-}  // namespace platform::testing
+}  // namespace platform_testing

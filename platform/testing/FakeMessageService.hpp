@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-namespace platform::testing {
+namespace platform_testing {
 
 /// A message service that the test steps by hand: nothing is delivered until the test says so, and
 /// then on the test's own thread. It records what was published and who subscribed.
@@ -148,4 +148,4 @@ class FakeMessageServiceFactory {
     std::shared_ptr<State> state_;
 };
 
-}  // namespace platform::testing
+}  // namespace platform_testing

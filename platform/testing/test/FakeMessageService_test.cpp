@@ -6,7 +6,7 @@
 #include <future>
 #include <thread>
 
-namespace platform::testing {
+namespace platform_testing {
 namespace {
 
 using connector::common::DataBuffer;
@@ -209,4 +209,4 @@ TEST(FakeMessageServiceFactoryTest, AnswersWhileItLivesAndFailsAsTold) {
 }
 
 }  // namespace
-}  // namespace platform::testing
+}  // namespace platform_testing
