@@ -46,8 +46,8 @@ class [[gnu::visibility("default")]] CmdDistributor {
     /// failure, or the `RuntimeException` of a cancel. `T` is void or a vector of arrays.
     ///
     /// Throws `std::invalid_argument`, before anything is registered, with "request cannot be null."
-    /// and "request must contain an IIP.". The future that is returned is fulfilled after the
-    /// completion has run; dropping it does nothing.
+    /// and "request must contain an IIP."; a call that throws never runs `completion`. The future that is
+    /// returned is fulfilled after the completion has run; dropping it does nothing.
     template <typename T>
     boost::future<void> enqueueWithFuture(std::shared_ptr<CmdRequest> request,
                                           std::function<void(boost::future<T>)> completion,
@@ -60,7 +60,7 @@ class [[gnu::visibility("default")]] CmdDistributor {
     /// Waiting: taken out of the queue, its completion run, `CANCEL_BEFORE_RUNNING`. Running, with
     /// `interrupt`: stopped; the future is fulfilled when it really has stopped. Running, without
     /// `interrupt`: left alone, `UNABLE_TO_CANCEL_OTHER`. Finished: `UNABLE_TO_CANCEL_ALREADY_DONE`.
-    /// Never queued: `UNABLE_TO_CANCEL_OTHER`. Never waits and never throws for an unknown id. Only
+    /// Never queued: `UNABLE_TO_CANCEL_OTHER`. Never waits, and an unknown id is no error. Only
     /// futures of promises are returned: a deferred one would never run a continuation.
     virtual boost::shared_future<CancelStatus> cancel(const IDType& id, bool interrupt) = 0;
 
@@ -78,9 +78,9 @@ class [[gnu::visibility("default")]] CmdDistributor {
                                      std::unique_ptr<PromiseDelegate> delegate, RunOptions runOptions,
                                      const IDType& id, std::shared_ptr<void> context);
 
-    /// Takes over a submission that has passed the checks. An exception fails the submission through
-    /// its delegate's destructor only if the delegate had been moved in; it leaves to the caller.
-    virtual void enqueueImpl(Submission submission) = 0;
+    /// Moves out of a submission that has passed the checks, or throws without having done so: then the
+    /// exception leaves to the caller, and the completion never runs.
+    virtual void enqueueImpl(Submission& submission) = 0;
 };
 
 }  // namespace cmddistributor

@@ -31,6 +31,7 @@ struct FEvalIIP {
     /// 0 discards the outputs, 1 takes the value, n takes a tuple or list of at least n. Never
     /// reserve by it: clients can ask for 2^64-1.
     std::uint64_t numOutputs = 0;
+    bool flag = false;  ///< what the caller of `fevalWithCompletion` gave; nothing reads it
 };
 
 /// The in-interpreter part of a request: what the engine runs.
@@ -77,7 +78,8 @@ class [[gnu::visibility("default")]] FEvalCmdRequest final : public CmdRequest {
 
 namespace detail {
 
-/// Throws `std::invalid_argument` when an argument holds no array at all.
+/// Throws `std::invalid_argument`, which counts the arguments from 1, when an argument or an array within
+/// it claims elements and holds no memory for them. Null is a value like any other.
 void validateInput(const std::vector<foundation::yorlabdata::Array>& arguments);
 
 }  // namespace detail

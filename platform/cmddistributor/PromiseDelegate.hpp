@@ -7,6 +7,7 @@
 
 #include <exception>
 #include <functional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -30,13 +31,17 @@ class [[gnu::visibility("default")]] PromiseDelegate {
     /// way through the future, never the text.
     void fail(std::exception_ptr error);
 
+    /// Forgets the completion: it never runs, not even when the delegate dies.
+    void dismiss() noexcept;
+
     /// Fulfilled after the completion has run.
     boost::future<void> getDone() { return done_.get_future(); }
 
   protected:
     PromiseDelegate() = default;
 
-    /// Must be called by the destructor of the most derived class, as the completion lives there.
+    /// Fails the submission if it is unsettled. Must be called by the destructor of the most derived
+    /// class, as the completion lives there.
     void abandon() noexcept;
 
   private:
@@ -44,6 +49,7 @@ class [[gnu::visibility("default")]] PromiseDelegate {
     virtual void failImpl(const RuntimeException& error) = 0;
     virtual void failImpl(const std::exception_ptr& error) = 0;
 
+    /// Runs `deliver` the first time, then fulfils `done_`.
     template <typename Deliver>
     void settle(Deliver deliver) noexcept;
 
@@ -91,5 +97,8 @@ class PromiseDelegateT final : public PromiseDelegate {
 
     Completion completion_;
 };
+
+/// The identifier of the error that a delegate which dies unsettled delivers.
+inline constexpr const char* abandonedIdentifier = "yvm:abandoned";
 
 }  // namespace cmddistributor

@@ -6,6 +6,7 @@
 
 #include <boost/variant.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -15,7 +16,8 @@
 
 namespace cmddistributor {
 
-/// Why a command failed, with everything that the engine knows about it. A value.
+/// Why a command failed, with everything that the engine knows about it. A value; copies share their
+/// fields, so that copying one neither throws nor costs more for a long chain of causes.
 ///
 /// Derives from `std::exception` alone, directly and not virtually: only so does its type survive
 /// every way through a Boost future. From any class of the standard hierarchy below it,
@@ -27,6 +29,11 @@ class [[gnu::visibility("default")]] RuntimeException : public std::exception {
         boost::variant<std::int8_t, std::uint8_t, std::int16_t, std::uint16_t, std::int32_t, std::uint32_t,
                        std::int64_t, std::uint64_t, float, double, std::u16string>;
     using Arguments = std::vector<Argument>;
+
+    /// How many levels of causes are kept below an error; the constructors drop what lies deeper. Everybody
+    /// who walks the causes, a client's JSON reader included, does so on a stack: a program that wraps its
+    /// errors in a loop must not exhaust it.
+    static constexpr std::size_t maxCauseDepth = 100;
 
     RuntimeException(Status status, std::u16string message, std::string identifier = {},
                      std::string functionName = {}, std::vector<StackFrame> stackFrames = {},
@@ -41,10 +48,8 @@ class [[gnu::visibility("default")]] RuntimeException : public std::exception {
                      std::vector<StackFrame> stackFrames, std::vector<RuntimeException> causes, bool shutdown,
                      Arguments arguments, foundation::json::Object exceptionJson);
 
-    RuntimeException(const RuntimeException&);
-    RuntimeException(RuntimeException&&) noexcept;
-    RuntimeException& operator=(const RuntimeException&);
-    RuntimeException& operator=(RuntimeException&&) noexcept;
+    RuntimeException(const RuntimeException&) noexcept;
+    RuntimeException& operator=(const RuntimeException&) noexcept;
     ~RuntimeException() override;
 
     /// The message as UTF-8.
@@ -68,16 +73,15 @@ class [[gnu::visibility("default")]] RuntimeException : public std::exception {
     RuntimeException withStatus(Status status) const;
 
   private:
-    Status status_;
-    std::u16string message_;
-    std::string what_;
-    std::string identifier_;
-    std::string functionName_;
-    std::vector<StackFrame> stackFrames_;
-    std::vector<RuntimeException> causes_;
-    bool shutdown_;
-    Arguments arguments_;
-    std::optional<foundation::json::Object> exceptionJson_;
+    struct Fields;
+
+    explicit RuntimeException(std::shared_ptr<const Fields> fields) noexcept;
+
+    static std::shared_ptr<const Fields> makeFields(Fields fields);
+    /// A copy whose tree of causes has at most `levels` levels below it.
+    RuntimeException withCausesCutBelow(std::size_t levels) const;
+
+    std::shared_ptr<const Fields> fields_;
 };
 
 }  // namespace cmddistributor
