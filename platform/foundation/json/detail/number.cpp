@@ -37,6 +37,12 @@ double string_to_double(const char* begin, const char* end) noexcept {
     return number;
 }
 
+float string_to_float(const char* begin, const char* end) noexcept {
+    float number = 0;
+    fast_float::from_chars(begin, end, number);
+    return number;
+}
+
 bool readNumber(const char*& position, const char* end, double& number) noexcept {
     const char* p = position;
     const bool negative = p != end && *p == '-';

@@ -8,6 +8,9 @@ namespace foundation::json::detail {
 /// is infinite, below it 0 or denormal. Independent of the locale.
 double string_to_double(const char* begin, const char* end) noexcept;
 
+/// The same for float, which may differ from the double rounded once more.
+float string_to_float(const char* begin, const char* end) noexcept;
+
 /// Reads the number at the start of [position, end): an optional `-`, digits, an optional fraction, an
 /// optional exponent. Leading zeros pass. Returns false, with `position` where it was, if none stands there.
 bool readNumber(const char*& position, const char* end, double& number) noexcept;

@@ -10,7 +10,7 @@
 
 /// Arrays as JSON, in two forms.
 ///
-/// The long form is an object of three members; the order of its members does not matter, others are ignored:
+/// The long form is an object of three members; the order of its members does not matter:
 ///
 ///     {"ywtype": "float64", "ywsize": [2, 3], "ywdata": [1, 2, 3, 4, 5, "NaN"]}
 ///
@@ -32,7 +32,7 @@
 namespace foundation::yorlabdata::json {
 
 /// Reads either form from its JSON text, without building a tree, numbers straight into the array's memory.
-/// White space around the value is skipped. A repeated key keeps its first value.
+/// White space around the value is skipped.
 ///
 /// Throws std::runtime_error, which tells what was wrong and what is accepted: text that is no JSON, an
 /// unknown `ywtype`, a missing member, an element of the wrong type or outside of its range, a number of
