@@ -16,8 +16,14 @@ namespace yvm::json_serializers {
 /// | `stackFrames`   | array of `{"fileName", "functionName", "lineNumber", "sourceLine"}`, innermost last |
 /// | `causes`        | array of objects like this one, the direct cause first                          |
 /// | `shutdown`      | boolean                                                                         |
-/// | `arguments`     | array; 64-bit integers are decimal strings in the typed form `{"ywtype", "ywsize",
-/// "ywdata"}` | | `exceptionJson` | object, or null where the engine gave none |
+/// | `arguments`     | array of numbers, strings and typed arrays, see below                           |
+/// | `exceptionJson` | object, or null where the engine gave none                                      |
+///
+/// In `arguments`, integers of up to 32 bits and finite floats are numbers and texts are strings. 64-bit
+/// integers, and floats that are not finite, are arrays in the typed form, which no reader rounds:
+/// `{"ywtype": "int64", "ywsize": [], "ywdata": ["-7"]}`.
+///
+/// Recursive over the causes, of which `RuntimeException` bounds the depth.
 foundation::json::Object serialize(const cmddistributor::RuntimeException& exception);
 
 }  // namespace yvm::json_serializers
