@@ -106,6 +106,7 @@ describe("a connection", () => {
         server.forgetSessions();
         server.cutSockets();
         await restored;
+        expect(client.closed).toMatchObject({ name: "RefusedError", code: 403 });
         await expect(client.eval("1").done).rejects.toMatchObject({
             name: "ClosedError",
             cause: { name: "RefusedError", code: 403 },

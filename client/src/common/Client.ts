@@ -152,9 +152,9 @@ export class Client {
         this.failOpenRequests(reason);
     }
 
-    /** @internal */
-    get isClosed(): boolean {
-        return this.#closed !== undefined;
+    /** Why the client takes no more requests; undefined while it does. */
+    get closed(): Error | undefined {
+        return this.#closed;
     }
 
     #send<T>(

@@ -1,0 +1,59 @@
+import type { TextChunk } from "yvm-client";
+
+import { make } from "./dom";
+import { failureView } from "./failureView";
+import { OutputText } from "./OutputText";
+
+/** One command and what came of it. Text is taken in at once and shown at the next `render`. */
+export class Cell {
+    readonly element: HTMLElement;
+    readonly #text = new OutputText();
+    readonly #output = make("div", "output");
+    readonly #progress = make("p", "progress", make("span", "spinner"), "running");
+    readonly #start = performance.now();
+
+    constructor(command: string) {
+        const input = make("pre", "input", command);
+        input.setAttribute("aria-label", "Command");
+        this.element = make("article", "cell running", input, this.#output, this.#progress);
+        // Screen readers wait until the command has ended.
+        this.element.setAttribute("aria-busy", "true");
+    }
+
+    append(chunk: TextChunk): void {
+        this.#text.append(chunk.stream, chunk.text);
+    }
+
+    /** Brings the page up to date with the text. */
+    render(): void {
+        const { runs, dropped } = this.#text;
+        const views: HTMLElement[] = [];
+        if (dropped > 0) {
+            views.push(
+                make("p", "dropped", `${dropped.toLocaleString("en")} earlier characters are not kept`),
+            );
+        }
+        for (const { stream, text } of runs) {
+            // What a terminal would still hold back: a pending return, and the last line's end.
+            const shown = text.replace(/\r$/, "");
+            views.push(make("pre", stream === 0 ? "stdout" : "stderr", shown));
+        }
+        this.#output.replaceChildren(...views);
+    }
+
+    /** The command has ended, with or without a failure. */
+    finish(error: Error | undefined): void {
+        this.render();
+        if (error) {
+            this.element.classList.add("failed");
+            this.element.append(failureView(error));
+        }
+        const seconds = (performance.now() - this.#start) / 1000;
+        this.#progress.remove();
+        if (seconds >= 1) {
+            this.element.append(make("p", "duration", `${seconds.toFixed(1)} s`));
+        }
+        this.element.classList.remove("running");
+        this.element.removeAttribute("aria-busy");
+    }
+}
