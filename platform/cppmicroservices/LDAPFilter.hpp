@@ -16,6 +16,7 @@ namespace cppmicroservices {
 /// - In a value, a backslash makes the next character literal; `(` must be escaped, as must `)`. With `=`, a
 ///   bare `*` stands for any text, and `name=*` asks only whether the property is there.
 /// - An array matches if any of its elements does.
+/// - `>=` and `<=` apply to texts and numbers only.
 /// - Texts compare bytewise; `~=` ignores letter case and blanks. A boolean equals the text "true" or
 ///   "false". A number is compared as a number with a value that reads as one, otherwise it does not match.
 ///   Null, and objects, match presence only.

@@ -9,7 +9,8 @@ namespace detail {
 /// The qualified name of a type as the source spells it, for example "yvm::YVM".
 std::string GetDemangledName(const std::type_info& type);
 
-/// Throws `ServiceException` if the id is empty.
+/// Throws `ServiceException` "The service interface class has no CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE
+/// macro" if the id is empty.
 void requireInterfaceId(const std::string& interfaceId);
 
 }  // namespace detail

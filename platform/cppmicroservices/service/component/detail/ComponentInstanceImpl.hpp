@@ -20,7 +20,7 @@ class ComponentInstanceImpl<Implementation, std::tuple<Interfaces...>> final : p
     InterfaceMap GetInterfaceMap() const override {
         InterfaceMap interfaces;
         (interfaces.emplace(us_service_interface_iid<Interfaces>(),
-                            std::static_pointer_cast<Interfaces>(implementation_)),
+                            std::shared_ptr<Interfaces>(implementation_)),
          ...);
         return interfaces;
     }
