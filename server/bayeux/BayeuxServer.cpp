@@ -1,0 +1,454 @@
+#include "server/bayeux/BayeuxServer.hpp"
+
+#include "foundation/log/basic_diagnostic_logger.hpp"
+#include "server/bayeux/Channels.hpp"
+#include "server/bayeux/JsonText.hpp"
+#include "server/bayeux/Secrets.hpp"
+
+#include <algorithm>
+#include <charconv>
+
+namespace server::bayeux {
+
+namespace {
+
+constexpr std::string_view kHandshake = "/meta/handshake";
+constexpr std::string_view kConnect = "/meta/connect";
+constexpr std::string_view kDisconnect = "/meta/disconnect";
+constexpr std::string_view kSubscribe = "/meta/subscribe";
+constexpr std::string_view kUnsubscribe = "/meta/unsubscribe";
+
+/// The channel of a reply to what has none, or to a frame that could not be read.
+constexpr std::string_view kNowhere = "/meta/error";
+
+/// Clients close their socket themselves after a disconnect; the server does it for those that don't.
+constexpr std::chrono::seconds kCloseAfterDisconnect{1};
+
+foundation::log::diagnostic_logger& logger() {
+    static auto& instance = *new foundation::log::diagnostic_logger("server::bayeux");
+    return instance;
+}
+
+/// Whether version `wanted`, numbers joined by dots, is above 1.0. What is no number counts as 0.
+bool isAboveOwnVersion(std::string_view wanted) {
+    for (const int own : {1, 0}) {
+        int number = 0;
+        std::from_chars(wanted.data(), wanted.data() + wanted.size(), number);
+        if (number != own) {
+            return number > own;
+        }
+        const std::size_t dot = wanted.find('.');
+        wanted = dot == std::string_view::npos ? std::string_view() : wanted.substr(dot + 1);
+    }
+    return false;
+}
+
+std::string adviceField(std::string_view advice) {
+    return R"(,"advice":)" + std::string(advice);
+}
+
+/// Whether two pointers, either of which may be empty, mean one connection.
+bool isSame(const std::weak_ptr<Connection>& a, const std::weak_ptr<Connection>& b) {
+    return !a.owner_before(b) && !b.owner_before(a);
+}
+
+}  // namespace
+
+/// The messages of one frame while they are carried out.
+struct BayeuxServer::Batch {
+    std::shared_ptr<Connection> from;
+    bool holdsHandshake = false;
+    bool isSingle = false;
+    Frame frame;
+    /// The sessions that connected: what waits for them goes out behind the replies.
+    std::vector<std::shared_ptr<Session>> connected;
+};
+
+BayeuxServer::BayeuxServer(std::shared_ptr<connector::message_service::Broker> broker, Options options)
+    : broker_(std::move(broker)),
+      options_(std::move(options)),
+      ingress_(options_.maxMessageBytes),
+      lifecycle_(broker_, {.deliver =
+                               [this](SessionNumber number, Event event) {
+                                   const auto session = find(number);
+                                   if (session && session->isSubscribedTo(event.channel)) {
+                                       session->queue().push(std::move(event));
+                                   }
+                               },
+                           .freed =
+                               [this](SessionNumber number, const std::string& identifier) {
+                                   if (const auto session = find(number)) {
+                                       session->unsubscribeFromClient(identifier);
+                                   }
+                               },
+                           .post = options_.post}) {}
+
+BayeuxServer::~BayeuxServer() = default;
+
+void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string& frame) {
+    Batch batch;
+    batch.from = from;
+    const auto parsed = parseEnvelope(frame);
+    if (const auto* refusal = std::get_if<Refusal>(&parsed)) {
+        refuse(batch, Message(), *refusal);
+    } else {
+        const auto& messages = std::get<std::vector<Message>>(parsed);
+        batch.isSingle = messages.size() == 1;
+        batch.holdsHandshake = std::any_of(messages.begin(), messages.end(),
+                                           [](const Message& message) { return message.channel == kHandshake; });
+        for (const Message& message : messages) {
+            handle(batch, message);
+        }
+    }
+    for (const auto& session : batch.connected) {
+        // Events may travel with the reply to a connect only, where they cannot travel by themselves.
+        if (!from->isStreaming() && !session->held) {
+            for (const Event& event : session->queue().take(options_.maxFrameBytes)) {
+                batch.frame.addEvent(event);
+            }
+        }
+    }
+    if (!batch.frame.empty()) {
+        from->send(batch.frame.take());
+    }
+    for (const auto& session : batch.connected) {
+        flush(session);
+    }
+}
+
+void BayeuxServer::handle(Batch& batch, const Message& message) {
+    if (message.malformed) {
+        refuse(batch, message, *message.malformed);
+        return;
+    }
+    if (message.channel == kHandshake) {
+        handshake(batch, message);
+        return;
+    }
+    const auto session = find(message.clientId);
+    if (!session || batch.holdsHandshake) {
+        refuse(batch, message, {ErrorCode::UnknownClient, "Unknown client"});
+        return;
+    }
+    session->lastHeard = options_.now();
+    if (message.channel == kConnect) {
+        connect(batch, message, session);
+    } else if (message.channel == kDisconnect) {
+        disconnect(batch, message, session);
+    } else if (message.channel == kSubscribe) {
+        subscribe(batch, message, *session);
+    } else if (message.channel == kUnsubscribe) {
+        unsubscribe(batch, message, *session);
+    } else if (isMetaChannel(message.channel)) {
+        refuse(batch, message, {ErrorCode::UnknownChannel, "unknown channel " + message.channel});
+    } else {
+        publish(batch, message, *session);
+    }
+}
+
+void BayeuxServer::refuse(Batch& batch, const Message& message, const Refusal& refusal,
+                          std::string_view fields) {
+    ++refusals_[refusal.code];
+    FOUNDATION_LOG(logger(), foundation::log::Normal)
+        << "refused a message on " << message.channel << ": " << errorField(refusal);
+    std::string more(fields);
+    // Clients are steered by the advice alone. Without it, or with a hot one, they try again hundreds of
+    // times a second.
+    if (message.channel == kConnect) {
+        more += adviceField(refusal.code == ErrorCode::UnknownClient ? kHandshakeAdvice : kStopAdvice);
+    } else if (message.channel == kHandshake && refusal.code != ErrorCode::Unavailable) {
+        more += adviceField(kStopAdvice);
+    } else if (!message.subscriptionText.empty()) {
+        more += R"(,"subscription":)" + message.subscriptionText;
+    }
+    batch.frame.addFailure(message.channel.empty() ? kNowhere : message.channel, message.id, refusal, more);
+}
+
+void BayeuxServer::handshake(Batch& batch, const Message& message) {
+    if (!accepting_) {
+        refuse(batch, message, {ErrorCode::Unavailable, "the server is shutting down"});
+        return;
+    }
+    if (!batch.from->isAuthenticated() && !options_.acceptsToken(message.token)) {
+        refuse(batch, message, {ErrorCode::Unauthorized, "the token is missing or wrong"});
+        return;
+    }
+    if (isAboveOwnVersion(message.minimumVersion)) {
+        refuse(batch, message, {ErrorCode::VersionTooLow, "the server speaks version 1.0"});
+        return;
+    }
+    std::string types;
+    bool hasCommonType = false;
+    for (const std::string& type : options_.connectionTypes) {
+        types += (types.empty() ? "\"" : ",\"") + type + '"';
+        const auto& offered = message.supportedConnectionTypes;
+        hasCommonType = hasCommonType || std::find(offered.begin(), offered.end(), type) != offered.end();
+    }
+    if (!hasCommonType) {
+        refuse(batch, message, {ErrorCode::NoCommonTransport, "no common connection type"},
+               R"(,"supportedConnectionTypes":[)" + types + "]");
+        return;
+    }
+    const SessionNumber number = ++lastSession_;
+    auto wake = [this, number, post = options_.post, alive = std::weak_ptr(alive_)] {
+        post([this, number, alive] {
+            const auto session = alive.expired() ? nullptr : find(number);
+            if (session) {
+                flush(session);
+            }
+        });
+    };
+    const auto session =
+        std::make_shared<Session>(number, randomHex(20),
+                                  std::make_shared<DeliveryQueue>(options_.maxQueueBytes, std::move(wake)));
+    session->lastHeard = options_.now();
+    sessions_.emplace(session->clientId(), session);
+    sessionsByNumber_.emplace(number, session);
+    FOUNDATION_LOG(logger(), foundation::log::Normal) << "session " << number << " begins";
+    batch.frame.addReply(kHandshake, message.id,
+                         R"(,"version":"1.0","minimumVersion":"1.0","clientId":")" + session->clientId() +
+                             R"(","supportedConnectionTypes":[)" + types + "]" +
+                             adviceField(retryAdvice(options_.connectTimeout)));
+}
+
+void BayeuxServer::connect(Batch& batch, const Message& message, const std::shared_ptr<Session>& session) {
+    if (session->held) {
+        const auto older = session->held->from.lock();
+        if (older == batch.from) {
+            Frame frame;
+            frame.addReply(kConnect, session->held->id, connectFields());
+            answerHeld(*session, std::move(frame));
+        } else if (older) {
+            // Answered as a success, two pages that share one client id would drive each other in a
+            // circle.
+            session->held.reset();
+            older->supersede();
+        }
+    }
+    bind(session, batch.from);
+    batch.connected.push_back(session);
+    const auto hold = std::min(message.timeout.value_or(options_.connectTimeout), options_.connectTimeout);
+    if (!batch.isSingle || hold.count() == 0) {
+        batch.frame.addReply(kConnect, message.id, connectFields());
+    } else {
+        session->held = HeldConnect{batch.from, message.id, options_.now() + hold};
+    }
+}
+
+void BayeuxServer::disconnect(Batch& batch, const Message& message, const std::shared_ptr<Session>& session) {
+    // The connect is answered first: the other way round a stock client leaves its socket open for good.
+    if (session->held) {
+        Frame frame;
+        frame.addReply(kConnect, session->held->id, adviceField(kStopAdvice));
+        answerHeld(*session, std::move(frame));
+    }
+    batch.frame.addReply(kDisconnect, message.id);
+    if (batch.from->isStreaming()) {
+        closing_.push_back({batch.from, options_.now() + kCloseAfterDisconnect});
+    }
+    end(session);
+}
+
+void BayeuxServer::subscribe(Batch& batch, const Message& message, Session& session) {
+    if (message.subscriptions.empty()) {
+        refuse(batch, message, {ErrorCode::BadRequest, "a subscribe needs a subscription"});
+        return;
+    }
+    // All or none: a client that reads one error would not know what holds.
+    for (const std::string& pattern : message.subscriptions) {
+        if (const auto refusal = policy_.maySubscribe(session.number(), pattern)) {
+            refuse(batch, message, *refusal);
+            return;
+        }
+    }
+    for (const std::string& pattern : message.subscriptions) {
+        session.subscribe(*broker_, pattern);
+    }
+    batch.frame.addReply(kSubscribe, message.id, R"(,"subscription":)" + message.subscriptionText);
+}
+
+void BayeuxServer::unsubscribe(Batch& batch, const Message& message, Session& session) {
+    if (message.subscriptions.empty()) {
+        refuse(batch, message, {ErrorCode::BadRequest, "an unsubscribe needs a subscription"});
+        return;
+    }
+    for (const std::string& pattern : message.subscriptions) {
+        session.unsubscribe(pattern);
+    }
+    batch.frame.addReply(kUnsubscribe, message.id, R"(,"subscription":)" + message.subscriptionText);
+}
+
+void BayeuxServer::publish(Batch& batch, const Message& message, Session& session) {
+    if (!accepting_) {
+        refuse(batch, message, {ErrorCode::Unavailable, "the server is shutting down"});
+        return;
+    }
+    if (const auto refusal = policy_.mayPublish(session.number(), message.channel)) {
+        refuse(batch, message, *refusal);
+        return;
+    }
+    auto admitted = ingress_.admit(message.data);
+    if (const auto* refusal = std::get_if<Refusal>(&admitted)) {
+        refuse(batch, message, *refusal);
+        return;
+    }
+    std::string& text = std::get<std::string>(admitted);
+    std::optional<Refusal> refusal;
+    if (message.channel == kAttachRequest) {
+        refusal = lifecycle_.attach(session.number(), session.lane(), std::move(text));
+    } else if (message.channel == kDetachRequest) {
+        refusal = lifecycle_.detach(session.number(), session.lane(), std::move(text));
+    } else {
+        broker_->publish(message.channel, connector::common::DataBuffer(std::move(text)), session.lane());
+    }
+    if (refusal) {
+        refuse(batch, message, *refusal);
+    } else {
+        // Acknowledged when it has been handed on: clients stop or close on a late acknowledgement.
+        batch.frame.addReply(message.channel, message.id);
+    }
+}
+
+void BayeuxServer::writable(Connection& connection) {
+    for (const auto& weak : connection.boundSessions) {
+        if (const auto session = weak.lock()) {
+            flush(session);
+        }
+    }
+}
+
+void BayeuxServer::closed(Connection& connection) {
+    for (const auto& weak : connection.boundSessions) {
+        const auto session = weak.lock();
+        if (!session || session->owner.lock().get() != &connection) {
+            continue;
+        }
+        session->owner.reset();
+        if (session->held) {
+            session->held.reset();
+            session->lastHeard = options_.now();
+        }
+    }
+}
+
+void BayeuxServer::advance() {
+    const auto now = options_.now();
+    std::vector<std::shared_ptr<Session>> expired;
+    for (const auto& [clientId, session] : sessions_) {
+        if (session->held && session->held->from.expired()) {
+            session->held.reset();
+        }
+        if (session->held && session->held->due <= now) {
+            Frame frame;
+            frame.addReply(kConnect, session->held->id, connectFields());
+            session->lastHeard = now;
+            answerHeld(*session, std::move(frame));
+        } else if (!session->held && now - session->lastHeard > options_.graceTime) {
+            expired.push_back(session);
+        }
+    }
+    for (const auto& session : expired) {
+        evict(session, {ErrorCode::UnknownClient, "the session has expired"});
+    }
+    std::erase_if(closing_, [&](const Closing& closing) {
+        const auto connection = closing.connection.lock();
+        if (connection && closing.due <= now) {
+            connection->close(CloseCode::Normal, "disconnected");
+        }
+        return !connection || closing.due <= now;
+    });
+}
+
+std::shared_ptr<Session> BayeuxServer::find(const std::string& clientId) const {
+    const auto found = sessions_.find(clientId);
+    return found == sessions_.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Session> BayeuxServer::find(SessionNumber number) const {
+    const auto found = sessionsByNumber_.find(number);
+    return found == sessionsByNumber_.end() ? nullptr : found->second.lock();
+}
+
+void BayeuxServer::bind(const std::shared_ptr<Session>& session,
+                        const std::shared_ptr<Connection>& connection) {
+    if (isSame(session->owner, connection)) {
+        return;
+    }
+    session->owner = connection;
+    std::erase_if(connection->boundSessions, [](const auto& weak) { return weak.expired(); });
+    connection->boundSessions.push_back(session);
+}
+
+void BayeuxServer::flush(const std::shared_ptr<Session>& session) {
+    if (session->queue().hasOverflowed()) {
+        evict(session, {ErrorCode::TooLarge, "more messages wait for this session than it may have"});
+        return;
+    }
+    const auto connection = session->owner.lock();
+    if (!connection) {
+        return;
+    }
+    if (!connection->isStreaming()) {
+        if (session->held && !session->queue().empty()) {
+            Frame frame;
+            frame.addReply(kConnect, session->held->id, connectFields());
+            for (const Event& event : session->queue().take(options_.maxFrameBytes)) {
+                frame.addEvent(event);
+            }
+            answerHeld(*session, std::move(frame));
+        }
+        return;
+    }
+    while (connection->isWritable()) {
+        Frame frame;
+        for (const Event& event : session->queue().take(options_.maxFrameBytes)) {
+            frame.addEvent(event);
+        }
+        if (frame.empty()) {
+            return;
+        }
+        connection->send(frame.take());
+    }
+}
+
+void BayeuxServer::answerHeld(Session& session, Frame&& frame) {
+    const auto connection = session.held->from.lock();
+    session.held.reset();
+    if (connection) {
+        connection->send(frame.take());
+    }
+}
+
+std::string BayeuxServer::connectFields() const {
+    return adviceField(retryAdvice(options_.connectTimeout));
+}
+
+void BayeuxServer::evict(const std::shared_ptr<Session>& session, const Refusal& why) {
+    ++refusals_[why.code];
+    FOUNDATION_LOG(logger(), foundation::log::Normal)
+        << "session " << session->number() << " is ended: " << errorField(why);
+    const auto connection = session->owner.lock();
+    if (session->held) {
+        Frame frame;
+        frame.addFailure(kConnect, session->held->id, why, adviceField(kStopAdvice));
+        answerHeld(*session, std::move(frame));
+    } else if (connection && connection->isStreaming()) {
+        Frame frame;
+        frame.addReply(kDisconnect, {}, R"(,"error":")" + errorField(why) + '"');
+        connection->send(frame.take());
+    }
+    if (connection) {
+        connection->close(CloseCode::PolicyViolation, errorField(why));
+    }
+    end(session);
+}
+
+void BayeuxServer::end(const std::shared_ptr<Session>& session) {
+    FOUNDATION_LOG(logger(), foundation::log::Normal) << "session " << session->number() << " ends";
+    lifecycle_.detachAll(session->number(), session->lane());
+    session->close();
+    sessionsByNumber_.erase(session->number());
+    sessions_.erase(session->clientId());
+}
+
+}  // namespace server::bayeux

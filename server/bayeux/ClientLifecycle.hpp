@@ -1,0 +1,83 @@
+#pragma once
+
+#include "connector/message_service/Broker.hpp"
+#include "server/bayeux/AccessPolicy.hpp"
+#include "server/bayeux/ClientTable.hpp"
+#include "server/bayeux/DeliveryQueue.hpp"
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace server::bayeux {
+
+/// Passes attach and detach requests on to the module, and its answers back to the session that asked.
+///
+/// An answer names its request by the `requestID` alone. For an attach this is the identifier, which
+/// one session owns. Of several detach requests with one `requestID` the next is handed on when the
+/// one before is answered. Behind each detach follows a marker in the same lane: when it arrives, the
+/// detach has been carried out, and the identifier is free.
+///
+/// All functions and both callbacks run on the server's thread.
+class ClientLifecycle {
+  public:
+    struct Callbacks {
+        /// An answer for this session, which may be gone.
+        std::function<void(SessionNumber, Event)> deliver;
+        /// The client is no more; another session may now have its identifier.
+        std::function<void(SessionNumber, const std::string& identifier)> freed;
+        /// Runs a function on the server's thread. Called from any thread, never blocks.
+        std::function<void(std::function<void()>)> post;
+    };
+
+    ClientLifecycle(std::shared_ptr<connector::message_service::Broker> broker, Callbacks callbacks);
+    ~ClientLifecycle();
+    ClientLifecycle(const ClientLifecycle&) = delete;
+    ClientLifecycle& operator=(const ClientLifecycle&) = delete;
+
+    const ClientTable& clients() const { return clients_; }
+
+    /// `request` is the text of the message, an object in strict JSON.
+    std::optional<Refusal> attach(SessionNumber session, const std::string& lane, std::string request);
+    std::optional<Refusal> detach(SessionNumber session, const std::string& lane, std::string request);
+
+    /// Detaches all clients of a session that has ended. Its lane stays in use until that is done.
+    void detachAll(SessionNumber session, const std::string& lane);
+
+  private:
+    struct DetachRequest {
+        SessionNumber session;
+        std::string lane;
+        std::string request;
+    };
+
+    void onAttachResponse(const connector::common::DataBuffer& payload);
+    void onDetachResponse(const connector::common::DataBuffer& payload);
+    void publishDetach(const DetachRequest& detachRequest, const std::string& identifier);
+    void onMarker(const std::string& marker);
+
+    const std::shared_ptr<connector::message_service::Broker> broker_;
+    const Callbacks callbacks_;
+    ClientTable clients_;
+    AccessPolicy policy_{clients_};
+    /// By `requestID`; the first of each queue has been handed on.
+    std::map<std::string, std::deque<DetachRequest>> detachRequests_;
+
+    struct Marker {
+        std::string identifier;
+        ClientTable::DetachNumber detach;
+    };
+    std::map<std::string, Marker> markers_;
+
+    /// Tells callbacks that are still on their way to the server's thread that we are gone.
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    std::shared_ptr<connector::message_service::MessageService> service_;
+    // Last, so that they end first.
+    std::vector<std::shared_ptr<connector::message_service::Subscription>> subscriptions_;
+};
+
+}  // namespace server::bayeux

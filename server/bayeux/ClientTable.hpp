@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace server::bayeux {
+
+/// Names one session for the life of the process. Never reused, unlike a client id never told.
+using SessionNumber = std::uint64_t;
+
+/// Which session owns which attached client of the module, by attach identifier.
+///
+/// An identifier is reserved when its attach comes in. It is free again when the attach was refused,
+/// or when its detach has been carried out; until then no other session may have it. Confined to the
+/// server's thread.
+class ClientTable {
+  public:
+    /// Counts the detaches of one identifier, so that the end of an old one cannot free a new client.
+    using DetachNumber = std::uint64_t;
+
+    /// False when another session has the identifier.
+    bool reserve(std::string_view identifier, SessionNumber session);
+
+    /// An attach of `identifier` was answered. True when that freed the identifier.
+    bool attachAnswered(std::string_view identifier, bool successful);
+
+    /// From now on the client takes no more requests. The identifier must be reserved.
+    DetachNumber startDetach(std::string_view identifier);
+
+    /// That detach has been carried out. True when that freed the identifier: the same session may
+    /// have attached it anew in the meantime.
+    bool finishDetach(std::string_view identifier, DetachNumber detach);
+
+    std::optional<SessionNumber> ownerOf(std::string_view identifier) const;
+    bool isDetaching(std::string_view identifier) const;
+
+    /// The identifiers of `session` that no detach has been started for.
+    std::vector<std::string> clientsOf(SessionNumber session) const;
+
+    std::size_t size() const { return clients_.size(); }
+
+  private:
+    struct Client {
+        explicit Client(SessionNumber session) : owner(session) {}
+
+        SessionNumber owner;
+        int attachesInFlight = 0;
+        bool attached = false;
+        std::optional<DetachNumber> detach;
+    };
+
+    std::map<std::string, Client, std::less<>> clients_;
+    DetachNumber lastDetach_ = 0;
+};
+
+}  // namespace server::bayeux

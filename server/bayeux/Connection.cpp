@@ -1,0 +1,7 @@
+#include "server/bayeux/Connection.hpp"
+
+namespace server::bayeux {
+
+Connection::~Connection() = default;
+
+}  // namespace server::bayeux

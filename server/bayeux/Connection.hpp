@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace server::bayeux {
+
+class Session;
+
+/// Why a connection is closed, as WebSocket close codes.
+enum class CloseCode { Normal = 1000, GoingAway = 1001, PolicyViolation = 1008 };
+
+/// One place from which messages of clients come and to which replies and events are written: a
+/// WebSocket, or the exchange of one long-polling request.
+///
+/// Used by the server's thread only; nothing here blocks. The transport calls `BayeuxServer::receive`,
+/// `writable` and `closed`.
+class Connection {
+  public:
+    Connection() = default;
+    virtual ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    /// Takes one JSON array, to be written behind what it took before. Ignored once it is closed.
+    virtual void send(std::string frame) = 0;
+
+    /// Closes after what was sent has been written, or at once if that takes too long.
+    virtual void close(CloseCode code, std::string reason) = 0;
+
+    /// Another connect of the same session has come over another connection.
+    virtual void supersede() = 0;
+
+    /// Whether nothing waits to be written. When that becomes true `BayeuxServer::writable` is called.
+    virtual bool isWritable() const = 0;
+
+    /// Whether events may be sent at any time, and not only together with the reply to a connect.
+    virtual bool isStreaming() const = 0;
+
+    /// Whether the request or upgrade behind it carried the right token.
+    virtual bool isAuthenticated() const = 0;
+
+    /// The sessions whose latest connect came from here. Kept by `BayeuxServer`.
+    std::vector<std::weak_ptr<Session>> boundSessions;
+};
+
+}  // namespace server::bayeux

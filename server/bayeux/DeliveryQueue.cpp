@@ -1,0 +1,104 @@
+#include "server/bayeux/DeliveryQueue.hpp"
+
+#include "connector/message_service/Broker.hpp"
+#include "server/bayeux/Channels.hpp"
+
+#include <algorithm>
+
+namespace server::bayeux {
+
+void DeliveryQueue::addPattern(const std::string& pattern) {
+    const std::lock_guard lock(mutex_);
+    if (std::find(patterns_.begin(), patterns_.end(), pattern) == patterns_.end()) {
+        patterns_.push_back(pattern);
+    }
+}
+
+void DeliveryQueue::removePattern(const std::string& pattern) {
+    const std::lock_guard lock(mutex_);
+    std::erase(patterns_, pattern);
+}
+
+void DeliveryQueue::offer(const std::string& pattern,
+                          const connector::message_service::JsonMessage& message) {
+    if (isRequestChannel(message.channel())) {
+        return;
+    }
+    bool wakeDue = false;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto first = std::find_if(patterns_.begin(), patterns_.end(), [&](const std::string& candidate) {
+            return connector::message_service::matchesPattern(candidate, message.channel());
+        });
+        if (first == patterns_.end() || *first != pattern) {
+            return;
+        }
+        pushLocked({message.channel(), message.payload()}, wakeDue);
+    }
+    if (wakeDue) {
+        wake_();
+    }
+}
+
+void DeliveryQueue::push(Event event) {
+    bool wakeDue = false;
+    {
+        const std::lock_guard lock(mutex_);
+        pushLocked(std::move(event), wakeDue);
+    }
+    if (wakeDue) {
+        wake_();
+    }
+}
+
+void DeliveryQueue::pushLocked(Event event, bool& wakeDue) {
+    if (overflowed_ || closed_) {
+        return;
+    }
+    const std::size_t size = event.channel.size() + event.payload.size();
+    wakeDue = events_.empty();
+    if (!events_.empty() && bytes_ + size > maxBytes_) {
+        overflowed_ = true;
+        wakeDue = true;
+        return;
+    }
+    bytes_ += size;
+    events_.push_back(std::move(event));
+}
+
+std::vector<Event> DeliveryQueue::take(std::size_t maxBytes) {
+    std::vector<Event> taken;
+    const std::lock_guard lock(mutex_);
+    std::size_t bytes = 0;
+    while (!events_.empty()) {
+        const std::size_t size = events_.front().payload.size();
+        if (!taken.empty() && bytes + size > maxBytes) {
+            break;
+        }
+        bytes += size;
+        bytes_ -= events_.front().channel.size() + size;
+        taken.push_back(std::move(events_.front()));
+        events_.pop_front();
+    }
+    return taken;
+}
+
+bool DeliveryQueue::empty() const {
+    const std::lock_guard lock(mutex_);
+    return events_.empty();
+}
+
+bool DeliveryQueue::hasOverflowed() const {
+    const std::lock_guard lock(mutex_);
+    return overflowed_;
+}
+
+void DeliveryQueue::close() {
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    events_.clear();
+    patterns_.clear();
+    bytes_ = 0;
+}
+
+}  // namespace server::bayeux

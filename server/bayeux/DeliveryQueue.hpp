@@ -1,0 +1,67 @@
+#pragma once
+
+#include "connector/common/DataBuffer.hpp"
+#include "connector/message_service/JsonMessage.hpp"
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace server::bayeux {
+
+/// One message on its way to a session.
+struct Event {
+    std::string channel;
+    connector::common::DataBuffer payload;
+};
+
+/// What waits to be sent to one session.
+///
+/// Publishers put events in from any thread, with their own locks held, and never wait; the server's
+/// thread takes them out. Bounded in bytes: an event that does not fit in marks the queue as
+/// overflowed for good, and it takes nothing more. An empty queue takes one event of any size.
+class DeliveryQueue {
+  public:
+    /// `wake` is called, from the publishing thread, when the queue stops being empty and when it
+    /// overflows. It may not block.
+    DeliveryQueue(std::size_t maxBytes, std::function<void()> wake)
+        : maxBytes_(maxBytes), wake_(std::move(wake)) {}
+
+    /// The channels and patterns that the session subscribed to. Several may match one message, which
+    /// is to arrive once: only the first of them that matches lets it in.
+    void addPattern(const std::string& pattern);
+    void removePattern(const std::string& pattern);
+
+    /// The callback of the subscription to `pattern`. Requests are not for clients and pass by.
+    void offer(const std::string& pattern, const connector::message_service::JsonMessage& message);
+
+    void push(Event event);
+
+    /// The oldest events, at most `maxBytes` of payload, but at least one if there is one.
+    std::vector<Event> take(std::size_t maxBytes);
+
+    bool empty() const;
+    bool hasOverflowed() const;
+
+    /// Takes nothing more, and forgets what waits.
+    void close();
+
+  private:
+    void pushLocked(Event event, bool& wakeDue);
+
+    const std::size_t maxBytes_;
+    const std::function<void()> wake_;
+
+    mutable std::mutex mutex_;
+    // Guarded by mutex_.
+    std::vector<std::string> patterns_;
+    std::deque<Event> events_;
+    std::size_t bytes_ = 0;
+    bool overflowed_ = false;
+    bool closed_ = false;
+};
+
+}  // namespace server::bayeux

@@ -1,0 +1,67 @@
+#include "server/bayeux/Ingress.hpp"
+
+#include "server/bayeux/JsonText.hpp"
+
+#include <simdjson.h>
+
+namespace server::bayeux {
+
+namespace {
+
+Refusal badRequest(std::string why) {
+    return {ErrorCode::BadRequest, std::move(why)};
+}
+
+/// Whether a value that is known to be an object in strict JSON has no members.
+bool isEmptyObject(std::string_view object) {
+    const std::size_t first = object.find_first_not_of(" \t\r\n", 1);
+    return first != std::string_view::npos && object[first] == '}';
+}
+
+}  // namespace
+
+std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
+    if (data.empty()) {
+        return badRequest("a publish needs data");
+    }
+    if (data.size() > maxBytes_) {
+        return Refusal{ErrorCode::TooLarge, "the data has " + std::to_string(data.size()) + " bytes - at most " +
+                                                std::to_string(maxBytes_) + " are accepted"};
+    }
+    if (data.front() != '{') {
+        return badRequest("the data must be an object");
+    }
+    std::string text;
+    text.reserve(data.size() + simdjson::SIMDJSON_PADDING);
+    text = data;
+    simdjson::dom::parser parser;
+    // simdjson allows one level less than it is told.
+    if (parser.allocate(text.size(), kMaxDepth + 1)) {
+        return Refusal{ErrorCode::Unavailable, "no memory for data of this size"};
+    }
+    simdjson::dom::element parsed;
+    switch (const auto error = parser.parse(text.data(), text.size(), false).get(parsed); error) {
+        case simdjson::SUCCESS:
+            break;
+        case simdjson::UTF8_ERROR:
+            return badRequest("the data is not UTF-8");
+        case simdjson::DEPTH_ERROR:
+            return Refusal{ErrorCode::TooLarge,
+                           "the data is nested more than " + std::to_string(kMaxDepth) + " levels deep"};
+        default:
+            // simdjson refuses numbers beyond the range of its types, which are JSON all the same; and
+            // where it is right, the plain validator knows the place.
+            if (const auto why = whyNotStrictJson(text, kMaxDepth)) {
+                return badRequest("the data is not JSON - " + *why);
+            }
+            if (!simdjson::validate_utf8(text)) {
+                return badRequest("the data is not UTF-8");
+            }
+    }
+    if (isEmptyObject(text)) {
+        return badRequest("the data must not be an empty object");
+    }
+    return text;
+}
+
+}  // namespace server::bayeux

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "server/bayeux/Refusal.hpp"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace server::bayeux {
+
+/// The last gate before the module: what may become the payload of a request.
+///
+/// The module's parser keeps its thread for ever on some damaged texts and on empty objects, and
+/// says nothing at all to others. So only strict JSON in UTF-8 passes, an object that is not empty,
+/// of at most `maxBytes` and `maxDepth` levels.
+class Ingress {
+  public:
+    static constexpr std::size_t kMaxDepth = 512;
+
+    explicit Ingress(std::size_t maxBytes) : maxBytes_(maxBytes) {}
+
+    /// The text to publish, a copy of `data`, or the reason why not.
+    std::variant<std::string, Refusal> admit(std::string_view data) const;
+
+  private:
+    std::size_t maxBytes_;
+};
+
+}  // namespace server::bayeux

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace server::bayeux {
+
+/// Appends `text` as a JSON string, quotes included. `text` is UTF-8; control characters, the quote
+/// and the backslash are escaped, everything else is copied.
+void appendJsonString(std::string& out, std::string_view text);
+
+/// The same JSON text in pure ASCII: every other character as \uXXXX, in pairs above U+FFFF.
+///
+/// `json` is valid JSON in UTF-8, where other characters occur in strings only.
+std::string toAsciiJson(std::string_view json);
+
+/// Why `text` is not one strict JSON value (RFC 8259), or nothing when it is.
+///
+/// Knows no range of numbers, takes white space around the value, allows `maxDepth` nested arrays
+/// and objects. Does not look at the UTF-8 of strings. Iterative: any depth is safe.
+std::optional<std::string> whyNotStrictJson(std::string_view text, std::size_t maxDepth);
+
+}  // namespace server::bayeux

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace server::bayeux {
+
+/// The codes of the `error` field. Clients act on `advice` only; the codes are for people and logs.
+enum class ErrorCode {
+    VersionTooLow = 300,
+    NoCommonTransport = 301,
+    BadRequest = 400,
+    Unauthorized = 401,
+    UnknownClient = 402,
+    Forbidden = 403,
+    UnknownChannel = 404,
+    InvalidChannel = 405,
+    TooLarge = 413,
+    Unavailable = 503,
+};
+
+/// Why a message was not accepted.
+struct Refusal {
+    ErrorCode code;
+    std::string text;
+};
+
+/// The value of the `error` field, "code::text", as ASCII that needs no JSON escaping.
+///
+/// One stock client parses the field with a grammar of letters, digits, blank and `-_!~()$@/*.`, and
+/// loses the code when anything else occurs. So every other character of the text, which may quote
+/// what a client sent, becomes an underscore.
+std::string errorField(const Refusal& refusal);
+
+}  // namespace server::bayeux

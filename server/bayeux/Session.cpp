@@ -1,0 +1,46 @@
+#include "server/bayeux/Session.hpp"
+
+#include "server/bayeux/Channels.hpp"
+
+namespace server::bayeux {
+
+void Session::subscribe(connector::message_service::Broker& broker, const std::string& pattern) {
+    if (isSubscribedTo(pattern)) {
+        return;
+    }
+    if (!asClientChannel(pattern)) {
+        subscriptions_.emplace(pattern, nullptr);
+        return;
+    }
+    queue_->addPattern(pattern);
+    subscriptions_.emplace(
+        pattern,
+        broker.subscribeInline(
+            pattern, [queue = queue_, pattern](const connector::message_service::JsonMessage& message) {
+                queue->offer(pattern, message);
+            }));
+}
+
+void Session::unsubscribe(const std::string& pattern) {
+    queue_->removePattern(pattern);
+    subscriptions_.erase(pattern);
+}
+
+void Session::unsubscribeFromClient(const std::string& identifier) {
+    for (auto it = subscriptions_.begin(); it != subscriptions_.end();) {
+        const auto parts = asClientChannel(it->first);
+        if (parts && parts->client == identifier) {
+            queue_->removePattern(it->first);
+            it = subscriptions_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
+void Session::close() {
+    queue_->close();
+    subscriptions_.clear();
+}
+
+}  // namespace server::bayeux

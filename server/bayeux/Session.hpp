@@ -1,0 +1,65 @@
+#pragma once
+
+#include "connector/message_service/Broker.hpp"
+#include "server/bayeux/ClientTable.hpp"
+#include "server/bayeux/Connection.hpp"
+#include "server/bayeux/DeliveryQueue.hpp"
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace server::bayeux {
+
+using Clock = std::chrono::steady_clock;
+
+/// A connect that is answered later.
+struct HeldConnect {
+    std::weak_ptr<Connection> from;
+    std::string id;
+    Clock::time_point due;
+};
+
+/// What the server knows of one client between its handshake and its end. Lives on while its
+/// connections come and go. Confined to the server's thread, but for its queue.
+class Session {
+  public:
+    Session(SessionNumber number, std::string clientId, std::shared_ptr<DeliveryQueue> queue)
+        : number_(number), clientId_(std::move(clientId)), queue_(std::move(queue)) {}
+
+    SessionNumber number() const { return number_; }
+    /// The client's proof of who it is. Never log it.
+    const std::string& clientId() const { return clientId_; }
+    /// All messages of the session are published in one lane, so that they keep their order.
+    std::string lane() const { return "session/" + std::to_string(number_); }
+    DeliveryQueue& queue() { return *queue_; }
+
+    /// Both are idempotent. Some channels have no subscription with the broker: answers to attach and
+    /// detach are routed by who asked, and nothing is published on service channels.
+    void subscribe(connector::message_service::Broker& broker, const std::string& pattern);
+    void unsubscribe(const std::string& pattern);
+    bool isSubscribedTo(const std::string& pattern) const { return subscriptions_.count(pattern) != 0; }
+
+    /// Ends all subscriptions to channels of this client.
+    void unsubscribeFromClient(const std::string& identifier);
+
+    /// Ends all subscriptions, and forgets what waits.
+    void close();
+
+    /// The connection that the latest connect came over; events go there.
+    std::weak_ptr<Connection> owner;
+    std::optional<HeldConnect> held;
+    /// The grace time counts from here while no connect is held.
+    Clock::time_point lastHeard;
+
+  private:
+    const SessionNumber number_;
+    const std::string clientId_;
+    const std::shared_ptr<DeliveryQueue> queue_;
+    /// By channel or pattern; null where the broker has no part in it.
+    std::map<std::string, std::shared_ptr<connector::message_service::Subscription>> subscriptions_;
+};
+
+}  // namespace server::bayeux

@@ -1,0 +1,208 @@
+#include "server/http/HttpServer.hpp"
+
+#include "foundation/log/basic_diagnostic_logger.hpp"
+#include "server/bayeux/BayeuxServer.hpp"
+#include "server/http/HttpSession.hpp"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <future>
+#include <list>
+#include <stdexcept>
+#include <thread>
+
+namespace server::http {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+using asio::ip::tcp;
+
+namespace {
+
+/// How often sessions are looked after: connects are answered and sessions ended so much late at most.
+constexpr std::chrono::milliseconds kTick{250};
+
+/// After a failure to accept, such as too many open files, the next try waits.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+
+foundation::log::diagnostic_logger& logger() {
+    static auto& instance = *new foundation::log::diagnostic_logger("server::http");
+    return instance;
+}
+
+}  // namespace
+
+struct HttpServer::Impl {
+    Impl(std::shared_ptr<connector::message_service::Broker> broker, Options options)
+        : files(std::move(options.files)),
+          guard(std::move(options.guard)),
+          bayeux(std::move(broker), bayeuxOptions(options)),
+          services{bayeux,
+                   guard,
+                   files,
+                   options.maxMessageBytes,
+                   std::move(options.isReady),
+                   [this](std::weak_ptr<WebSocketConnection> socket) { remember(sockets, std::move(socket)); }} {
+        listen(options.host, options.port);
+    }
+
+    bayeux::BayeuxServer::Options bayeuxOptions(const Options& options) {
+        bayeux::BayeuxServer::Options result;
+        result.connectTimeout = options.connectTimeout;
+        result.graceTime = options.graceTime;
+        result.maxMessageBytes = options.maxMessageBytes;
+        result.maxQueueBytes = options.maxQueueBytes;
+        result.acceptsToken = [this](std::string_view token) { return guard.isRight(token); };
+        result.post = [this](std::function<void()> work) { asio::post(context, std::move(work)); };
+        return result;
+    }
+
+    void listen(const std::string& host, std::uint16_t port) {
+        beast::error_code error;
+        const auto endpoints = tcp::resolver(context).resolve(host, std::to_string(port), error);
+        if (!error) {
+            const tcp::endpoint endpoint = endpoints.begin()->endpoint();
+            acceptor.open(endpoint.protocol(), error);
+            if (!error) {
+                acceptor.set_option(asio::socket_base::reuse_address(true), error);
+            }
+            if (!error) {
+                acceptor.bind(endpoint, error);
+            }
+            if (!error) {
+                acceptor.listen(asio::socket_base::max_listen_connections, error);
+            }
+        }
+        if (error) {
+            throw std::runtime_error("cannot listen on " + host + ":" + std::to_string(port) + ": " +
+                                     error.message());
+        }
+    }
+
+    void accept() {
+        acceptor.async_accept([this](beast::error_code error, tcp::socket socket) {
+            if (error == asio::error::operation_aborted) {
+                return;
+            }
+            if (error) {
+                FOUNDATION_LOG(logger(), foundation::log::CaughtException) << "accept failed: " << error.message();
+                acceptTimer.expires_after(kAcceptPause);
+                acceptTimer.async_wait([this](beast::error_code cancelled) {
+                    if (!cancelled) {
+                        accept();
+                    }
+                });
+                return;
+            }
+            // Answers are small and wait for nobody.
+            beast::error_code ignored;
+            socket.set_option(tcp::no_delay(true), ignored);
+            const auto session = std::make_shared<HttpSession>(beast::tcp_stream(std::move(socket)), services);
+            remember(sessions, std::weak_ptr(session));
+            session->run();
+            accept();
+        });
+    }
+
+    void tick() {
+        bayeux.advance();
+        ticker.expires_after(kTick);
+        ticker.async_wait([this](beast::error_code cancelled) {
+            if (!cancelled) {
+                tick();
+            }
+        });
+    }
+
+    void run() {
+        while (true) {
+            try {
+                context.run();
+                return;
+            } catch (const std::exception& error) {
+                // A fault in the handling of one message must not take the other sessions along.
+                FOUNDATION_LOG(logger(), foundation::log::CaughtException)
+                    << "Exception caught: " << error.what();
+            }
+        }
+    }
+
+    template <typename T>
+    static void remember(std::list<std::weak_ptr<T>>& all, std::weak_ptr<T> one) {
+        all.remove_if([](const std::weak_ptr<T>& other) { return other.expired(); });
+        all.push_back(std::move(one));
+    }
+
+    void closeAll() {
+        acceptor.close();
+        acceptTimer.cancel();
+        ticker.cancel();
+        for (const auto& weak : sockets) {
+            if (const auto socket = weak.lock()) {
+                socket->close(bayeux::CloseCode::GoingAway, "the server is shutting down");
+            }
+        }
+        for (const auto& weak : sessions) {
+            if (const auto session = weak.lock()) {
+                session->close();
+            }
+        }
+    }
+
+    const StaticFiles files;
+    const RequestGuard guard;
+    // One thread runs it; other threads post.
+    asio::io_context context{1};
+    tcp::acceptor acceptor{context};
+    asio::steady_timer acceptTimer{context};
+    asio::steady_timer ticker{context};
+    bayeux::BayeuxServer bayeux;
+    const HttpServices services;
+    std::list<std::weak_ptr<HttpSession>> sessions;
+    std::list<std::weak_ptr<WebSocketConnection>> sockets;
+    std::thread thread;
+    std::promise<void> ended;
+};
+
+HttpServer::HttpServer(std::shared_ptr<connector::message_service::Broker> broker, Options options)
+    : impl_(std::make_unique<Impl>(std::move(broker), std::move(options))) {}
+
+HttpServer::~HttpServer() {
+    stop(std::chrono::milliseconds(0));
+}
+
+std::uint16_t HttpServer::port() const {
+    return impl_->acceptor.local_endpoint().port();
+}
+
+void HttpServer::start() {
+    impl_->accept();
+    impl_->tick();
+    impl_->thread = std::thread([impl = impl_.get()] {
+        impl->run();
+        impl->ended.set_value();
+    });
+}
+
+void HttpServer::stopAccepting() {
+    asio::post(impl_->context, [impl = impl_.get()] {
+        impl->acceptor.cancel();
+        impl->bayeux.stopAccepting();
+    });
+}
+
+void HttpServer::stop(std::chrono::milliseconds bound) {
+    if (!impl_->thread.joinable()) {
+        return;
+    }
+    asio::post(impl_->context, [impl = impl_.get()] { impl->closeAll(); });
+    // The context runs out of work when the last connection has gone.
+    if (impl_->ended.get_future().wait_for(bound) != std::future_status::ready) {
+        impl_->context.stop();
+    }
+    impl_->thread.join();
+}
+
+}  // namespace server::http

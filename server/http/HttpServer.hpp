@@ -1,0 +1,57 @@
+#pragma once
+
+#include "connector/message_service/Broker.hpp"
+#include "server/http/RequestGuard.hpp"
+#include "server/http/StaticFiles.hpp"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace server::http {
+
+/// The door to the network: Bayeux over WebSocket at /bayeux, the static page, the health checks.
+///
+/// Has one thread, "the server's thread", on which all sessions, connections and the protocol run.
+/// Life: create (binds the port), `start`, `stopAccepting`, `stop` (idempotent; the destructor does it
+/// too). `broker` must be stopped after it.
+class HttpServer {
+  public:
+    struct Options {
+        std::string host = "127.0.0.1";
+        /// 0 lets the system choose: see `port()`.
+        std::uint16_t port = 8888;
+        RequestGuard::Options guard;
+        StaticFiles files;
+        std::size_t maxMessageBytes = 64UL * 1024 * 1024;
+        std::size_t maxQueueBytes = 64UL * 1024 * 1024;
+        std::chrono::milliseconds connectTimeout{30'000};
+        std::chrono::milliseconds graceTime{60'000};
+        /// What /readyz tells. Called on the server's thread.
+        std::function<bool()> isReady = [] { return true; };
+    };
+
+    /// Throws `std::runtime_error`, "cannot listen on <host>:<port>: <why>".
+    HttpServer(std::shared_ptr<connector::message_service::Broker> broker, Options options);
+    ~HttpServer();
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    std::uint16_t port() const;
+
+    void start();
+
+    /// Takes no more connections and requests; what is under way is still answered.
+    void stopAccepting();
+
+    /// Closes all connections, WebSockets with 1001, and ends the thread. Takes at most `bound`.
+    void stop(std::chrono::milliseconds bound);
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace server::http

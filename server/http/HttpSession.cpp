@@ -1,0 +1,200 @@
+#include "server/http/HttpSession.hpp"
+
+#include "server/http/serverName.hpp"
+
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
+#include <boost/beast/websocket/rfc6455.hpp>
+
+namespace server::http {
+
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+
+namespace {
+
+/// Ample for cookies and a token; a bigger header is no client of ours.
+constexpr std::uint32_t kMaxHeaderBytes = 16 * 1024;
+
+/// A request that takes longer to come in, or a connection that rests longer, is cut. Longer than the
+/// keep-alive of the clients, which would otherwise send into a connection that is being closed.
+constexpr std::chrono::seconds kRequestTimeout{90};
+
+/// A page under this policy runs its own scripts only. Data and blob images are figures, and one stock
+/// client runs its timers in a worker from a blob.
+constexpr const char* kContentSecurityPolicy =
+    "default-src 'self'; img-src 'self' data: blob:; worker-src 'self' blob:; object-src 'none'; "
+    "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+
+using Response = http::response<http::string_body>;
+
+Response makeResponse(const http::request<http::string_body>& request, http::status status,
+                      std::string_view contentType, std::string body) {
+    Response response(status, request.version());
+    response.set(http::field::server, kServerName);
+    response.set(http::field::content_type, contentType);
+    response.set("X-Content-Type-Options", "nosniff");
+    response.set("Referrer-Policy", "no-referrer");
+    response.set(http::field::cache_control, "no-store");
+    response.keep_alive(request.keep_alive());
+    response.body() = std::move(body);
+    response.prepare_payload();
+    if (request.method() == http::verb::head) {
+        // The length stays that of the body which is not sent.
+        response.body().clear();
+    }
+    return response;
+}
+
+Response makeText(const http::request<http::string_body>& request, http::status status, std::string body) {
+    return makeResponse(request, status, "text/plain; charset=utf-8", std::move(body) + "\n");
+}
+
+Response makeFile(const http::request<http::string_body>& request, const StaticFiles::File& file) {
+    const bool isKnown = request[http::field::if_none_match] == file.etag;
+    Response response = makeResponse(request, isKnown ? http::status::not_modified : http::status::ok,
+                                     file.contentType, isKnown ? std::string() : file.body);
+    response.set(http::field::etag, file.etag);
+    response.set(http::field::cache_control,
+                 file.isImmutable ? "public, max-age=31536000, immutable" : "no-cache");
+    response.set("Content-Security-Policy", kContentSecurityPolicy);
+    return response;
+}
+
+std::string_view pathOf(std::string_view target) {
+    return target.substr(0, target.find('?'));
+}
+
+bool isBayeuxPath(std::string_view path) {
+    return path == "/bayeux" || path.starts_with("/bayeux/");
+}
+
+}  // namespace
+
+void HttpSession::close() {
+    stream_.close();
+}
+
+void HttpSession::read() {
+    parser_.emplace();
+    parser_->header_limit(kMaxHeaderBytes);
+    parser_->body_limit(services_.maxMessageBytes);
+    stream_.expires_after(kRequestTimeout);
+    http::async_read_header(stream_, buffer_, *parser_,
+                            [self = shared_from_this()](beast::error_code error, std::size_t) {
+                                self->onHeader(error);
+                            });
+}
+
+void HttpSession::onHeader(beast::error_code error) {
+    if (error == http::error::end_of_stream) {
+        beast::error_code ignored;
+        stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored);
+        return;
+    }
+    if (error == http::error::header_limit) {
+        write(makeText(parser_->get(), http::status::request_header_fields_too_large, "the header is too long"),
+              false);
+        return;
+    }
+    if (error && error.category() == http::make_error_code(http::error::bad_method).category()) {
+        write(makeText(parser_->get(), http::status::bad_request, "no HTTP request: " + error.message()), false);
+        return;
+    }
+    if (error) {
+        return;
+    }
+    if (beast::websocket::is_upgrade(parser_->get())) {
+        upgrade();
+        return;
+    }
+    http::async_read(stream_, buffer_, *parser_,
+                     [self = shared_from_this()](beast::error_code readError, std::size_t) {
+                         self->onRead(readError);
+                     });
+}
+
+void HttpSession::onRead(beast::error_code error) {
+    if (error == http::error::body_limit) {
+        write(makeText(parser_->get(), http::status::payload_too_large, "the body is too long"), false);
+        return;
+    }
+    if (error) {
+        return;
+    }
+    const bool keepAlive = parser_->get().keep_alive();
+    write(answer(parser_->get()), keepAlive);
+}
+
+void HttpSession::upgrade() {
+    const Request& request = parser_->get();
+    const auto refuse = [&](http::status status, const char* why) {
+        write(makeText(request, status, why), false);
+    };
+    const std::string_view path = pathOf(request.target());
+    if (path != "/bayeux" && path != "/bayeux/") {
+        refuse(http::status::not_found, "WebSockets are served at /bayeux");
+        return;
+    }
+    if (!services_.guard.allowsOrigin(request[http::field::origin], request[http::field::host])) {
+        refuse(http::status::forbidden, "pages of this origin are not allowed here");
+        return;
+    }
+    // No token at all may still come in: it can handshake with a token in its message, or speak for a
+    // session that exists.
+    const auto token = services_.guard.tokenOf(request.target(), request[http::field::authorization]);
+    if (token == RequestGuard::Token::Wrong) {
+        refuse(http::status::unauthorized, "the token is wrong");
+        return;
+    }
+    const auto socket = std::make_shared<WebSocketConnection>(
+        std::move(stream_), services_.bayeux, services_.maxMessageBytes, token == RequestGuard::Token::Right);
+    services_.opened(socket);
+    socket->run(request);
+}
+
+http::message_generator HttpSession::answer(const Request& request) {
+    const std::string_view path = pathOf(request.target());
+    const bool isGet = request.method() == http::verb::get || request.method() == http::verb::head;
+    if (isBayeuxPath(path)) {
+        if (request.method() == http::verb::post) {
+            return makeText(request, http::status::not_implemented,
+                            "long-polling is not served yet: connect by WebSocket");
+        }
+        if (isGet) {
+            return makeText(request, http::status::bad_request, "a GET of this address must be a WebSocket upgrade");
+        }
+        return makeText(request, http::status::method_not_allowed, "connect by WebSocket");
+    }
+    if (!isGet) {
+        return makeText(request, http::status::method_not_allowed, "only GET and HEAD are served here");
+    }
+    if (path == "/healthz") {
+        return makeText(request, http::status::ok, "ok");
+    }
+    if (path == "/readyz") {
+        return services_.isReady() ? makeText(request, http::status::ok, "ready")
+                                   : makeText(request, http::status::service_unavailable, "not ready");
+    }
+    if (const StaticFiles::File* file = services_.files.find(request.target())) {
+        return makeFile(request, *file);
+    }
+    return makeText(request, http::status::not_found, "there is nothing here");
+}
+
+void HttpSession::write(http::message_generator response, bool keepAlive) {
+    beast::async_write(stream_, std::move(response),
+                       [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
+                           if (error) {
+                               return;
+                           }
+                           if (keepAlive) {
+                               self->read();
+                           } else {
+                               beast::error_code ignored;
+                               self->stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored);
+                           }
+                       });
+}
+
+}  // namespace server::http

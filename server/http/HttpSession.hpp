@@ -1,0 +1,59 @@
+#pragma once
+
+#include "server/bayeux/BayeuxServer.hpp"
+#include "server/http/RequestGuard.hpp"
+#include "server/http/StaticFiles.hpp"
+#include "server/http/WebSocketConnection.hpp"
+
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http/message_generator.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace server::http {
+
+/// What all HTTP sessions share. Must outlive them.
+struct HttpServices {
+    bayeux::BayeuxServer& bayeux;
+    const RequestGuard& guard;
+    const StaticFiles& files;
+    std::size_t maxMessageBytes;
+    std::function<bool()> isReady;
+    /// Takes note of a WebSocket, so that it can be closed at the end.
+    std::function<void(std::weak_ptr<WebSocketConnection>)> opened;
+};
+
+/// One TCP connection that speaks HTTP: answers request after request, until it is closed or becomes
+/// a WebSocket. Keeps itself alive by its reads and writes; confined to the server's thread.
+class HttpSession final : public std::enable_shared_from_this<HttpSession> {
+  public:
+    HttpSession(boost::beast::tcp_stream&& stream, const HttpServices& services)
+        : stream_(std::move(stream)), services_(services) {}
+
+    void run() { read(); }
+
+    /// Cuts the connection.
+    void close();
+
+  private:
+    using Request = boost::beast::http::request<boost::beast::http::string_body>;
+
+    void read();
+    void onHeader(boost::beast::error_code error);
+    void onRead(boost::beast::error_code error);
+    void upgrade();
+    boost::beast::http::message_generator answer(const Request& request);
+    void write(boost::beast::http::message_generator response, bool keepAlive);
+
+    boost::beast::tcp_stream stream_;
+    const HttpServices& services_;
+    boost::beast::flat_buffer buffer_;
+    std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> parser_;
+};
+
+}  // namespace server::http

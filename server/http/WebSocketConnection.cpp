@@ -1,0 +1,153 @@
+#include "server/http/WebSocketConnection.hpp"
+
+#include "server/http/serverName.hpp"
+
+#include <boost/beast/websocket/rfc6455.hpp>
+
+namespace server::http {
+
+namespace beast = boost::beast;
+namespace websocket = boost::beast::websocket;
+
+namespace {
+
+/// The envelope around the payload, and a bound on what is read to answer that a payload is too long.
+constexpr std::size_t kEnvelopeBytes = 1024UL * 1024;
+
+/// What one message may leave allocated for the next.
+constexpr std::size_t kKeptBytes = 1024UL * 1024;
+
+/// A peer that is silent for so long, our pings included, has gone.
+constexpr std::chrono::seconds kIdleTimeout{60};
+
+/// How long a slow peer may take to read what was sent before its connection is cut.
+constexpr std::chrono::seconds kCloseTimeout{5};
+
+/// Control frames are short: what remains of 125 bytes behind the code.
+constexpr std::size_t kMaxReasonBytes = 123;
+
+}  // namespace
+
+WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::BayeuxServer& server,
+                                         std::size_t maxMessageBytes, bool isAuthenticated)
+    : socket_(std::move(stream)),
+      server_(server),
+      isAuthenticated_(isAuthenticated),
+      closeTimer_(socket_.get_executor()) {
+    socket_.read_message_max(2 * maxMessageBytes + kEnvelopeBytes);
+    // One frame a message: some clients count frames, and there is nothing to interleave.
+    socket_.auto_fragment(false);
+    socket_.text(true);
+}
+
+void WebSocketConnection::run(const Request& upgrade) {
+    beast::get_lowest_layer(socket_).expires_never();
+    websocket::stream_base::timeout timeout;
+    timeout.handshake_timeout = std::chrono::seconds(30);
+    timeout.idle_timeout = kIdleTimeout;
+    timeout.keep_alive_pings = true;
+    socket_.set_option(timeout);
+    const std::string offered(upgrade[beast::http::field::sec_websocket_protocol]);
+    socket_.set_option(websocket::stream_base::decorator([offered](websocket::response_type& response) {
+        response.set(beast::http::field::server, kServerName);
+        // A stock client rejects the socket when it offered subprotocols and none is named.
+        if (!offered.empty()) {
+            response.set(beast::http::field::sec_websocket_protocol, offered.substr(0, offered.find(',')));
+        }
+    }));
+    socket_.async_accept(upgrade, [self = shared_from_this()](beast::error_code error) {
+        if (!error) {
+            self->isOpen_ = true;
+            self->read();
+        }
+    });
+}
+
+void WebSocketConnection::read() {
+    socket_.async_read(buffer_, [self = shared_from_this()](beast::error_code error, std::size_t) {
+        self->onRead(error);
+    });
+}
+
+void WebSocketConnection::onRead(beast::error_code error) {
+    if (error) {
+        drop();
+        return;
+    }
+    frame_.resize(buffer_.size());
+    server_.receive(shared_from_this(), frame_);
+    buffer_.consume(buffer_.size());
+    if (frame_.capacity() > kKeptBytes) {
+        frame_.shrink_to_fit();
+    }
+    read();
+}
+
+void WebSocketConnection::send(std::string frame) {
+    if (!isOpen_ || closeReason_) {
+        return;
+    }
+    outgoing_.push_back(std::move(frame));
+    if (outgoing_.size() == 1) {
+        write();
+    }
+}
+
+void WebSocketConnection::write() {
+    socket_.async_write(boost::asio::buffer(outgoing_.front()),
+                        [self = shared_from_this()](beast::error_code error, std::size_t) {
+                            self->onWritten(error);
+                        });
+}
+
+void WebSocketConnection::onWritten(beast::error_code error) {
+    if (error) {
+        drop();
+        return;
+    }
+    outgoing_.pop_front();
+    if (!outgoing_.empty()) {
+        write();
+    } else if (closeReason_) {
+        startClosing();
+    } else {
+        server_.writable(*this);
+    }
+}
+
+void WebSocketConnection::close(bayeux::CloseCode code, std::string reason) {
+    if (!isOpen_ || closeReason_) {
+        return;
+    }
+    reason.resize(std::min(reason.size(), kMaxReasonBytes));
+    closeReason_ = websocket::close_reason(static_cast<websocket::close_code>(code), reason);
+    closeTimer_.expires_after(kCloseTimeout);
+    closeTimer_.async_wait([self = shared_from_this()](beast::error_code error) {
+        if (!error) {
+            self->drop();
+        }
+    });
+    if (outgoing_.empty()) {
+        startClosing();
+    }
+}
+
+void WebSocketConnection::startClosing() {
+    socket_.async_close(*closeReason_, [self = shared_from_this()](beast::error_code) { self->drop(); });
+}
+
+void WebSocketConnection::supersede() {
+    close(bayeux::CloseCode::Normal, "another connection has taken over");
+}
+
+void WebSocketConnection::drop() {
+    if (!isOpen_) {
+        return;
+    }
+    isOpen_ = false;
+    closeTimer_.cancel();
+    beast::get_lowest_layer(socket_).close();
+    server_.closed(*this);
+}
+
+}  // namespace server::http

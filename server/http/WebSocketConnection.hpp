@@ -1,0 +1,58 @@
+#pragma once
+
+#include "server/bayeux/BayeuxServer.hpp"
+#include "server/bayeux/Connection.hpp"
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <boost/beast/websocket/stream.hpp>
+#include <deque>
+#include <memory>
+#include <string>
+
+namespace server::http {
+
+/// One WebSocket of a client. Keeps itself alive by its read; confined to the server's thread.
+class WebSocketConnection final : public bayeux::Connection,
+                                  public std::enable_shared_from_this<WebSocketConnection> {
+  public:
+    using Request = boost::beast::http::request<boost::beast::http::string_body>;
+
+    /// `server` must outlive the connection. `isAuthenticated`: the upgrade carried the right token.
+    WebSocketConnection(boost::beast::tcp_stream&& stream, bayeux::BayeuxServer& server,
+                        std::size_t maxMessageBytes, bool isAuthenticated);
+
+    /// Answers the upgrade and starts to read.
+    void run(const Request& upgrade);
+
+    void send(std::string frame) override;
+    void close(bayeux::CloseCode code, std::string reason) override;
+    void supersede() override;
+    bool isWritable() const override { return outgoing_.empty() && !closeReason_; }
+    bool isStreaming() const override { return true; }
+    bool isAuthenticated() const override { return isAuthenticated_; }
+
+  private:
+    void read();
+    void onRead(boost::beast::error_code error);
+    void write();
+    void onWritten(boost::beast::error_code error);
+    void startClosing();
+    void drop();
+
+    boost::beast::websocket::stream<boost::beast::tcp_stream> socket_;
+    bayeux::BayeuxServer& server_;
+    const bool isAuthenticated_;
+    std::string frame_;
+    boost::asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>> buffer_{frame_};
+    /// The first one is being written.
+    std::deque<std::string> outgoing_;
+    std::optional<boost::beast::websocket::close_reason> closeReason_;
+    boost::asio::steady_timer closeTimer_;
+    bool isOpen_ = false;
+};
+
+}  // namespace server::http
