@@ -1,0 +1,129 @@
+import { mkdtempSync, rmSync, writeFileSync } from "node:fs";
+import { createServer, type AddressInfo } from "node:net";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+
+import { afterAll, beforeAll, describe, expect, it } from "vitest";
+
+import { consoleFolder, runToEnd, ServerProcess, type Ended } from "./ServerProcess.js";
+import { StockClient } from "./StockClient.js";
+
+/** The program from outside: how it starts, what it says when it can't, and how it ends. */
+
+let folder: string;
+
+beforeAll(() => {
+    folder = mkdtempSync(join(tmpdir(), "yvm-"));
+});
+
+afterAll(() => {
+    rmSync(folder, { recursive: true });
+});
+
+/** One clear line on standard error, nothing on standard output, and a failure to the shell. */
+function expectOneLine({ code, stdout, stderr }: Ended, text: RegExp): void {
+    expect(stderr).toMatch(text);
+    expect(stderr).toMatch(/^yvm-connector: [^\n]+\n$/);
+    expect(stdout).toBe("");
+    expect(code).toBeGreaterThan(0);
+}
+
+describe("the program refuses", () => {
+    it("a port that is in use", async () => {
+        const occupant = createServer();
+        await new Promise<void>((resolve) => occupant.listen(0, "127.0.0.1", resolve));
+        const port = String((occupant.address() as AddressInfo).port);
+        expectOneLine(
+            await runToEnd("--port", port, "--console-dir", consoleFolder),
+            new RegExp(`127\\.0\\.0\\.1:${port}.*in use`),
+        );
+        occupant.close();
+    });
+
+    it("an unknown option", async () => {
+        expectOneLine(await runToEnd("--colour", "red"), /--colour/);
+    });
+
+    it("a broken configuration file", async () => {
+        const file = join(folder, "broken.toml");
+        writeFileSync(file, "port = 0\nhost = \n");
+        expectOneLine(await runToEnd("--config", file), /broken\.toml:2/);
+    });
+
+    it("an unknown name in the configuration file", async () => {
+        const file = join(folder, "unknown.toml");
+        writeFileSync(file, "prot = 0\n");
+        expectOneLine(await runToEnd("--config", file), /prot/);
+    });
+
+    it("a folder without the plug-in", async () => {
+        expectOneLine(
+            await runToEnd("--port", "0", "--console-dir", consoleFolder, "--plugin-dir", folder),
+            /plug-in/,
+        );
+    });
+
+    it("a console folder that is not there", async () => {
+        expectOneLine(await runToEnd("--port", "0", "--console-dir", join(folder, "missing")), /missing/);
+    });
+
+    it("to serve without a token beyond this machine", async () => {
+        expectOneLine(await runToEnd("--port", "0", "--host", "0.0.0.0", "--no-auth"), /no-auth/);
+    });
+});
+
+describe("the program", () => {
+    it("explains itself", async () => {
+        const { code, stdout } = await runToEnd("--help");
+        expect(code).toBe(0);
+        for (const option of ["--host", "--port", "--token", "--config", "--venv", "--startup", "--cwd"]) {
+            expect(stdout).toContain(option);
+        }
+    });
+
+    it.each(["SIGTERM", "SIGINT"] as const)("ends with 0 on %s", async (signal) => {
+        const server = await ServerProcess.start();
+        server.kill(signal);
+        expect(await server.ended).toMatchObject({ code: 0, signal: null, stderr: "" });
+    });
+
+    it("ends with 0 on SIGTERM while a command runs", async () => {
+        const server = await ServerProcess.start("--shutdown-timeout", "1");
+        const client = await StockClient.attached(server, "busy");
+        await client.publish("/yvm/busy/eval/request", {
+            requestID: "endless",
+            command: "print('running')\nwhile True: pass",
+            runOptions: { useNullOutSink: false },
+        });
+        await client.event(({ data }) => data["text"] === "running\n");
+        server.kill("SIGTERM");
+        expect(await server.ended).toMatchObject({ code: 0, signal: null });
+        await client.disconnect();
+    });
+
+    it("reads a configuration file, and options win over it", async () => {
+        const file = join(folder, "good.toml");
+        writeFileSync(file, 'token = "from-file"\nport = 1\n');
+        const server = await ServerProcess.start("--config", file);
+        expect(server.token).toBe("from-file");
+        expect((await server.stop()).code).toBe(0);
+    });
+
+    it("runs a start-up script in the folder it is told", async () => {
+        const script = join(folder, "startup.py");
+        writeFileSync(script, "import os\nstarted_in = os.getcwd()\n");
+        const server = await ServerProcess.start("--startup", script, "--cwd", folder);
+        const client = await StockClient.attached(server, "s");
+        expect(await client.print("s", "print(started_in)")).toBe(`${folder}\n`);
+        await client.disconnect();
+        expect((await server.stop()).code).toBe(0);
+    });
+
+    it("lets everybody on this machine in with --no-auth", async () => {
+        const server = await ServerProcess.start("--no-auth");
+        const client = new StockClient(server);
+        expect((await client.handshake()).successful).toBe(true);
+        await client.disconnect();
+        expect((await server.stop()).code).toBe(0);
+    });
+});
