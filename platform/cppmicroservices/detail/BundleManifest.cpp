@@ -73,9 +73,10 @@ ComponentDescription readComponent(const Object& entry) {
         component.properties = *properties;
     }
     const std::string triggers = "yw.embeddedConnector.startTriggers";
-    if (find(component.properties, triggers) != nullptr) {
-        const std::string key = triggers + ".messageServiceChannels";
-        const auto* channels = findAs<Array>(component.properties, key);
+    const std::string key = triggers + ".messageServiceChannels";
+    const auto* channels = findAs<Array>(component.properties, key);
+    if (channels != nullptr || find(component.properties, triggers) != nullptr) {
+        // A deferred component without a trigger would never start.
         if (channels == nullptr || channels->empty()) {
             throw std::runtime_error("in its manifest, '" + key + "' names no channel");
         }
@@ -102,14 +103,15 @@ BundleManifest readManifest(const std::filesystem::path& file) {
         throw std::runtime_error("its manifest lies in the folder '" + resource.folder +
                                  "' but names the bundle '" + manifest.symbolicName + "'");
     }
-    if (find(manifest.json, "scr") == nullptr) {
+    const auto* components = findAs<Array>(manifest.json, "scr.components");
+    const Value* version = find(manifest.json, "scr.version");
+    if (components == nullptr && version == nullptr && find(manifest.json, "scr") == nullptr) {
         return manifest;
     }
-    const Value* version = find(manifest.json, "scr.version");
     if (version == nullptr || !version->is<double>() || version->get<double>() != 1) {
         throw std::runtime_error("in its manifest, 'scr.version' must be 1");
     }
-    if (const auto* components = findAs<Array>(manifest.json, "scr.components")) {
+    if (components != nullptr) {
         for (const Value& entry : *components) {
             if (!entry.is<Object>()) {
                 throw std::runtime_error(
