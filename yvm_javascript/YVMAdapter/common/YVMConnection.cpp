@@ -1,0 +1,142 @@
+#include "common/YVMConnection.hpp"
+
+#include "common/repairCommand.hpp"
+#include "foundation/json/Parser.hpp"
+#include "foundation/json/ParserException.hpp"
+#include "foundation/json/Serializer.hpp"
+#include "foundation/log/function_trace.hpp"
+
+#include <boost/exception/diagnostic_information.hpp>
+
+#include <exception>
+#include <optional>
+#include <utility>
+
+namespace yvm::JSClient {
+
+namespace {
+
+using connector::message_service::MessageService;
+
+const foundation::log::diagnostic_logger& logger() {
+    static const auto& instance = *new foundation::log::diagnostic_logger("yvm::JSClient::YVMConnection");
+    return instance;
+}
+
+void logCaughtException() {
+    FOUNDATION_LOG(logger(), foundation::log::CaughtException)
+        << "Exception caught: " << boost::current_exception_diagnostic_information(true);
+}
+
+void publishJson(MessageService& messageService, const std::string& channel, JsonObject json) {
+    messageService.publish(
+        channel, connector::common::DataBuffer(foundation::json::Serializer::serialize(std::move(json))));
+}
+
+void publishResponseOn(MessageService& messageService, const std::string& responseChannel,
+                       const RequestResponse& response) {
+    FOUNDATION_LOG(logger(), foundation::log::Normal)
+        << "response id = " << response.getRequestID() << " for " << responseChannel;
+    publishJson(messageService, responseChannel, response.getJson());
+}
+
+}  // namespace
+
+YVMConnection::YVMConnection(std::shared_ptr<MessageService> messageService, std::string channel,
+                             Handler handler)
+    : messageService_(std::move(messageService)),
+      channel_(std::move(channel)),
+      responseChannel_(channel_ + "/response"),
+      handler_(std::move(handler)) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    if (handler_) {
+        subscription_ = subscribe("request", [this](JsonObject json) { handleRequest(std::move(json)); });
+    }
+}
+
+YVMConnection::~YVMConnection() {
+    FOUNDATION_FUNCTION_TRACE(logger());
+}
+
+void YVMConnection::publish(const std::string& subChannel, JsonObject message) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    publishJson(*messageService_, channel_ + "/" + subChannel, std::move(message));
+}
+
+void YVMConnection::publishResponse(const RequestResponse& response) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    publishResponseOn(*messageService_, responseChannel_, response);
+}
+
+foundation::core::util::scope_guard YVMConnection::subscribe(const std::string& subChannel,
+                                                             MessageCallback callback) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    const std::string fullChannel = channel_ + "/" + subChannel;
+    FOUNDATION_LOG(logger(), foundation::log::Normal) << "subscribe to " << fullChannel;
+    auto subscription = messageService_
+                            ->subscribe(fullChannel,
+                                        [this, callback = std::move(callback)](
+                                            const connector::message_service::JsonMessage& message) {
+                                            onMessage(callback, message);
+                                        })
+                            .get();
+    return foundation::core::util::scope_guard(
+        [subscription = std::move(subscription)] { subscription->unsubscribe(); });
+}
+
+void YVMConnection::onMessage(const MessageCallback& callback,
+                              const connector::message_service::JsonMessage& message) {
+    try {
+        std::string text(message.payload().view());
+        JsonObject parsed;
+        std::exception_ptr savedException;
+        // On two kinds of text this never ends, which is part of the contract: one that parses to an empty
+        // object, and one that, as it stands or as repaired, ends where a further token is due, for then the
+        // repair deletes nothing. Whoever lets clients in keeps such texts out.
+        do {
+            try {
+                parsed = std::move(foundation::json::parseText(text).as<JsonObject>());
+            } catch (const foundation::json::ParserException& exception) {
+                savedException = std::current_exception();
+                text = repairCommand(exception, std::move(text));
+            }
+        } while (parsed.empty() && !text.empty());
+
+        if (savedException) {
+            RequestResponse response(BaseRequest(text).getRequestID());
+            response.setError(savedException, RequestResponse::Status::RequestInvalid);
+            publishResponse(response);
+        } else {
+            callback(std::move(parsed));
+        }
+    } catch (...) {
+        logCaughtException();
+    }
+}
+
+void YVMConnection::handleRequest(JsonObject json) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    std::optional<BaseRequest> request;
+    try {
+        request.emplace(std::move(json));
+        FOUNDATION_LOG(logger(), foundation::log::Normal) << "request id = " << request->getRequestID();
+    } catch (...) {
+        logCaughtException();
+        return;
+    }
+
+    // The handler may end the life of this connection, and of itself with it.
+    const Handler handler = handler_;
+    const std::shared_ptr<MessageService> messageService = messageService_;
+    const std::string responseChannel = responseChannel_;
+    try {
+        handler(*request);
+    } catch (...) {
+        logCaughtException();
+        RequestResponse response(request->getRequestID());
+        response.setError(std::current_exception(), std::nullopt);
+        publishResponseOn(*messageService, responseChannel, response);
+    }
+}
+
+}  // namespace yvm::JSClient

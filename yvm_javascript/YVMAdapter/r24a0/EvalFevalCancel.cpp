@@ -1,0 +1,263 @@
+#include "r24a0/EvalFevalCancel.hpp"
+
+#include "cmddistributor/CmdRequest.hpp"
+#include "fl/i18n/ustring.hpp"
+#include "foundation/json/Serializer.hpp"
+#include "foundation/log/function_trace.hpp"
+#include "foundation/msg_svc/threadutil/ConcurrentTBBHashMap.hpp"
+#include "foundation/yorlabdata/json/conversion.hpp"
+#include "ylutil/cmddistributor/WhenToDequeue.hpp"
+
+#include <boost/exception/diagnostic_information.hpp>
+
+#include <algorithm>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+namespace yvm::JSClient::r24a0 {
+
+namespace {
+
+using connector::message_service::MessageService;
+
+constexpr const char* sourceTag = "r24a0/EvalFevalCancel";
+
+const foundation::log::diagnostic_logger& logger() {
+    static const auto& instance = *new foundation::log::diagnostic_logger("yvm::JSClient::EvalFevalCancel");
+    return instance;
+}
+
+void logNullWeakThis() {
+    FOUNDATION_LOG(logger(), foundation::log::Normal) << "Returning early due to null weakThis";
+}
+
+/// Commands of a person at a console run in the engine's stream 0, all others in -2.
+cmddistributor::IqmStreamID streamOf(const cmddistributor::RunOptions& runOptions) {
+    return std::ranges::find(runOptions.getGroupNames(), "UserGroup") != runOptions.getGroupNames().end()
+               ? 0
+               : -2;
+}
+
+std::string nameOfMode(const cmddistributor::RunOptions& runOptions) {
+    return ylutil::cmddistributor::WhenToDequeue::toString(runOptions.getDequeueMode());
+}
+
+foundation::json::Value toJson(const std::vector<foundation::yorlabdata::Array>& arrays,
+                               foundation::yorlabjson::ToJsonMode outputFormat) {
+    foundation::json::Array values;
+    values.reserve(arrays.size());
+    for (const auto& array : arrays) {
+        values.push_back(foundation::yorlabdata::json::yorlabdata_to_json(
+            array, outputFormat, foundation::yorlabjson::NanType{}, foundation::yorlabdata::ObjectFilter{}));
+    }
+    return values;
+}
+
+}  // namespace
+
+std::shared_ptr<EvalFevalCancel> EvalFevalCancel::create(
+    std::string prefix, const std::shared_ptr<yvm::YVM>& yvm, std::shared_ptr<MessageService> messageService,
+    const std::shared_ptr<EventManagerConnection>& eventManagerConnection) {
+    std::shared_ptr<EvalFevalCancel> service(
+        new EvalFevalCancel(std::move(prefix), std::move(messageService)));
+    // Apart from the constructor, in which there is no weak reference yet.
+    service->createYVMConnections(yvm, eventManagerConnection);
+    return service;
+}
+
+EvalFevalCancel::EvalFevalCancel(std::string prefix, std::shared_ptr<MessageService> messageService)
+    : inFlightRequests_(
+          std::make_shared<
+              foundation::msg_svc::threadutil::ConcurrentTBBHashMap<std::string, CancelCallback>>()),
+      channelPrefix_(std::move(prefix)),
+      messageService_(std::move(messageService)) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+}
+
+EvalFevalCancel::~EvalFevalCancel() {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    // Copied, since a cancel may run a completion that enters the registry, which is locked during a visit.
+    std::vector<std::function<void(bool)>> callbacks;
+    std::mutex mutex;
+    inFlightRequests_->forEach([&callbacks, &mutex](const std::string&, const CancelCallback& callback) {
+        const std::lock_guard lock(mutex);
+        callbacks.emplace_back(callback);
+    });
+    for (const auto& callback : callbacks) {
+        try {
+            callback(true);
+        } catch (...) {
+            FOUNDATION_LOG(logger(), foundation::log::CaughtException)
+                << "Exception caught: " << boost::current_exception_diagnostic_information(true);
+        }
+    }
+    inFlightRequests_->clear();
+}
+
+void EvalFevalCancel::createYVMConnections(
+    const std::shared_ptr<yvm::YVM>& yvm,
+    const std::shared_ptr<EventManagerConnection>& eventManagerConnection) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    fevalConnection_.emplace(
+        messageService_, channelPrefix_ + "/feval",
+        makeHandler<FevalRequest>(&EvalFevalCancel::fevalConnection_, &EvalFevalCancel::handleFevalRequest,
+                                  yvm, eventManagerConnection));
+    evalConnection_.emplace(
+        messageService_, channelPrefix_ + "/eval",
+        makeHandler<EvalRequest>(&EvalFevalCancel::evalConnection_, &EvalFevalCancel::handleEvalRequest, yvm,
+                                 eventManagerConnection));
+}
+
+template <typename Request>
+YVMConnection::Handler EvalFevalCancel::makeHandler(
+    std::optional<YVMConnection> EvalFevalCancel::* connection,
+    void (EvalFevalCancel::*handle)(const Request&, const std::shared_ptr<yvm::YVM>&),
+    const std::shared_ptr<yvm::YVM>& yvm,
+    const std::shared_ptr<EventManagerConnection>& eventManagerConnection) {
+    return [weakThis = weak_from_this(), connection, handle, yvm,
+            eventManagerConnection](const BaseRequest& baseRequest) {
+        FOUNDATION_FUNCTION_TRACE(logger());
+        // A request may come in before the connection that delivers it has been stored.
+        const auto self = weakThis.lock();
+        if (!self || !((*self).*connection)) {
+            logNullWeakThis();
+            return;
+        }
+        ((*self).*handle)(Request(baseRequest, eventManagerConnection, self->makePublishTextCallback()), yvm);
+    };
+}
+
+PublishTextCallback EvalFevalCancel::makePublishTextCallback() {
+    return [weakThis = weak_from_this()](std::string channel, JsonObject message) {
+        if (const auto self = weakThis.lock()) {
+            self->publishTextCallback(channel, std::move(message));
+        } else {
+            logNullWeakThis();
+        }
+    };
+}
+
+void EvalFevalCancel::publishTextCallback(const std::string& channel, JsonObject message) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    const std::string fullChannel = channelPrefix_ + channel;
+    FOUNDATION_LOG(logger(), foundation::log::Normal) << "publishTextCallback to " << fullChannel;
+    messageService_->publish(fullChannel, connector::common::DataBuffer(
+                                              foundation::json::Serializer::serialize(std::move(message))));
+}
+
+EvalFevalCancel::IDType EvalFevalCancel::insertNewIIP(
+    const std::string& requestID, const boost::shared_ptr<cmddistributor::CmdDistributor>& distributor) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    const IDType id;
+    inFlightRequests_->findOrInsert(requestID, [distributor, id]() -> CancelCallback {
+        return [distributor, id](bool interrupt) {
+            FOUNDATION_LOG(logger(), foundation::log::Normal) << "Cancelling " << id;
+            if (!distributor) {
+                throw std::runtime_error("Cannot find a distributor instance to cancel this YVM request");
+            }
+            return distributor->cancel(id, interrupt);
+        };
+    });
+    return id;
+}
+
+void EvalFevalCancel::handleEvalRequest(const EvalRequest& request, const std::shared_ptr<yvm::YVM>& yvm) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    const std::string& requestID = request.getRequestID();
+    const cmddistributor::RunOptions& runOptions = request.getRunOptions();
+    try {
+        const auto distributor = yvm->getCmdDistributor();
+        if (!distributor) {
+            RequestResponse response(requestID);
+            response.setError("Cannot find a distributor instance to submit this YVM request",
+                              RequestResponse::Status::RequestInvalid);
+            evalConnection_->publishResponse(response);
+            return;
+        }
+        const IDType id = insertNewIIP(requestID, distributor);
+        auto command = std::make_shared<cmddistributor::EvalCmdRequest>(
+            request.getIsUserEval(), streamOf(runOptions), runOptions.getOutSink(), runOptions.getErrSink(),
+            fl::i18n::to_ustring(request.getCommand()), sourceTag);
+        FOUNDATION_LOG(logger(), foundation::log::Normal)
+            << "Enqueueing eval " << id << " \"" << request.getCommand() << "\" for request " << requestID
+            << " to run at " << nameOfMode(runOptions);
+        distributor->enqueueWithFuture<void>(
+            std::move(command),
+            [weakThis = weak_from_this(), requestID](boost::future<void> future) {
+                completeEval(weakThis, requestID, std::move(future));
+            },
+            runOptions, id, nullptr);
+    } catch (...) {
+        RequestResponse response(requestID);
+        response.setError(std::current_exception(), std::nullopt);
+        evalConnection_->publishResponse(response);
+    }
+}
+
+void EvalFevalCancel::handleFevalRequest(const FevalRequest& request, const std::shared_ptr<yvm::YVM>& yvm) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    const std::string& requestID = request.getRequestID();
+    try {
+        // Null when the engine has none: the engine refuses the call below, and its cancel throws.
+        const auto distributor = yvm->getCmdDistributor();
+        const IDType id = insertNewIIP(requestID, distributor);
+        FOUNDATION_LOG(logger(), foundation::log::Normal)
+            << "Enqueueing feval " << id << " \"" << request.getFunction() << "\" for request " << requestID
+            << " to run at " << nameOfMode(request.getRunOptions());
+        yvm->fevalWithCompletion(
+            request.getFunction(), request.getRhsArgs(), request.getNumOutputsExpected(),
+            [weakThis = weak_from_this(), requestID,
+             outputFormat = request.getYdaOutputFormat()](yvm::Future<Arrays> future) {
+                completeFeval(weakThis, requestID, outputFormat, std::move(future));
+            },
+            request.getRunOptions(), false, id, sourceTag);
+    } catch (...) {
+        RequestResponse response(requestID);
+        response.setError(std::current_exception(), std::nullopt);
+        fevalConnection_->publishResponse(response);
+    }
+}
+
+void EvalFevalCancel::completeEval(const std::weak_ptr<EvalFevalCancel>& weakThis,
+                                   const std::string& requestID, boost::future<void> future) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    const auto self = weakThis.lock();
+    if (!self) {
+        logNullWeakThis();
+        return;
+    }
+    self->inFlightRequests_->erase(requestID);
+    RequestResponse response(requestID);
+    try {
+        future.get();
+    } catch (...) {
+        response.setError(std::current_exception(), std::nullopt);
+    }
+    FOUNDATION_LOG(logger(), foundation::log::Normal) << "Responding to eval request " << requestID;
+    self->evalConnection_->publishResponse(response);
+}
+
+void EvalFevalCancel::completeFeval(const std::weak_ptr<EvalFevalCancel>& weakThis,
+                                    const std::string& requestID,
+                                    foundation::yorlabjson::ToJsonMode outputFormat,
+                                    yvm::Future<Arrays> future) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    const auto self = weakThis.lock();
+    if (!self) {
+        logNullWeakThis();
+        return;
+    }
+    self->inFlightRequests_->erase(requestID);
+    RequestResponse response(requestID);
+    try {
+        // Set only when every output has been converted: a response never has both `result` and `error`.
+        response.setValue("result", toJson(future.get(), outputFormat));
+    } catch (...) {
+        response.setError(std::current_exception(), std::nullopt);
+    }
+    FOUNDATION_LOG(logger(), foundation::log::Normal) << "Responding to feval request " << requestID;
+    self->fevalConnection_->publishResponse(response);
+}
+
+}  // namespace yvm::JSClient::r24a0
