@@ -31,7 +31,7 @@ class [[gnu::visibility("default")]] BaseEvent {
     /// Whether `name` is among the static tags; user tags do not count.
     virtual bool isKindOf(std::u16string_view name) const;
 
-    /// The command that this event belongs to, if it belongs to one: a synchronous dispatch asks the
+    /// The command that this event belongs to, if it belongs to one: a dispatch asks the
     /// callbacks of that command first.
     virtual std::optional<exchange::IDType> commandId() const;
 

@@ -59,7 +59,7 @@ class [[gnu::visibility("default")]] EventMgr {
     /// How many live subscriptions name `tag`, so that an event nobody wants need not be made.
     virtual std::size_t subscriptionCount(const std::u16string& tag) const = 0;
 
-    /// Installs the lookup that a synchronous dispatch asks first, for an event that belongs to a
+    /// Installs the lookup that a dispatch asks first, for an event that belongs to a
     /// command: by the event's static tags, derived to base, until a handler is found. That handler
     /// is called, then the general subscribers as ever. An empty function removes the lookup.
     virtual void setCommandHandlerLookup(CommandHandlerLookup lookup) = 0;
