@@ -94,8 +94,9 @@ void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string&
     } else {
         const auto& messages = std::get<std::vector<Message>>(parsed);
         batch.isSingle = messages.size() == 1;
-        batch.holdsHandshake = std::any_of(messages.begin(), messages.end(),
-                                           [](const Message& message) { return message.channel == kHandshake; });
+        batch.holdsHandshake = std::any_of(messages.begin(), messages.end(), [](const Message& message) {
+            return message.channel == kHandshake;
+        });
         for (const Message& message : messages) {
             handle(batch, message);
         }
@@ -198,9 +199,8 @@ void BayeuxServer::handshake(Batch& batch, const Message& message) {
             }
         });
     };
-    const auto session =
-        std::make_shared<Session>(number, randomHex(20),
-                                  std::make_shared<DeliveryQueue>(options_.maxQueueBytes, std::move(wake)));
+    const auto session = std::make_shared<Session>(
+        number, randomHex(20), std::make_shared<DeliveryQueue>(options_.maxQueueBytes, std::move(wake)));
     session->lastHeard = options_.now();
     sessions_.emplace(session->clientId(), session);
     sessionsByNumber_.emplace(number, session);

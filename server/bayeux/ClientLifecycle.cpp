@@ -84,9 +84,12 @@ Fields readResponse(const DataBuffer& payload) {
 
 ClientLifecycle::ClientLifecycle(std::shared_ptr<connector::message_service::Broker> broker,
                                  Callbacks callbacks)
-    : broker_(std::move(broker)), callbacks_(std::move(callbacks)), service_(broker_->createService("server")) {
+    : broker_(std::move(broker)),
+      callbacks_(std::move(callbacks)),
+      service_(broker_->createService("server")) {
     const auto onServerThread = [this](void (ClientLifecycle::*handler)(const DataBuffer&)) {
-        return [this, handler, post = callbacks_.post, alive = std::weak_ptr(alive_)](const JsonMessage& message) {
+        return [this, handler, post = callbacks_.post,
+                alive = std::weak_ptr(alive_)](const JsonMessage& message) {
             post([this, handler, alive, payload = message.payload()] {
                 if (!alive.expired()) {
                     (this->*handler)(payload);
@@ -101,14 +104,15 @@ ClientLifecycle::ClientLifecycle(std::shared_ptr<connector::message_service::Bro
     // Not inline: it has to arrive behind the detach, in its lane.
     subscriptions_.push_back(
         service_
-            ->subscribe(kMarkerChannel,
-                        [this, post = callbacks_.post, alive = std::weak_ptr(alive_)](const JsonMessage& message) {
-                            post([this, alive, marker = std::string(message.payload().view())] {
-                                if (!alive.expired()) {
-                                    onMarker(marker);
-                                }
-                            });
-                        })
+            ->subscribe(
+                kMarkerChannel,
+                [this, post = callbacks_.post, alive = std::weak_ptr(alive_)](const JsonMessage& message) {
+                    post([this, alive, marker = std::string(message.payload().view())] {
+                        if (!alive.expired()) {
+                            onMarker(marker);
+                        }
+                    });
+                })
             .get());
 }
 

@@ -27,9 +27,10 @@ void DeliveryQueue::offer(const std::string& pattern,
     bool wakeDue = false;
     {
         const std::lock_guard lock(mutex_);
-        const auto first = std::find_if(patterns_.begin(), patterns_.end(), [&](const std::string& candidate) {
-            return connector::message_service::matchesPattern(candidate, message.channel());
-        });
+        const auto first =
+            std::find_if(patterns_.begin(), patterns_.end(), [&](const std::string& candidate) {
+                return connector::message_service::matchesPattern(candidate, message.channel());
+            });
         if (first == patterns_.end() || *first != pattern) {
             return;
         }

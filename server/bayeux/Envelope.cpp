@@ -82,8 +82,8 @@ class HeaderReader {
         message_.supportedConnectionTypes = texts("supportedConnectionTypes");
         if (dom::element subscription; !header_["subscription"].get(subscription)) {
             message_.subscriptionText = parts.subscription;
-            message_.subscriptions = subscription.is_string() ? std::vector{text("subscription")}
-                                                              : texts("subscription");
+            message_.subscriptions =
+                subscription.is_string() ? std::vector{text("subscription")} : texts("subscription");
         }
         readTimeout();
         // `ext` is open to anybody's extensions: a token of another type is no token.

@@ -25,8 +25,9 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
         return badRequest("a publish needs data");
     }
     if (data.size() > maxBytes_) {
-        return Refusal{ErrorCode::TooLarge, "the data has " + std::to_string(data.size()) + " bytes - at most " +
-                                                std::to_string(maxBytes_) + " are accepted"};
+        return Refusal{ErrorCode::TooLarge, "the data has " + std::to_string(data.size()) +
+                                                " bytes - at most " + std::to_string(maxBytes_) +
+                                                " are accepted"};
     }
     if (data.front() != '{') {
         return badRequest("the data must be an object");
@@ -35,8 +36,8 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
     text.reserve(data.size() + simdjson::SIMDJSON_PADDING);
     text = data;
     simdjson::dom::parser parser;
-    // simdjson allows one level less than it is told.
-    if (parser.allocate(text.size(), kMaxDepth + 1)) {
+    // simdjson counts the innermost level only when it is not empty, so it may refuse one level too few.
+    if (parser.allocate(text.size(), kMaxDepth)) {
         return Refusal{ErrorCode::Unavailable, "no memory for data of this size"};
     }
     simdjson::dom::element parsed;
@@ -45,14 +46,15 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
             break;
         case simdjson::UTF8_ERROR:
             return badRequest("the data is not UTF-8");
-        case simdjson::DEPTH_ERROR:
-            return Refusal{ErrorCode::TooLarge,
-                           "the data is nested more than " + std::to_string(kMaxDepth) + " levels deep"};
         default:
             // simdjson refuses numbers beyond the range of its types, which are JSON all the same; and
             // where it is right, the plain validator knows the place.
-            if (const auto why = whyNotStrictJson(text, kMaxDepth)) {
-                return badRequest("the data is not JSON - " + *why);
+            if (const auto fault = whyNotStrictJson(text, kMaxDepth)) {
+                if (fault->isDepth) {
+                    return Refusal{ErrorCode::TooLarge, "the data is nested more than " +
+                                                            std::to_string(kMaxDepth) + " levels deep"};
+                }
+                return badRequest("the data is not JSON - " + fault->text);
             }
             if (!simdjson::validate_utf8(text)) {
                 return badRequest("the data is not UTF-8");

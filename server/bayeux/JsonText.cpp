@@ -31,7 +31,7 @@ class Walker {
   public:
     Walker(std::string_view text, std::size_t maxDepth) : text_(text), maxDepth_(maxDepth) {}
 
-    std::optional<std::string> failure() {
+    std::optional<JsonFault> failure() {
         takeText();
         return failure_;
     }
@@ -86,7 +86,9 @@ class Walker {
                 case Due::Value:
                     if (c == '{' || c == '[') {
                         if (open_.size() == maxDepth_) {
-                            return fail("nested more than " + std::to_string(maxDepth_) + " levels deep");
+                            fail("nested more than " + std::to_string(maxDepth_) + " levels deep");
+                            failure_->isDepth = true;
+                            return false;
                         }
                         open_.push_back(c);
                         ++at_;
@@ -258,7 +260,7 @@ class Walker {
 
     bool fail(const std::string& what) {
         if (!failure_) {
-            failure_ = what + " at byte " + std::to_string(at_);
+            failure_ = JsonFault{what + " at byte " + std::to_string(at_)};
         }
         return false;
     }
@@ -267,7 +269,7 @@ class Walker {
     std::size_t maxDepth_;
     std::size_t at_ = 0;
     std::vector<char> open_;
-    std::optional<std::string> failure_;
+    std::optional<JsonFault> failure_;
 };
 
 }  // namespace
@@ -312,7 +314,7 @@ std::string toAsciiJson(std::string_view json) {
     return out;
 }
 
-std::optional<std::string> whyNotStrictJson(std::string_view text, std::size_t maxDepth) {
+std::optional<JsonFault> whyNotStrictJson(std::string_view text, std::size_t maxDepth) {
     return Walker(text, maxDepth).failure();
 }
 

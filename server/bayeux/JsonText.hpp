@@ -16,10 +16,18 @@ void appendJsonString(std::string& out, std::string_view text);
 /// `json` is valid JSON in UTF-8, where other characters occur in strings only.
 std::string toAsciiJson(std::string_view json);
 
+/// What is wrong with a text.
+struct JsonFault {
+    /// "<what> at byte <offset>".
+    std::string text;
+    /// It may be JSON all the same, but is nested too deeply.
+    bool isDepth = false;
+};
+
 /// Why `text` is not one strict JSON value (RFC 8259), or nothing when it is.
 ///
 /// Knows no range of numbers, takes white space around the value, allows `maxDepth` nested arrays
 /// and objects. Does not look at the UTF-8 of strings. Iterative: any depth is safe.
-std::optional<std::string> whyNotStrictJson(std::string_view text, std::size_t maxDepth);
+std::optional<JsonFault> whyNotStrictJson(std::string_view text, std::size_t maxDepth);
 
 }  // namespace server::bayeux

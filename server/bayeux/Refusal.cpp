@@ -16,8 +16,7 @@ bool isInErrorGrammar(char c) {
 std::string errorField(const Refusal& refusal) {
     std::string field = std::to_string(static_cast<int>(refusal.code)) + "::" + refusal.text;
     const auto text = field.begin() + static_cast<std::ptrdiff_t>(field.find("::") + 2);
-    std::replace_if(
-        text, field.end(), [](char c) { return !isInErrorGrammar(c); }, '_');
+    std::replace_if(text, field.end(), [](char c) { return !isInErrorGrammar(c); }, '_');
     return field;
 }
 

@@ -14,11 +14,10 @@ void Session::subscribe(connector::message_service::Broker& broker, const std::s
     }
     queue_->addPattern(pattern);
     subscriptions_.emplace(
-        pattern,
-        broker.subscribeInline(
-            pattern, [queue = queue_, pattern](const connector::message_service::JsonMessage& message) {
-                queue->offer(pattern, message);
-            }));
+        pattern, broker.subscribeInline(pattern, [queue = queue_, pattern](
+                                                     const connector::message_service::JsonMessage& message) {
+            queue->offer(pattern, message);
+        }));
 }
 
 void Session::unsubscribe(const std::string& pattern) {

@@ -8,6 +8,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
+
 #include <future>
 #include <list>
 #include <stdexcept>
@@ -39,12 +40,13 @@ struct HttpServer::Impl {
         : files(std::move(options.files)),
           guard(std::move(options.guard)),
           bayeux(std::move(broker), bayeuxOptions(options)),
-          services{bayeux,
-                   guard,
-                   files,
-                   options.maxMessageBytes,
-                   std::move(options.isReady),
-                   [this](std::weak_ptr<WebSocketConnection> socket) { remember(sockets, std::move(socket)); }} {
+          services{
+              bayeux,
+              guard,
+              files,
+              options.maxMessageBytes,
+              std::move(options.isReady),
+              [this](std::weak_ptr<WebSocketConnection> socket) { remember(sockets, std::move(socket)); }} {
         listen(options.host, options.port);
     }
 
@@ -87,7 +89,8 @@ struct HttpServer::Impl {
                 return;
             }
             if (error) {
-                FOUNDATION_LOG(logger(), foundation::log::CaughtException) << "accept failed: " << error.message();
+                FOUNDATION_LOG(logger(), foundation::log::CaughtException)
+                    << "accept failed: " << error.message();
                 acceptTimer.expires_after(kAcceptPause);
                 acceptTimer.async_wait([this](beast::error_code cancelled) {
                     if (!cancelled) {
@@ -99,7 +102,8 @@ struct HttpServer::Impl {
             // Answers are small and wait for nobody.
             beast::error_code ignored;
             socket.set_option(tcp::no_delay(true), ignored);
-            const auto session = std::make_shared<HttpSession>(beast::tcp_stream(std::move(socket)), services);
+            const auto session =
+                std::make_shared<HttpSession>(beast::tcp_stream(std::move(socket)), services);
             remember(sessions, std::weak_ptr(session));
             session->run();
             accept();

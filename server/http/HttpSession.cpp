@@ -80,10 +80,9 @@ void HttpSession::read() {
     parser_->header_limit(kMaxHeaderBytes);
     parser_->body_limit(services_.maxMessageBytes);
     stream_.expires_after(kRequestTimeout);
-    http::async_read_header(stream_, buffer_, *parser_,
-                            [self = shared_from_this()](beast::error_code error, std::size_t) {
-                                self->onHeader(error);
-                            });
+    http::async_read_header(
+        stream_, buffer_, *parser_,
+        [self = shared_from_this()](beast::error_code error, std::size_t) { self->onHeader(error); });
 }
 
 void HttpSession::onHeader(beast::error_code error) {
@@ -93,12 +92,14 @@ void HttpSession::onHeader(beast::error_code error) {
         return;
     }
     if (error == http::error::header_limit) {
-        write(makeText(parser_->get(), http::status::request_header_fields_too_large, "the header is too long"),
-              false);
+        write(
+            makeText(parser_->get(), http::status::request_header_fields_too_large, "the header is too long"),
+            false);
         return;
     }
     if (error && error.category() == http::make_error_code(http::error::bad_method).category()) {
-        write(makeText(parser_->get(), http::status::bad_request, "no HTTP request: " + error.message()), false);
+        write(makeText(parser_->get(), http::status::bad_request, "no HTTP request: " + error.message()),
+              false);
         return;
     }
     if (error) {
@@ -108,10 +109,9 @@ void HttpSession::onHeader(beast::error_code error) {
         upgrade();
         return;
     }
-    http::async_read(stream_, buffer_, *parser_,
-                     [self = shared_from_this()](beast::error_code readError, std::size_t) {
-                         self->onRead(readError);
-                     });
+    http::async_read(
+        stream_, buffer_, *parser_,
+        [self = shared_from_this()](beast::error_code readError, std::size_t) { self->onRead(readError); });
 }
 
 void HttpSession::onRead(beast::error_code error) {
@@ -162,7 +162,8 @@ http::message_generator HttpSession::answer(const Request& request) {
                             "long-polling is not served yet: connect by WebSocket");
         }
         if (isGet) {
-            return makeText(request, http::status::bad_request, "a GET of this address must be a WebSocket upgrade");
+            return makeText(request, http::status::bad_request,
+                            "a GET of this address must be a WebSocket upgrade");
         }
         return makeText(request, http::status::method_not_allowed, "connect by WebSocket");
     }
@@ -192,7 +193,8 @@ void HttpSession::write(http::message_generator response, bool keepAlive) {
                                self->read();
                            } else {
                                beast::error_code ignored;
-                               self->stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored);
+                               self->stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send,
+                                                               ignored);
                            }
                        });
 }

@@ -10,6 +10,7 @@
 #include <boost/beast/http/message_generator.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
+
 #include <functional>
 #include <memory>
 #include <optional>

@@ -51,7 +51,8 @@ StaticFiles::StaticFiles(const std::filesystem::path& folder) {
         file.body.assign(std::istreambuf_iterator<char>(in), {});
         bytes += file.body.size();
         if (!in || bytes > kMaxBytes) {
-            throw std::runtime_error(in ? "the console folder '" + folder.string() + "' holds more than 64 MiB"
+            throw std::runtime_error(in ? "the console folder '" + folder.string() +
+                                              "' holds more than 64 MiB"
                                         : "cannot read '" + entry.path().string() + "'");
         }
         file.contentType = contentTypeOf(entry.path());

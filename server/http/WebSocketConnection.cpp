@@ -64,9 +64,8 @@ void WebSocketConnection::run(const Request& upgrade) {
 }
 
 void WebSocketConnection::read() {
-    socket_.async_read(buffer_, [self = shared_from_this()](beast::error_code error, std::size_t) {
-        self->onRead(error);
-    });
+    socket_.async_read(
+        buffer_, [self = shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
 }
 
 void WebSocketConnection::onRead(beast::error_code error) {
@@ -94,10 +93,9 @@ void WebSocketConnection::send(std::string frame) {
 }
 
 void WebSocketConnection::write() {
-    socket_.async_write(boost::asio::buffer(outgoing_.front()),
-                        [self = shared_from_this()](beast::error_code error, std::size_t) {
-                            self->onWritten(error);
-                        });
+    socket_.async_write(
+        boost::asio::buffer(outgoing_.front()),
+        [self = shared_from_this()](beast::error_code error, std::size_t) { self->onWritten(error); });
 }
 
 void WebSocketConnection::onWritten(beast::error_code error) {

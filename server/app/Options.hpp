@@ -1,0 +1,62 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace server::app {
+
+/// What the command line and the configuration file say. See `--help` for the meaning of each.
+struct Options {
+    std::string host = "127.0.0.1";
+    std::uint16_t port = 8888;
+    /// The token that clients must know: given, read from a file, or made up. Nothing with --no-auth.
+    std::optional<std::string> token;
+    std::vector<std::string> allowedOrigins;
+
+    std::filesystem::path pluginFolder;
+    /// Nothing when none was given and none lies beside the program.
+    std::optional<std::filesystem::path> consoleFolder;
+
+    std::optional<std::filesystem::path> venv;
+    std::optional<std::filesystem::path> startupFile;
+    std::optional<std::filesystem::path> workingFolder;
+
+    std::size_t maxMessageBytes = 64UL * 1024 * 1024;
+    std::size_t maxQueueBytes = 64UL * 1024 * 1024;
+    std::chrono::seconds connectTimeout{30};
+    std::chrono::seconds graceTime{60};
+    std::chrono::seconds shutdownTimeout{5};
+
+    /// The mask of `foundation::log`; 0 turns the log off.
+    unsigned logMask = 0;
+    std::optional<std::filesystem::path> logFile;
+
+    std::map<std::string, bool> features;
+};
+
+/// A bad option or configuration file. One line that says what is wrong and what is accepted.
+class OptionError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The user asked for a text, which is `what()`, and for nothing else.
+class HelpRequest : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Reads the arguments behind the program's name, and the file that `--config` names, whose values give
+/// way to those of the command line. `installation` is the folder above that of the program: the
+/// defaults of folders lie in there.
+///
+/// Throws `OptionError` and `HelpRequest`.
+Options parseOptions(std::vector<std::string> arguments, const std::filesystem::path& installation);
+
+}  // namespace server::app

@@ -1,0 +1,109 @@
+#include "server/bayeux/Ingress.hpp"
+
+#include <gtest/gtest.h>
+
+namespace server::bayeux {
+namespace {
+
+/// The text of the refusal, or "admitted".
+std::string verdictOn(const std::string& data, std::size_t maxBytes = 1000) {
+    const auto result = Ingress(maxBytes).admit(data);
+    if (const auto* refusal = std::get_if<Refusal>(&result)) {
+        return std::to_string(static_cast<int>(refusal->code)) + " " + refusal->text;
+    }
+    EXPECT_EQ(std::get<std::string>(result), data) << "the text must be handed on as it stands";
+    return "admitted";
+}
+
+std::string nested(std::size_t levels) {
+    return R"({"a":)" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
+}
+
+TEST(Ingress, AdmitsStrictObjects) {
+    for (const char* data : {R"({"requestID":"a"})", R"({ "a" : [ 1 , -0.5e+3 , null ] })", R"({"":{}})",
+                             R"({"a":"\ud83d\ude00 \" \u0000"})", "{\"a\":\"\xc3\xa4\xf0\x9f\x98\x80\"}"}) {
+        EXPECT_EQ(verdictOn(data), "admitted") << data;
+    }
+}
+
+TEST(Ingress, AdmitsNumbersBeyondTheRangeOfSimdjson) {
+    for (const char* data : {R"({"a":1e999})", R"({"a":-1e999})", R"({"a":123456789012345678901234567890})",
+                             R"({"a":1e-999})", R"({"a":[1e999,{"b":18446744073709551616}]})"}) {
+        EXPECT_EQ(verdictOn(data), "admitted") << data;
+    }
+}
+
+TEST(Ingress, RefusesWhatIsNoObject) {
+    EXPECT_EQ(verdictOn(""), "400 a publish needs data");
+    for (const char* data : {"[1]", "5", "\"x\"", "null", "true"}) {
+        EXPECT_EQ(verdictOn(data), "400 the data must be an object") << data;
+    }
+}
+
+TEST(Ingress, RefusesEmptyObjectsHoweverTheyAreSpelled) {
+    for (const char* data : {"{}", "{ }", "{\n\t}"}) {
+        EXPECT_EQ(verdictOn(data), "400 the data must not be an empty object") << data;
+    }
+}
+
+TEST(Ingress, RefusesWhatIsNoStrictJson) {
+    for (const char* data : {"{\"a\":1",
+                             "{\"a\":1}}",
+                             "{\"a\":1} {\"b\":2}",
+                             "{\"a\":1,}",
+                             "{a:1}",
+                             "{'a':1}",
+                             "{\"a\":tru}",
+                             "{\"a\":01}",
+                             "{\"a\":1.}",
+                             "{\"a\":.5}",
+                             "{\"a\":+1}",
+                             "{\"a\":NaN}",
+                             "{\"a\":\"\\q\"}",
+                             "{\"a\":\"\\u12\"}",
+                             "{\"a\":\"\\ud83d\"}",
+                             "{\"a\":\"\\ude00\"}",
+                             "{\"a\":[1}",
+                             "{\"a\":\"\n\"}",
+                             "{\"a\":1/**/}",
+                             "{\"a\":[1,]}",
+                             "{\"a\"}",
+                             "{1:2}",
+                             "{\"a\":1e999,}",
+                             "{\"a\":[1e999}"}) {
+        EXPECT_EQ(verdictOn(data).substr(0, 27), "400 the data is not JSON - ") << data;
+    }
+}
+
+TEST(Ingress, SaysWhereTheTextIsDamaged) {
+    EXPECT_EQ(verdictOn(R"({"a":tru})"), "400 the data is not JSON - a value is expected at byte 5");
+    EXPECT_EQ(verdictOn(R"({"a":1 "b":2})"),
+              "400 the data is not JSON - a comma or the end is expected at byte 7");
+}
+
+TEST(Ingress, RefusesWhatIsNoUtf8) {
+    EXPECT_EQ(verdictOn("{\"a\":\"\xff\"}"), "400 the data is not UTF-8");
+    EXPECT_EQ(verdictOn("{\"a\":\"\xed\xa0\x80\"}"), "400 the data is not UTF-8");
+    EXPECT_EQ(verdictOn("{\"a\":1e999,\"b\":\"\xff\"}"), "400 the data is not UTF-8");
+}
+
+TEST(Ingress, BoundsTheBytes) {
+    const std::string data = R"({"a":"123"})";
+    EXPECT_EQ(verdictOn(data, data.size()), "admitted");
+    EXPECT_EQ(verdictOn(data, data.size() - 1), "413 the data has 11 bytes - at most 10 are accepted");
+}
+
+TEST(Ingress, BoundsTheDepthAt512Levels) {
+    EXPECT_EQ(verdictOn(nested(512), 100000), "admitted");
+    EXPECT_EQ(verdictOn(nested(513), 100000), "413 the data is nested more than 512 levels deep");
+    EXPECT_EQ(verdictOn(nested(50000), 1000000), "413 the data is nested more than 512 levels deep");
+}
+
+TEST(Ingress, BoundsTheDepthOfTextsWithHugeNumbersToo) {
+    const std::string inner = std::string(511, '[') + "1e999" + std::string(511, ']');
+    EXPECT_EQ(verdictOn(R"({"a":)" + inner + "}", 100000), "admitted");
+    EXPECT_NE(verdictOn(R"({"a":[)" + inner + "]}", 100000), "admitted");
+}
+
+}  // namespace
+}  // namespace server::bayeux
