@@ -48,7 +48,12 @@ struct OpenObject {
 
 class Parser {
   public:
-    Parser(const char* begin, const char* end) : begin_(begin), position_(begin), end_(end) {}
+    Parser(const char* begin, const char* end) : begin_(begin), position_(begin), end_(end) {
+        // Enough for most requests; growing from nothing costs them a tenth of their time.
+        values_.reserve(16);
+        frames_.reserve(8);
+        objects_.reserve(4);
+    }
 
     JsonParseResult run(Value& out) {
         ParseResult result = beginValue();
@@ -103,12 +108,6 @@ class Parser {
         return position_ == end_ ? ParseResult::unexpectedEnd : ParseResult::success;
     }
 
-    ParseResult badValue() const {
-        // A cut-off number or word consumes nothing, so it fails at the start of the value, where the string
-        // comes first.
-        return ParseResult::expectedString;
-    }
-
     ParseResult readText() {
         std::string text;
         const ParseResult result = detail::readString(position_, end_, text);
@@ -117,9 +116,13 @@ class Parser {
     }
 
     ParseResult readNumber() {
+        const char* const start = position_;
         double number = 0;
-        if (!detail::readNumber(position_, end_, number)) {
-            return badValue();
+        const ParseResult result = detail::readNumber(position_, end_, number);
+        if (result != ParseResult::success) {
+            // A failed number consumes nothing. Without this line it would fail where its digit is missing.
+            position_ = start;
+            return position_ == start ? ParseResult::expectedString : result;
         }
         values_.emplace_back(number);
         return ParseResult::success;
@@ -128,7 +131,7 @@ class Parser {
     template <typename T>
     ParseResult readWord(std::string_view word, T value) {
         if (!std::string_view(position_, end_).starts_with(word)) {
-            return badValue();
+            return ParseResult::expectedString;
         }
         position_ += word.size();
         values_.emplace_back(value);
@@ -264,7 +267,8 @@ class Parser {
                 }
             }
         }
-        object.members.try_emplace(std::move(object.key), std::move(value));
+        // Programs often write their keys in order, and then each belongs at the end.
+        object.members.try_emplace(object.members.end(), std::move(object.key), std::move(value));
         return ParseResult::success;
     }
 

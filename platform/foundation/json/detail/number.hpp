@@ -1,6 +1,8 @@
 #pragma once
 
-#include <string>
+#include "foundation/json/ParseResult.hpp"
+
+#include <cstddef>
 
 namespace foundation::json::detail {
 
@@ -12,8 +14,11 @@ double string_to_double(const char* begin, const char* end) noexcept;
 float string_to_float(const char* begin, const char* end) noexcept;
 
 /// Reads the number at the start of [position, end): an optional `-`, digits, an optional fraction, an
-/// optional exponent. Leading zeros pass. Returns false, with `position` where it was, if none stands there.
-bool readNumber(const char*& position, const char* end, double& number) noexcept;
+/// optional exponent. Leading zeros pass.
+///
+/// Returns success with `position` behind the number, or expectedDigit, expectedFraction or expectedExponent
+/// with `position` where the digit is missing; `number` is then as it was.
+ParseResult readNumber(const char*& position, const char* end, double& number) noexcept;
 
 /// Room that each of the `write` functions below may need.
 constexpr std::size_t numberRoom = 32;

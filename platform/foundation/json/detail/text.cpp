@@ -98,27 +98,25 @@ constexpr bool isHighSurrogate(std::int32_t unit) noexcept {
 /// Decodes the `\u` escape at `position`, the second half of a pair included, and goes behind it.
 ParseResult readUnicodeEscape(const char*& position, const char* end, std::string& text) {
     const char* fault = position;
-    const std::int32_t unit = hexEscape(position, end);
-    std::int32_t low = 0;
-    bool valid = unit >= 0;
-    const char* next = position + 6;
-    if (isHighSurrogate(unit)) {
-        low = hexEscape(next, end);
-        valid = low >= 0;
-        if (end - next >= 2 && next[0] == '\\' && next[1] == 'u') {
-            fault = next;
+    std::int32_t code = hexEscape(position, end);
+    std::ptrdiff_t length = 6;
+    if (isHighSurrogate(code)) {
+        const char* const second = position + length;
+        if (std::string_view(second, end).starts_with("\\u")) {
+            fault = second;
         }
-        next += 6;
+        // The second half is not checked to be a low surrogate.
+        const std::int32_t low = hexEscape(second, end);
+        code = low < 0 ? low : 0x10000 + ((code & 0x3FF) << 10) + (low & 0x3FF);
+        length = 12;
     }
-    if (!valid) {
+    if (code < 0) {
         // At the backslash of the escape at fault: dropping that one byte mends the text, as in "C:\users".
         position = fault;
         return ParseResult::invalidUnicodeEscape;
     }
-    // The second half is not checked to be a low surrogate.
-    const std::int32_t code = isHighSurrogate(unit) ? 0x10000 + ((unit & 0x3FF) << 10) + (low & 0x3FF) : unit;
     appendUtf8(text, static_cast<std::uint32_t>(code));
-    position = next;
+    position += length;
     return ParseResult::success;
 }
 

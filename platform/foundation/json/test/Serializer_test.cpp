@@ -4,11 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <string>
+#include <string_view>
 
 namespace foundation::json {
 namespace {
@@ -73,6 +76,22 @@ TEST(Serializer, DoublesReadBackToTheSameBits) {
     for (const double number :
          {0.0, -0.0, 5e-324, 2.2250738585072011e-308, 1.7976931348623157e308, 1e22, 1e23, 0.1, 1.0 / 3}) {
         EXPECT_EQ(bitsOf(parseText(text(number)).as<double>()), bitsOf(number)) << text(number);
+    }
+}
+
+TEST(Serializer, DecimalsAreWrittenWithTheirDigitsAndWithoutAnExponent) {
+    EXPECT_EQ(text(Array{100000.0, -12.5, 0.000001, 1.25, 999999999.999999, 123456789.0, -0.0, 0.0}),
+              "[100000,-12.5,0.000001,1.25,999999999.999999,123456789,-0,0]");
+    EXPECT_EQ(text(Array{0.1 + 0.2, 1e9, 1e15, 1e-7, 1e22}), "[0.30000000000000004,1e+09,1e+15,1e-07,1e+22]");
+    std::mt19937_64 random(5);
+    for (int i = 0; i < 100000; ++i) {
+        const double number =
+            static_cast<double>(static_cast<std::int64_t>(random() % 2000000000000000) - 1000000000000000) /
+            1e6;
+        char expected[64];
+        const char* const end =
+            std::to_chars(expected, std::end(expected), number, std::chars_format::fixed).ptr;
+        ASSERT_EQ(text(number), std::string_view(expected, end));
     }
 }
 

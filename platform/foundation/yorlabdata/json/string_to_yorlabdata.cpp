@@ -359,13 +359,13 @@ class Reader {
     }
 
     bool readFloating(double& number) {
-        return lexer::readNumber(position_, end_, number) && std::isfinite(number);
+        return lexer::readNumber(position_, end_, number) == ParseResult::success && std::isfinite(number);
     }
 
     bool readFloating(float& number) {
         const char* const start = position_;
         double wide = 0;
-        if (!lexer::readNumber(position_, end_, wide)) {
+        if (lexer::readNumber(position_, end_, wide) != ParseResult::success) {
             return false;
         }
         // From the text: rounding twice, by way of the double, may miss the nearest float.
@@ -388,7 +388,8 @@ class Reader {
     double readFinite() {
         const char* const start = position_;
         double number = 0;
-        if (!lexer::readNumber(position_, end_, number)) {
+        if (lexer::readNumber(position_, end_, number) != ParseResult::success) {
+            position_ = start;
             failParse(ParseResult::expectedString);
         }
         if (!std::isfinite(number)) {
