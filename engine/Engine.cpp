@@ -1,0 +1,158 @@
+#include "engine/Engine.hpp"
+
+#include "engine/detail/EngineThread.hpp"
+#include "yvm/Factory.hpp"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace yvm::engine {
+
+namespace {
+
+using foundation::msg_svc::eventmgr::EventHandler;
+using foundation::msg_svc::eventmgr::EventMgr;
+
+/// Deep recursion of Python's own C code wants more than the usual stack; unused, it costs address space.
+constexpr std::size_t stackSize = std::size_t{64} << 20U;
+
+/// How often a stop asks a command again that swallowed its interrupt.
+constexpr std::chrono::milliseconds interruptAgain{500};
+
+std::atomic<bool> hasStarted{false};
+
+void checkOptions(const EngineOptions& options) {
+    if (options.workingFolder && !std::filesystem::is_directory(*options.workingFolder)) {
+        throw std::runtime_error("the working folder " + options.workingFolder->string() + " is no folder");
+    }
+    if (options.startupFile && !std::filesystem::is_regular_file(*options.startupFile)) {
+        throw std::runtime_error("the start-up script " + options.startupFile->string() + " is no file");
+    }
+}
+
+/// Detached, as the thread of an engine that does not end in time is left behind. By the C interface, for
+/// the sake of the stack's size.
+void startThread(std::function<void()> body) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackSize);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    auto owned = std::make_unique<std::function<void()>>(std::move(body));
+    const auto run = [](void* argument) -> void* {
+        const std::unique_ptr<std::function<void()>> toRun(static_cast<std::function<void()>*>(argument));
+        (*toRun)();
+        return nullptr;
+    };
+    pthread_t thread{};
+    const int error = pthread_create(&thread, &attributes, run, owned.get());
+    pthread_attr_destroy(&attributes);
+    if (error != 0) {
+        throw std::system_error(error, std::generic_category(), "the engine's thread does not start");
+    }
+    owned.release();
+}
+
+/// As it stands now: the working folder is about to change.
+std::optional<std::filesystem::path> absolute(const std::optional<std::filesystem::path>& path) {
+    return path ? std::optional(std::filesystem::absolute(*path)) : std::nullopt;
+}
+
+}  // namespace
+
+class Engine::Parts {
+  public:
+    explicit Parts(ConsoleBuffer::Console console) : thread(std::move(console)), events(EventMgr::create()) {
+        events->setCommandHandlerLookup(
+            [commands = thread.commands()](const IDType& id, const std::u16string& name) {
+                const auto command = commands->find(id);
+                if (command == nullptr) {
+                    return EventHandler();
+                }
+                const auto& callbacks = command->runOptions().getCallbacks();
+                const auto callback = callbacks.find(name);
+                return callback != callbacks.end() ? EventHandler(callback->second) : EventHandler();
+            });
+    }
+
+    EngineThread thread;
+    const boost::shared_ptr<EventMgr> events;
+    std::promise<void> ready;
+    std::promise<void> ended;
+    std::future<void> hasEnded = ended.get_future();  // guarded by stopMutex
+    std::mutex stopMutex;
+    std::atomic<bool> stopped{false};
+};
+
+std::shared_ptr<Engine> Engine::start(EngineOptions options) {
+    if (hasStarted.exchange(true)) {
+        throw std::logic_error("an engine was started in this process before; there can be one only");
+    }
+    try {
+        checkOptions(options);
+    } catch (...) {
+        hasStarted = false;  // Nothing was started.
+        throw;
+    }
+    // Never destroyed: threads of the user may be writing text while the engine and the process end.
+    static Parts* parts = nullptr;
+    parts = new Parts(std::move(options.console));
+    const auto venv = absolute(options.venv);
+    const auto startupFile = absolute(options.startupFile);
+    if (options.workingFolder) {
+        std::filesystem::current_path(*options.workingFolder);
+    }
+    auto ready = parts->ready.get_future();
+    startThread([venv, startupFile] { parts->thread.run(venv, startupFile, parts->ready, parts->ended); });
+    ready.get();
+    std::shared_ptr<Engine> engine(new Engine(*parts));
+    Factory::setCurrentLocalYVM(engine);
+    return engine;
+}
+
+Engine::Engine(Parts& parts) : parts_(parts) {}
+
+Engine::~Engine() {
+    stop(std::chrono::seconds(5));
+}
+
+void Engine::stop(std::chrono::milliseconds bound) {
+    const std::lock_guard lock(parts_.stopMutex);
+    if (parts_.stopped.exchange(true)) {
+        return;
+    }
+    const auto deadline = EngineThread::Clock::now() + bound;
+    Factory::setCurrentLocalYVM({});
+    parts_.thread.queue()->close();
+    parts_.thread.requestStop();
+    do {
+        parts_.thread.interruptAll();
+    } while (parts_.hasEnded.wait_until(std::min(deadline, EngineThread::Clock::now() + interruptAgain)) !=
+                 std::future_status::ready &&
+             EngineThread::Clock::now() < deadline);
+}
+
+std::uint64_t Engine::getIdentifier() const {
+    return 1;  // There is one in a process.
+}
+
+boost::shared_ptr<cmddistributor::CmdDistributor> Engine::getCmdDistributor() {
+    return parts_.stopped ? nullptr : parts_.thread.queue();
+}
+
+void Engine::interrupt() {
+    parts_.thread.interruptPrompt();
+}
+
+boost::shared_ptr<EventMgr> Engine::getEventMgr() {
+    return parts_.events;
+}
+
+}  // namespace yvm::engine

@@ -1,0 +1,106 @@
+#include "engine/detail/Command.hpp"
+
+#include "engine/detail/ForkedChild.hpp"
+
+#include <boost/shared_ptr.hpp>
+
+#include <utility>
+
+namespace yvm::engine {
+
+namespace {
+
+/// The innermost scope of this thread.
+thread_local const std::shared_ptr<Command>* currentCommand = nullptr;
+
+const std::shared_ptr<Command> noCommand;
+
+/// The sink that a command asked for: the one of its request, else that of its run options, else the
+/// engine's.
+std::shared_ptr<TextSink> chooseSink(const boost::shared_ptr<ylutil::io::YLSink>& ofRequest,
+                                     const boost::shared_ptr<ylutil::io::YLSink>& ofRunOptions,
+                                     const std::shared_ptr<TextSink>& otherwise) {
+    const auto& own = ofRequest != nullptr ? ofRequest : ofRunOptions;
+    return own != nullptr ? std::make_shared<TextSink>(own) : otherwise;
+}
+
+}  // namespace
+
+void OutputStreams::write(Stream stream, std::u16string_view text) {
+    if (text.empty()) {
+        return;
+    }
+    if (ForkedChild::isThis()) {
+        ForkedChild::write(stream, text);
+        return;
+    }
+    const Stream before = last_.exchange(stream, std::memory_order_relaxed);
+    if (before != stream) {
+        sinkOf(before).synchronise(TextSink::HeldSurrogate::Keep);
+    }
+    sinkOf(stream).write(text);
+}
+
+void OutputStreams::flush(Stream stream) {
+    if (!ForkedChild::isThis()) {
+        sinkOf(stream).synchronise(TextSink::HeldSurrogate::Keep);
+    }
+}
+
+void OutputStreams::synchroniseAll() {
+    if (ForkedChild::isThis()) {
+        return;
+    }
+    const Stream last = last_.load(std::memory_order_relaxed);
+    const Stream earlier = last == Stream::Error ? Stream::Output : Stream::Error;
+    sinkOf(earlier).synchronise(TextSink::HeldSurrogate::Release);
+    sinkOf(last).synchronise(TextSink::HeldSurrogate::Release);
+}
+
+Command::Command(cmddistributor::TakenCommand taken, cmddistributor::Moment moment,
+                 const OutputStreams& defaults)
+    : taken_(std::move(taken)),
+      moment_(moment),
+      output_(chooseSink(taken_.request->getOutSink(), taken_.runOptions.getOutSink(), defaults.out()),
+              chooseSink(taken_.request->getErrSink(), taken_.runOptions.getErrSink(), defaults.err())) {}
+
+bool Command::isOfPrompt() const noexcept {
+    using cmddistributor::Moment;
+    return moment_ == Moment::Boot || moment_ == Moment::TopPrompt || moment_ == Moment::DebugPrompt;
+}
+
+CommandScope::CommandScope(std::shared_ptr<Command> command)
+    : command_(std::move(command)),
+      requestId_(command_->id()),
+      outer_(std::exchange(currentCommand, &command_)) {}
+
+CommandScope::~CommandScope() {
+    currentCommand = outer_;
+}
+
+const std::shared_ptr<Command>& CommandScope::current() noexcept {
+    return currentCommand != nullptr ? *currentCommand : noCommand;
+}
+
+std::shared_ptr<Command> CommandTable::create(cmddistributor::TakenCommand taken,
+                                              cmddistributor::Moment moment, const OutputStreams& defaults) {
+    const auto forget = [table = shared_from_this()](Command* command) {
+        {
+            const std::lock_guard lock(table->mutex_);
+            table->commands_.erase(command->id());
+        }
+        delete command;
+    };
+    std::shared_ptr<Command> command(new Command(std::move(taken), moment, defaults), forget);
+    const std::lock_guard lock(mutex_);
+    commands_[command->id()] = command;
+    return command;
+}
+
+std::shared_ptr<Command> CommandTable::find(const Command::IDType& id) const {
+    const std::lock_guard lock(mutex_);
+    const auto entry = commands_.find(id);
+    return entry != commands_.end() ? entry->second.lock() : nullptr;
+}
+
+}  // namespace yvm::engine

@@ -1,0 +1,122 @@
+#pragma once
+
+#include "cmddistributor/CommandQueue.hpp"
+#include "cmddistributor/RequestIdAdapter.hpp"
+#include "engine/detail/TextSink.hpp"
+#include "ylutil/io/StreamTypeEnum.hpp"
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+namespace yvm::engine {
+
+/// The two destinations of a piece of work's text.
+///
+/// Text of one stream leaves before later text of the other: the switch synchronises. Safe from any thread;
+/// to be called without the GIL.
+class OutputStreams {
+  public:
+    using Stream = ylutil::io::StreamTypeEnum;
+
+    OutputStreams(std::shared_ptr<TextSink> out, std::shared_ptr<TextSink> err)
+        : out_(std::move(out)), err_(std::move(err)) {}
+
+    void write(Stream stream, std::u16string_view text);
+    void flush(Stream stream);
+    /// Brings out everything, as nothing is to follow for now.
+    void synchroniseAll();
+
+    const std::shared_ptr<TextSink>& out() const noexcept { return out_; }
+    const std::shared_ptr<TextSink>& err() const noexcept { return err_; }
+
+  private:
+    TextSink& sinkOf(Stream stream) const noexcept { return stream == Stream::Error ? *err_ : *out_; }
+
+    const std::shared_ptr<TextSink> out_;
+    const std::shared_ptr<TextSink> err_;
+    /// Relaxed: threads that write to both streams at once have no order to keep.
+    std::atomic<Stream> last_{Stream::Output};
+};
+
+/// A command that the engine has taken: a frame of the stack of commands while it runs, and afterwards what
+/// the threads that it started need to write its text. Held by the stack and by those threads.
+class Command {
+  public:
+    using IDType = cmddistributor::CmdDistributor::IDType;
+
+    /// `defaults` take the text of a stream that the command has not of its own.
+    Command(cmddistributor::TakenCommand taken, cmddistributor::Moment moment, const OutputStreams& defaults);
+
+    const IDType& id() const noexcept { return taken_.id; }
+    const cmddistributor::CmdRequest& request() const noexcept { return *taken_.request; }
+    const cmddistributor::RunOptions& runOptions() const noexcept { return taken_.runOptions; }
+    OutputStreams& output() noexcept { return output_; }
+
+    /// Whether a prompt took it: such a command is what an interrupt without a target means.
+    bool isOfPrompt() const noexcept;
+
+    /// Whether it runs at a pre-emption point of the command beneath it.
+    bool isOfPreemption() const noexcept { return moment_ == cmddistributor::Moment::PreemptionPoint; }
+
+    /// Asks the command to stop. From any thread. A second request, after the first was swallowed by the
+    /// command, counts again.
+    void requestInterrupt() noexcept { interruptRequested_ = true; }
+    /// Whether an interrupt is to be raised now; it counts as raised. Engine thread.
+    bool takeInterrupt() noexcept { return interruptRequested_.exchange(false); }
+    bool isInterruptRequested() const noexcept { return interruptRequested_; }
+
+    /// Whether code of the user runs in it, and not code of the engine that an interrupt would damage.
+    /// Engine thread.
+    bool isInterruptible() const noexcept { return interruptible_; }
+    void setInterruptible(bool interruptible) noexcept { interruptible_ = interruptible; }
+
+    /// Set when the command has been settled, whatever threads of it live on.
+    void markSettled() noexcept { settled_ = true; }
+    bool isSettled() const noexcept { return settled_; }
+
+  private:
+    const cmddistributor::TakenCommand taken_;
+    const cmddistributor::Moment moment_;
+    OutputStreams output_;
+    std::atomic<bool> interruptRequested_{false};
+    std::atomic<bool> settled_{false};
+    bool interruptible_ = false;  // engine thread
+};
+
+/// Marks the calling thread as working for a command while the scope lasts: its text goes to that command's
+/// streams, and its events carry that command's identity. Scopes nest.
+class CommandScope {
+  public:
+    explicit CommandScope(std::shared_ptr<Command> command);
+    ~CommandScope();
+    CommandScope(const CommandScope&) = delete;
+    CommandScope& operator=(const CommandScope&) = delete;
+
+    /// The command that the calling thread works for, null on a thread that works for none.
+    static const std::shared_ptr<Command>& current() noexcept;
+
+  private:
+    const std::shared_ptr<Command> command_;
+    const cmddistributor::RequestIdScope requestId_;
+    const std::shared_ptr<Command>* outer_;
+};
+
+/// Finds the commands that run, or of which a thread lives on, by their identity. Safe from any thread.
+class CommandTable : public std::enable_shared_from_this<CommandTable> {
+  public:
+    std::shared_ptr<Command> create(cmddistributor::TakenCommand taken, cmddistributor::Moment moment,
+                                    const OutputStreams& defaults);
+
+    /// Null when there is none.
+    std::shared_ptr<Command> find(const Command::IDType& id) const;
+
+  private:
+    mutable std::mutex mutex_;
+    // Guarded by mutex_. The deleter of a command takes its entry out.
+    std::map<Command::IDType, std::weak_ptr<Command>> commands_;
+};
+
+}  // namespace yvm::engine

@@ -1,0 +1,221 @@
+#include "engine/detail/CommandRunner.hpp"
+
+#include "engine/detail/EngineModule.hpp"
+#include "engine/detail/ForkedChild.hpp"
+#include "engine/detail/PythonText.hpp"
+#include "fl/i18n/ustring.hpp"
+
+#include <pybind11/eval.h>
+
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+namespace yvm::engine {
+
+namespace py = pybind11;
+using cmddistributor::EvalIIP;
+using cmddistributor::FEvalIIP;
+using cmddistributor::FEvalResult;
+using cmddistributor::RuntimeException;
+using cmddistributor::StackFrame;
+using foundation::yorlabdata::Array;
+using Status = ylutil::cmddistributor::inExecutionStatus;
+
+namespace {
+
+/// Lets interrupts of the command be raised while the scope lasts: code of the user runs.
+class UserCode {
+  public:
+    explicit UserCode(Command& command) : command_(command) {
+        command_.setInterruptible(true);
+        // It may have come before there was code that it could break into.
+        if (command_.takeInterrupt()) {
+            command_.setInterruptible(false);
+            raiseInterrupt();
+        }
+    }
+    ~UserCode() { command_.setInterruptible(false); }
+    UserCode(const UserCode&) = delete;
+    UserCode& operator=(const UserCode&) = delete;
+
+  private:
+    Command& command_;
+};
+
+py::handle lookUp(const char* module, const char* name) {
+    return py::module_::import(module).attr(name).cast<py::object>().release();
+}
+
+/// The length of the vector of frames or causes is bounded by the Python side.
+RuntimeException fromDescription(const py::tuple& description, Status status) {
+    std::vector<StackFrame> frames;
+    for (const py::handle item : py::reinterpret_borrow<py::list>(description[3])) {
+        const auto frame = py::reinterpret_borrow<py::tuple>(item);
+        frames.push_back(
+            {toUtf8(frame[0]), toUtf8(frame[1]), frame[2].cast<std::uint64_t>(), toUtf8(frame[3])});
+    }
+    std::vector<RuntimeException> causes;
+    if (const py::object cause = description[4]; !cause.is_none()) {
+        causes.push_back(fromDescription(cause, status));
+    }
+    return {status,
+            toUtf16(description[1]),
+            toUtf8(description[0]),
+            toUtf8(description[2]),
+            std::move(frames),
+            std::move(causes)};
+}
+
+}  // namespace
+
+CommandRunner::CommandRunner(ArrayConversion conversion)
+    : conversion_(std::move(conversion)),
+      workspace_(py::module_::import("__main__").attr("__dict__").cast<py::object>().release()),
+      compileCommand_(lookUp("yvm._source", "compile_command")),
+      remember_(lookUp("yvm._helpers", "remember")),
+      resolve_(lookUp("yvm._names", "resolve")),
+      describe_(lookUp("yvm._errors", "describe")),
+      isInterrupt_(lookUp("yvm._errors", "is_interrupt")) {}
+
+Outcome CommandRunner::run(Command& command) {
+    Outcome outcome = runInThisProcess(command);
+    endIfForked(py::none());
+    return outcome;
+}
+
+void CommandRunner::endIfForked(py::handle exception) const {
+    if (ForkedChild::isThis()) {
+        py::module_::import("yvm._processes").attr("end_child")(exception);
+    }
+}
+
+Outcome CommandRunner::runInThisProcess(Command& command) {
+    try {
+        const auto& iip = *command.request().getIIP();
+        if (const auto* evalIip = std::get_if<EvalIIP>(&iip)) {
+            eval(command, *evalIip);
+            return {FEvalResult(), false};
+        }
+        return {feval(command, std::get<FEvalIIP>(iip)), false};
+    } catch (py::error_already_set& error) {
+        return describe(command, error);
+    } catch (const ConversionError& error) {
+        return {RuntimeException(Status::CommandFailed, error.what(), "TypeError"), false};
+    } catch (const std::bad_alloc&) {
+        return {RuntimeException(Status::CommandFailed, "out of memory", "MemoryError"), false};
+    } catch (const RuntimeException& error) {
+        return {error, false};
+    } catch (const std::exception& error) {
+        return {RuntimeException(Status::Unclassified, error.what()), false};
+    }
+}
+
+void CommandRunner::runFile(const std::filesystem::path& file) {
+    try {
+        const py::object source = py::module_::import("io").attr("open_code")(file.string());
+        const py::object text = source.attr("read")();
+        source.attr("close")();
+        const py::object code =
+            py::module_::import("builtins").attr("compile")(text, file.string(), "exec", 0, true);
+        execute(code);
+        endIfForked(py::none());
+    } catch (py::error_already_set& error) {
+        endIfForked(error.value());
+        throw toRuntimeException(error.value(), Status::CommandFailed);
+    }
+}
+
+void CommandRunner::eval(Command& command, const EvalIIP& iip) {
+    const py::str text = toPythonText(iip.command);
+    if (iip.isUserEval) {
+        remember_(text);
+    }
+    ++evalCount_;
+    const py::tuple compiled = compileCommand_(text, "<command " + std::to_string(evalCount_) + ">");
+    const UserCode userCode(command);
+    if (!compiled[0].is_none()) {
+        execute(compiled[0]);
+    }
+    if (!compiled[1].is_none()) {
+        const py::object value = execute(compiled[1]);
+        if (compiled[2].cast<bool>()) {
+            // Looked up anew, since users may install their own.
+            py::module_::import("sys").attr("displayhook")(value);
+        }
+    }
+}
+
+FEvalResult CommandRunner::feval(Command& command, const FEvalIIP& iip) {
+    const UserCode userCode(command);
+    const py::object function = resolve_(toPythonText(fl::i18n::to_ustring(iip.function)));
+    py::tuple arguments(iip.arguments.size());
+    for (std::size_t i = 0; i < iip.arguments.size(); ++i) {
+        arguments[i] = conversion_.toPython(iip.arguments[i]);
+    }
+    const py::object value = function(*arguments);
+    return convertOutputs(value, iip.numOutputs);
+}
+
+FEvalResult CommandRunner::convertOutputs(py::handle value, std::uint64_t numOutputs) const {
+    std::vector<Array> outputs;
+    if (numOutputs == 1) {
+        outputs.push_back(conversion_.fromPython(value));
+    } else if (numOutputs > 1) {
+        const bool isSequence = PyTuple_Check(value.ptr()) || PyList_Check(value.ptr());
+        const std::string asked = std::to_string(numOutputs) + " outputs were asked for, ";
+        if (!isSequence) {
+            throw RuntimeException(Status::CommandFailed,
+                                   asked + "and the function returned a value of type " +
+                                       toUtf8(py::type::handle_of(value).attr("__qualname__")) +
+                                       ": a tuple or list of at least as many is accepted",
+                                   "TypeError");
+        }
+        const auto sequence = py::reinterpret_borrow<py::sequence>(value);
+        if (sequence.size() < numOutputs) {
+            throw RuntimeException(Status::CommandFailed,
+                                   asked + "and the function returned " + std::to_string(sequence.size()),
+                                   "ValueError");
+        }
+        for (std::uint64_t i = 0; i < numOutputs; ++i) {
+            outputs.push_back(conversion_.fromPython(sequence[i]));
+        }
+    }
+    return FEvalResult(std::move(outputs));
+}
+
+py::object CommandRunner::execute(py::handle code) const {
+    PyObject* value = PyEval_EvalCode(code.ptr(), workspace_.ptr(), workspace_.ptr());
+    if (value == nullptr) {
+        throw py::error_already_set();
+    }
+    return py::reinterpret_steal<py::object>(value);
+}
+
+Outcome CommandRunner::describe(Command& command, py::error_already_set& error) const {
+    const py::object exception = error.value();
+    if (error.trace()) {
+        PyException_SetTraceback(exception.ptr(), error.trace().ptr());
+    }
+    endIfForked(exception);
+    // The texts of exceptions are made by code of the user, which may be slow or fail in its turn.
+    bool stopped = false;
+    try {
+        stopped = isInterrupt_(exception).cast<bool>();
+        const UserCode userCode(command);
+        return {toRuntimeException(exception, stopped ? Status::Cancelled : Status::CommandFailed), stopped};
+    } catch (py::error_already_set&) {
+        return {RuntimeException(stopped ? Status::Cancelled : Status::CommandFailed,
+                                 "the error could not be described", Py_TYPE(exception.ptr())->tp_name),
+                stopped};
+    }
+}
+
+RuntimeException CommandRunner::toRuntimeException(py::handle exception, Status status) const {
+    return fromDescription(describe_(exception), status);
+}
+
+}  // namespace yvm::engine

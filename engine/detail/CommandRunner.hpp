@@ -1,0 +1,62 @@
+#pragma once
+
+#include "cmddistributor/CmdRequest.hpp"
+#include "cmddistributor/FEvalResult.hpp"
+#include "cmddistributor/RuntimeException.hpp"
+#include "engine/detail/ArrayConversion.hpp"
+#include "engine/detail/Command.hpp"
+
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <variant>
+
+namespace yvm::engine {
+
+/// What became of a command.
+struct Outcome {
+    std::variant<cmddistributor::FEvalResult, cmddistributor::RuntimeException> value;
+    bool stoppedByInterrupt = false;  ///< an interrupt, and not the command itself, ended it
+};
+
+/// Runs the code of commands in Python and turns what comes out into plain data. On the engine thread, with
+/// the GIL held.
+class CommandRunner {
+  public:
+    /// The engine's Python side must be importable. What is looked up here lives as long as the process.
+    explicit CommandRunner(ArrayConversion conversion);
+
+    /// Never throws for a failure of the command, SystemExit among them.
+    Outcome run(Command& command);
+
+    /// Runs a file in the workspace. Throws RuntimeException when it raises or cannot be read.
+    void runFile(const std::filesystem::path& file);
+
+  private:
+    Outcome runInThisProcess(Command& command);
+    /// In a child that the command forked: the end of the process, as Python would end it. Here the road
+    /// ends for the child, which must not go on to the server's own work.
+    void endIfForked(pybind11::handle exception) const;
+    void eval(Command& command, const cmddistributor::EvalIIP& iip);
+    cmddistributor::FEvalResult feval(Command& command, const cmddistributor::FEvalIIP& iip);
+    cmddistributor::FEvalResult convertOutputs(pybind11::handle value, std::uint64_t numOutputs) const;
+    pybind11::object execute(pybind11::handle code) const;
+    Outcome describe(Command& command, pybind11::error_already_set& error) const;
+    cmddistributor::RuntimeException toRuntimeException(
+        pybind11::handle exception, ylutil::cmddistributor::inExecutionStatus status) const;
+
+    const ArrayConversion conversion_;
+    // Handles that own their reference for the life of the process: it outlives this object, and to give
+    // them back would take the GIL at a time when nobody may have it any more.
+    pybind11::handle workspace_;
+    pybind11::handle compileCommand_;
+    pybind11::handle remember_;
+    pybind11::handle resolve_;
+    pybind11::handle describe_;
+    pybind11::handle isInterrupt_;
+    std::uint64_t evalCount_ = 0;
+};
+
+}  // namespace yvm::engine

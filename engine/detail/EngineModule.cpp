@@ -1,0 +1,130 @@
+#include "engine/detail/EngineModule.hpp"
+
+#include "engine/detail/Command.hpp"
+#include "engine/detail/EngineThread.hpp"
+#include "engine/detail/ForkedChild.hpp"
+#include "engine/detail/Gil.hpp"
+#include "engine/detail/PythonText.hpp"
+
+#include <pybind11/stl.h>
+
+#include <memory>
+#include <string>
+
+namespace yvm::engine {
+
+namespace py = pybind11;
+using ylutil::io::StreamTypeEnum;
+
+namespace {
+
+// A plain object, not pybind11's, and written once: see createEngineModule.
+PyObject* interruptType = nullptr;
+
+OutputStreams& outputOfThisThread(EngineThread& engine) {
+    const auto& command = CommandScope::current();
+    return command != nullptr ? command->output() : engine.defaultOutput();
+}
+
+/// Text of a thread whose command has been settled has no completion before which it would be brought out.
+void flushIfSettled(StreamTypeEnum stream) {
+    const auto& command = CommandScope::current();
+    if (command != nullptr && command->isSettled()) {
+        command->output().flush(stream);
+    }
+}
+
+py::cpp_function makeWrite(EngineThread& engine, StreamTypeEnum stream) {
+    return [&engine, stream](const py::str& text) {
+        const auto length = PyUnicode_GET_LENGTH(text.ptr());
+        if (length > 0) {
+            const std::u16string units = toUtf16(text);
+            const WithoutGil released;
+            outputOfThisThread(engine).write(stream, units);
+            flushIfSettled(stream);
+        }
+        return length;
+    };
+}
+
+py::cpp_function makeFlush(EngineThread& engine, StreamTypeEnum stream) {
+    return [&engine, stream] {
+        const WithoutGil released;
+        outputOfThisThread(engine).flush(stream);
+    };
+}
+
+/// What is due at the end of a thread of the user, which ended with `exception` or None.
+void endThread(Command& command, const py::object& exception) {
+    if (ForkedChild::isThis()) {
+        // The thread forked, and is all there is of this process: at its end the C library would run the
+        // destructors of the server.
+        py::module_::import("yvm._processes").attr("end_child")(exception);
+    }
+    // Its last text has nothing behind it that would bring it out.
+    const WithoutGil released;
+    command.output().synchroniseAll();
+}
+
+/// Runs a function as a part of `command`, on a thread of the user.
+py::object runForCommand(const std::shared_ptr<Command>& command, const py::function& function,
+                         const py::args& arguments, const py::kwargs& keywords) {
+    const CommandScope scope(command);
+    try {
+        py::object result = function(*arguments, **keywords);
+        endThread(*command, py::none());
+        return result;
+    } catch (py::error_already_set& error) {
+        endThread(*command, error.value());
+        throw;
+    }
+}
+
+}  // namespace
+
+void createEngineModule(EngineThread& engine) {
+    // Lives as long as the process, as every module's definition must.
+    auto* definition = new py::module_::module_def{};
+    auto module = py::module_::create_extension_module(
+        "_yvm", "How the engine's Python side reaches the engine.", definition);
+
+    interruptType = PyErr_NewExceptionWithDoc("yvm.Interrupt", "The command was interrupted from outside.",
+                                              PyExc_KeyboardInterrupt, nullptr);
+    if (interruptType == nullptr) {
+        throw py::error_already_set();
+    }
+    module.attr("Interrupt") = py::handle(interruptType);
+
+    module.attr("write_output") = makeWrite(engine, StreamTypeEnum::Output);
+    module.attr("write_error") = makeWrite(engine, StreamTypeEnum::Error);
+    module.attr("flush_output") = makeFlush(engine, StreamTypeEnum::Output);
+    module.attr("flush_error") = makeFlush(engine, StreamTypeEnum::Error);
+
+    py::class_<Command, std::shared_ptr<Command>>(module, "Command");
+    module.def("current_command", [] { return CommandScope::current(); });
+    module.def("run_for_command", &runForCommand);
+    module.def("window_columns", [&engine] {
+        const auto& command = CommandScope::current();
+        return command != nullptr ? command->runOptions().getCommandWindowColSize()
+                                  : engine.defaultWindowColumns();
+    });
+
+    module.def("pause", [&engine](double seconds) { engine.pause(seconds); });
+    module.def("running", [&engine] { return engine.runningIds(); });
+    module.def("waiting", [&engine] { return engine.waitingIds(); });
+    module.def("after_fork_in_child", &ForkedChild::enter);
+
+    module.def("on_interrupt_signal",
+               [&engine](const py::object&, const py::object&) { engine.onInterruptSignal(); });
+    module.def("on_preemption_signal",
+               [&engine](const py::object&, const py::object& frame) { engine.onPreemptionSignal(frame); });
+
+    py::module_::import("sys").attr("modules")["_yvm"] = module;
+}
+
+void raiseInterrupt() {
+    PyErr_SetString(interruptType, "the command was interrupted");
+    throw py::error_already_set();
+}
+
+}  // namespace yvm::engine

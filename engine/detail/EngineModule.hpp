@@ -1,0 +1,17 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+namespace yvm::engine {
+
+class EngineThread;
+
+/// Makes the module `_yvm`, by which the engine's Python side reaches the engine, and enters it in
+/// `sys.modules`. `engine` must outlive the use of the interpreter. With the GIL held.
+void createEngineModule(EngineThread& engine);
+
+/// Raises the engine's interrupt: a class of its own below KeyboardInterrupt, so that users see the usual
+/// type and the engine can tell it from one that they raise themselves. With the GIL held.
+[[noreturn]] void raiseInterrupt();
+
+}  // namespace yvm::engine

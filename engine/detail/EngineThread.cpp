@@ -1,0 +1,395 @@
+#include "engine/detail/EngineThread.hpp"
+
+#include "engine/Engine.hpp"
+#include "engine/detail/EngineModule.hpp"
+#include "engine/detail/EngineSignalNumbers.hpp"
+#include "engine/detail/ForkedChild.hpp"
+#include "engine/detail/Gil.hpp"
+#include "engine/detail/Interpreter.hpp"
+#include "engine/detail/PythonText.hpp"
+
+#include <boost/make_shared.hpp>
+#include <pthread.h>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+#include <variant>
+
+namespace yvm::engine {
+
+namespace py = pybind11;
+using cmddistributor::FEvalResult;
+using cmddistributor::RuntimeException;
+
+namespace {
+
+std::shared_ptr<TextSink> makeConsoleSink(const ConsoleBuffer::Console& console, bool error) {
+    return std::make_shared<TextSink>(boost::make_shared<ylutil::io::YLSink>(
+        boost::make_shared<ConsoleBuffer>(console, error), ylutil::io::SinkTraits()));
+}
+
+std::string toText(const EngineThread::IDType& id) {
+    std::ostringstream text;
+    text << id;
+    return text.str();
+}
+
+std::vector<std::string> toTexts(const std::vector<EngineThread::IDType>& ids) {
+    std::vector<std::string> texts;
+    std::transform(ids.begin(), ids.end(), std::back_inserter(texts), toText);
+    return texts;
+}
+
+/// Keeps from a nested command what the one beneath it has set up for itself: the exception that it is
+/// handling, which would become the context of every error above, and its redirections of text.
+class NestedState {
+  public:
+    NestedState()
+        : handled_(py::reinterpret_steal<py::object>(PyErr_GetHandledException())),
+          sys_(py::module_::import("sys")),
+          out_(sys_.attr("stdout")),
+          err_(sys_.attr("stderr")),
+          hook_(sys_.attr("displayhook")) {
+        PyErr_SetHandledException(nullptr);
+        sys_.attr("stdout") = sys_.attr("__stdout__");
+        sys_.attr("stderr") = sys_.attr("__stderr__");
+        sys_.attr("displayhook") = py::module_::import("yvm._display").attr("display");
+    }
+    ~NestedState() {
+        sys_.attr("stdout") = out_;
+        sys_.attr("stderr") = err_;
+        sys_.attr("displayhook") = hook_;
+        PyErr_SetHandledException(handled_.ptr());
+    }
+    NestedState(const NestedState&) = delete;
+    NestedState& operator=(const NestedState&) = delete;
+
+  private:
+    py::object handled_;
+    py::module_ sys_;
+    py::object out_;
+    py::object err_;
+    py::object hook_;
+};
+
+/// Whether code of the import system is below `frame`: it holds locks of modules that are half made.
+bool isInImport(py::object frame) {
+    while (!frame.is_none()) {
+        const std::string file = toUtf8(frame.attr("f_code").attr("co_filename"));
+        if (file == "<frozen importlib._bootstrap>" || file == "<frozen importlib._bootstrap_external>") {
+            return true;
+        }
+        frame = frame.attr("f_back");
+    }
+    return false;
+}
+
+void leaveSignalsToTheServer() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    sigemptyset(&signals);
+    sigaddset(&signals, interruptSignal());
+    sigaddset(&signals, preemptionSignal());
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+std::string describeStartupFailure(const std::filesystem::path& file, const RuntimeException& error) {
+    std::ostringstream text;
+    text << "the start-up script " << file.string() << " failed";
+    if (!error.getStackFrames().empty()) {
+        const auto& frame = error.getStackFrames().back();
+        text << " in line " << frame.lineNumber << " of " << frame.fileName;
+    }
+    text << ": " << error.GetID() << ": " << error.what();
+    return text.str();
+}
+
+}  // namespace
+
+EngineThread::EngineThread(ConsoleBuffer::Console console)
+    : releases_(std::make_shared<ReleaseQueue>([this] { wake(); })),
+      commands_(std::make_shared<CommandTable>()),
+      defaultOutput_(makeConsoleSink(console, false), makeConsoleSink(console, true)),
+      queue_(cmddistributor::CommandQueue::create(*this)) {}
+
+EngineThread::~EngineThread() = default;
+
+void EngineThread::run(const std::optional<std::filesystem::path>& venv,
+                       const std::optional<std::filesystem::path>& startupFile, std::promise<void>& ready,
+                       std::promise<void>& ended) {
+    pthread_setname_np(pthread_self(), "engine");
+    leaveSignalsToTheServer();
+    try {
+        startPython(venv, startupFile);
+    } catch (...) {
+        ready.set_exception(std::current_exception());
+        ended.set_value();
+        return;
+    }
+    {
+        const WithoutGil released;
+        {
+            const std::lock_guard lock(framesMutex_);
+            armed_ = true;
+        }
+        ready.set_value();
+        serve(Moment::Boot, std::nullopt);
+        serve(Moment::TopPrompt, std::nullopt);
+        const std::lock_guard lock(framesMutex_);
+        armed_ = false;
+    }
+    py::module_::import("yvm._processes").attr("run_exit_functions")();
+    {
+        const WithoutGil released;
+        defaultOutput_.synchroniseAll();
+    }
+    // The GIL is never given up again: no thread of the user runs Python code from here on, whatever the
+    // process does to the objects that such code would call.
+    ended.set_value();
+}
+
+void EngineThread::startPython(const std::optional<std::filesystem::path>& venv,
+                               const std::optional<std::filesystem::path>& startupFile) {
+    thread_ = pthread_self();
+    startInterpreter(*this, venv);
+    runner_.emplace(ArrayConversion(releases_));
+    if (startupFile) {
+        try {
+            runner_->runFile(*startupFile);
+        } catch (const RuntimeException& error) {
+            throw std::runtime_error(describeStartupFailure(*startupFile, error));
+        }
+    }
+    const WithoutGil released;
+    defaultOutput_.synchroniseAll();
+}
+
+void EngineThread::requestStop() {
+    stopping_ = true;
+    wake();
+}
+
+void EngineThread::interruptAll() {
+    {
+        const std::lock_guard lock(framesMutex_);
+        for (const auto& frame : frames_) {
+            frame->requestInterrupt();
+        }
+        sendLocked(interruptSignal());
+    }
+    wake();
+}
+
+void EngineThread::interruptPrompt() {
+    {
+        const std::lock_guard lock(framesMutex_);
+        const auto frame = std::find_if(frames_.rbegin(), frames_.rend(),
+                                        [](const auto& candidate) { return candidate->isOfPrompt(); });
+        if (frame == frames_.rend()) {
+            return;
+        }
+        (*frame)->requestInterrupt();
+        sendLocked(interruptSignal());
+    }
+    wake();
+}
+
+void EngineThread::wake() {
+    {
+        const std::lock_guard lock(wakeMutex_);
+        wakeRequested_ = true;
+    }
+    woken_.notify_one();
+}
+
+void EngineThread::requestPreemption() {
+    // One signal runs all commands that are due; a second before that would only fill the kernel's queue.
+    if (!preemptionRequested_.exchange(true)) {
+        const std::lock_guard lock(framesMutex_);
+        sendLocked(preemptionSignal());
+    }
+}
+
+void EngineThread::interrupt(const IDType& id) {
+    {
+        const std::lock_guard lock(framesMutex_);
+        const auto frame = std::find_if(frames_.begin(), frames_.end(),
+                                        [&id](const auto& candidate) { return candidate->id() == id; });
+        if (frame != frames_.end()) {
+            (*frame)->requestInterrupt();
+            sendLocked(interruptSignal());
+        } else if (taking_) {
+            earlyInterrupts_.push_back(id);
+        }
+        // Otherwise it has ended by itself in the meantime.
+    }
+    wake();
+}
+
+void EngineThread::pause(double seconds) {
+    if (pthread_equal(pthread_self(), thread_) == 0 || ForkedChild::isThis()) {
+        throw std::runtime_error("yvm.pause is for the engine's own thread: elsewhere, use time.sleep");
+    }
+    // Longer than a process lives; beyond it the clock would overflow.
+    constexpr double forEver = 1e9;
+    Deadline deadline;
+    if (seconds < forEver) {
+        deadline = Clock::now() +
+                   std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    }
+    {
+        const WithoutGil released;
+        if (!frames_.empty()) {
+            frames_.back()->output().synchroniseAll();
+        }
+        serve(Moment::Pause, deadline);
+    }
+    if (!frames_.empty() && frames_.back()->takeInterrupt()) {
+        raiseInterrupt();
+    }
+}
+
+std::vector<std::string> EngineThread::runningIds() const {
+    const WithoutGil released;
+    return toTexts(queue_->running());
+}
+
+std::vector<std::string> EngineThread::waitingIds() const {
+    const WithoutGil released;
+    return toTexts(queue_->waiting());
+}
+
+void EngineThread::onInterruptSignal() {
+    if (!frames_.empty() && frames_.back()->isInterruptible() && frames_.back()->takeInterrupt()) {
+        raiseInterrupt();
+    }
+}
+
+void EngineThread::onPreemptionSignal(const py::object& frame) {
+    preemptionRequested_ = false;
+    const auto depth = std::count_if(frames_.begin(), frames_.end(),
+                                     [](const auto& command) { return command->isOfPreemption(); });
+    // At the limit nothing is lost: the level beneath takes what still waits when this one has ended.
+    if (frames_.empty() || depth >= Engine::maxPreemptionDepth || ForkedChild::isThis() ||
+        isInImport(frame)) {
+        return;
+    }
+    const WithoutGil released;
+    while (const auto command = takeNext(Moment::PreemptionPoint)) {
+        runCommand(command);
+    }
+}
+
+void EngineThread::serve(Moment moment, Deadline deadline) {
+    while (!isOver(moment, deadline)) {
+        if (const auto command = takeNext(moment)) {
+            runCommand(command);
+        } else if (moment == Moment::Boot) {
+            return;
+        } else {
+            releaseWhatWasLent();
+            waitForWork(deadline);
+        }
+    }
+}
+
+bool EngineThread::isOver(Moment moment, const Deadline& deadline) const {
+    if (stopping_) {
+        return true;
+    }
+    return moment == Moment::Pause && ((deadline && Clock::now() >= *deadline) ||
+                                       (!frames_.empty() && frames_.back()->isInterruptRequested()));
+}
+
+void EngineThread::waitForWork(const Deadline& deadline) {
+    std::unique_lock lock(wakeMutex_);
+    const auto isWoken = [this] { return wakeRequested_; };
+    if (deadline) {
+        woken_.wait_until(lock, *deadline, isWoken);
+    } else {
+        woken_.wait(lock, isWoken);
+    }
+    wakeRequested_ = false;
+}
+
+void EngineThread::releaseWhatWasLent() {
+    if (!releases_->isEmpty()) {
+        const WithGil gil;
+        releases_->drain();
+    }
+}
+
+std::shared_ptr<Command> EngineThread::takeNext(Moment moment) {
+    {
+        const std::lock_guard lock(framesMutex_);
+        taking_ = true;
+    }
+    // Without the mutex, as the queue may ask for a pre-emption in this call.
+    auto taken = queue_->take(moment);
+    std::shared_ptr<Command> command;
+    if (taken) {
+        command = commands_->create(std::move(*taken), moment, defaultOutput_);
+    }
+    const std::lock_guard lock(framesMutex_);
+    taking_ = false;
+    if (command != nullptr) {
+        if (std::find(earlyInterrupts_.begin(), earlyInterrupts_.end(), command->id()) !=
+            earlyInterrupts_.end()) {
+            command->requestInterrupt();
+        }
+        frames_.push_back(command);
+    }
+    earlyInterrupts_.clear();
+    return command;
+}
+
+void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
+    Outcome outcome;
+    {
+        const CommandScope scope(command);
+        outcome = runInPython(*command);
+        command->output().synchroniseAll();
+        command->markSettled();
+    }
+    popFrame();
+    if (auto* result = std::get_if<FEvalResult>(&outcome.value)) {
+        queue_->finish(command->id(), std::move(*result));
+    } else {
+        queue_->fail(command->id(), std::get<RuntimeException>(outcome.value), outcome.stoppedByInterrupt);
+    }
+}
+
+Outcome EngineThread::runInPython(Command& command) {
+    const WithGil gil;
+    std::optional<NestedState> nested;
+    if (frames_.size() > 1) {
+        nested.emplace();
+    }
+    Outcome outcome = runner_->run(command);
+    releases_->drain();
+    return outcome;
+}
+
+void EngineThread::popFrame() {
+    const std::lock_guard lock(framesMutex_);
+    frames_.pop_back();
+    if (!frames_.empty() && frames_.back()->isInterruptRequested()) {
+        // Its signal came while the command above it ran.
+        sendLocked(interruptSignal());
+    }
+}
+
+void EngineThread::sendLocked(int signalNumber) {
+    if (armed_) {
+        pthread_kill(thread_, signalNumber);
+    }
+}
+
+}  // namespace yvm::engine

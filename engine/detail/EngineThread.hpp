@@ -1,0 +1,128 @@
+#pragma once
+
+#include "cmddistributor/CommandQueue.hpp"
+#include "engine/detail/Command.hpp"
+#include "engine/detail/CommandRunner.hpp"
+#include "engine/detail/ConsoleBuffer.hpp"
+#include "engine/detail/ReleaseQueue.hpp"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace yvm::engine {
+
+/// The thread that owns the interpreter, is its main thread, and alone runs commands and completions.
+///
+/// It serves commands in one loop, `serve`, that is entered anew wherever the engine may take a command: at
+/// the prompt, in a pause of a command, between two bytecodes of one. Each entry may push a further frame on
+/// the stack of commands, and the frame on top is the one that runs.
+///
+/// An interrupt has a target. It is noted in the command's frame and announced by a signal to this thread;
+/// the signal's Python handler raises if the innermost frame is the target and code of the user runs in it.
+/// So it never hits another command: one that nests above the target ends first, and a note on a command
+/// that has ended is gone with its frame. It is not lost either: one that comes while a command is on its
+/// way from the queue to its frame is kept until the frame stands.
+///
+/// `framesMutex_` and `wakeMutex_` are leaves: nothing is called, and the GIL not taken, with one held.
+/// Completions run without GIL and locks.
+class EngineThread final : public cmddistributor::EngineSignals {
+  public:
+    using IDType = cmddistributor::CmdDistributor::IDType;
+    using Moment = cmddistributor::Moment;
+    using Clock = std::chrono::steady_clock;
+
+    explicit EngineThread(ConsoleBuffer::Console console);
+    ~EngineThread() override;
+
+    const boost::shared_ptr<cmddistributor::CommandQueue>& queue() const noexcept { return queue_; }
+    const std::shared_ptr<CommandTable>& commands() const noexcept { return commands_; }
+
+    /// The body of the thread. Reports to `ready` when commands can run, or why they never will, and to
+    /// `ended` at its end, from where on the GIL is held for good.
+    void run(const std::optional<std::filesystem::path>& venv,
+             const std::optional<std::filesystem::path>& startupFile, std::promise<void>& ready,
+             std::promise<void>& ended);
+
+    /// Ends `run` after the command that runs. Any thread.
+    void requestStop();
+    /// Interrupts every command that runs. Any thread.
+    void interruptAll();
+    /// Interrupts the innermost command that a prompt took; without one does nothing. Any thread.
+    void interruptPrompt();
+
+    // From the queue, on any thread.
+    void wake() override;
+    void requestPreemption() override;
+    void interrupt(const IDType& id) override;
+
+    // From Python, with the GIL held.
+    OutputStreams& defaultOutput() noexcept { return defaultOutput_; }
+    std::uint64_t defaultWindowColumns() const {
+        return cmddistributor::RunOptions().getCommandWindowColSize();
+    }
+    /// Serves commands for that long. Throws `std::runtime_error` off the engine thread, and Python's
+    /// exception when the command is interrupted.
+    void pause(double seconds);
+    std::vector<std::string> runningIds() const;
+    std::vector<std::string> waitingIds() const;
+    void onInterruptSignal();
+    void onPreemptionSignal(const pybind11::object& frame);
+
+  private:
+    using Deadline = std::optional<Clock::time_point>;
+
+    void startPython(const std::optional<std::filesystem::path>& venv,
+                     const std::optional<std::filesystem::path>& startupFile);
+
+    /// Runs commands until there is no reason to go on: at boot no command waits, in a pause the deadline has
+    /// come or the pausing command is interrupted, anywhere the engine stops. Without the GIL.
+    void serve(Moment moment, Deadline deadline);
+    bool isOver(Moment moment, const Deadline& deadline) const;
+    void waitForWork(const Deadline& deadline);
+    void releaseWhatWasLent();
+
+    /// Takes the next command and pushes its frame; null when none may run.
+    std::shared_ptr<Command> takeNext(Moment moment);
+    void runCommand(const std::shared_ptr<Command>& command);
+    Outcome runInPython(Command& command);
+    void popFrame();
+    void sendLocked(int signalNumber);
+
+    const std::shared_ptr<ReleaseQueue> releases_;
+    const std::shared_ptr<CommandTable> commands_;
+    OutputStreams defaultOutput_;
+    const boost::shared_ptr<cmddistributor::CommandQueue> queue_;
+
+    std::optional<CommandRunner> runner_;  // engine thread
+
+    mutable std::mutex framesMutex_;
+    /// Innermost last. Changed by the engine thread under framesMutex_, so that this thread reads it without.
+    std::vector<std::shared_ptr<Command>> frames_;
+    /// Set while the signals have handlers: without them a signal ends the process. Guarded by framesMutex_.
+    bool armed_ = false;
+    pthread_t thread_{};  // constant after the start
+    /// Whether a command may be on its way from the queue to its frame, and who was to be interrupted then.
+    /// Guarded by framesMutex_.
+    bool taking_ = false;
+    std::vector<IDType> earlyInterrupts_;
+
+    /// A pre-emption signal was sent and has not reached its handler.
+    std::atomic<bool> preemptionRequested_{false};
+
+    std::mutex wakeMutex_;
+    std::condition_variable woken_;
+    bool wakeRequested_ = false;  // guarded by wakeMutex_
+    std::atomic<bool> stopping_{false};
+};
+
+}  // namespace yvm::engine

@@ -1,0 +1,89 @@
+#include "engine/detail/TextSink.hpp"
+
+#include "foundation/log/basic_diagnostic_logger.hpp"
+
+#include <boost/exception/diagnostic_information.hpp>
+
+#include <string>
+#include <string_view>
+
+namespace yvm::engine {
+
+namespace {
+
+foundation::log::diagnostic_logger& logger() {
+    static auto& instance = *new foundation::log::diagnostic_logger("yvm::engine::TextSink");
+    return instance;
+}
+
+constexpr bool isHighSurrogate(char16_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+
+}  // namespace
+
+void TextSink::write(std::u16string_view text) {
+    if (text.empty() || sink_ == nullptr) {
+        return;
+    }
+    const std::lock_guard lock(mutex_);
+    std::u16string joined;
+    if (heldSurrogate_) {
+        joined = *heldSurrogate_;
+        joined += text;
+        text = joined;
+        heldSurrogate_.reset();
+    }
+    if (isHighSurrogate(text.back())) {
+        heldSurrogate_ = text.back();
+        text.remove_suffix(1);
+    }
+    putLocked(text);
+    if (pending_ && Clock::now() - lastSynchronised_ >= batchTime) {
+        synchroniseLocked();
+    }
+}
+
+void TextSink::synchronise(HeldSurrogate held) {
+    if (sink_ == nullptr) {
+        return;
+    }
+    const std::lock_guard lock(mutex_);
+    if (held == HeldSurrogate::Release && heldSurrogate_) {
+        const char16_t unit = *heldSurrogate_;
+        heldSurrogate_.reset();
+        putLocked({&unit, 1});
+    }
+    if (pending_) {
+        synchroniseLocked();
+    }
+}
+
+void TextSink::putLocked(std::u16string_view text) {
+    if (text.empty()) {
+        return;
+    }
+    pending_ = true;
+    try {
+        sink_->buffer().sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    } catch (...) {
+        FOUNDATION_LOG(logger(), foundation::log::CaughtException)
+            << "Writing text failed: " << boost::current_exception_diagnostic_information();
+    }
+}
+
+void TextSink::synchroniseLocked() {
+    pending_ = false;
+    lastSynchronised_ = Clock::now();
+    try {
+        if (sink_->buffer().pubsync() != 0) {
+            FOUNDATION_LOG(logger(), foundation::log::CaughtException)
+                << "Synchronising text failed: the stream buffer refused";
+        }
+    } catch (...) {
+        FOUNDATION_LOG(logger(), foundation::log::CaughtException)
+            << "Synchronising text failed: " << boost::current_exception_diagnostic_information();
+    }
+}
+
+}  // namespace yvm::engine

@@ -1,0 +1,1 @@
+#include "engine/test/EngineFixture.hpp"
