@@ -9,7 +9,7 @@ namespace {
 /// `a::b::C` as it stands in the names of a plug-in's exports: `a_b_C`.
 std::string mangled(std::string name) {
     for (auto at = name.find("::"); at != std::string::npos; at = name.find("::", at)) {
-        name.replace(at, 2, "_");
+        name.replace(at, 2, 1, '_');
     }
     return name;
 }
