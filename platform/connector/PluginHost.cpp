@@ -14,7 +14,7 @@ std::vector<std::filesystem::path> pluginFiles(const std::filesystem::path& fold
     std::vector<std::filesystem::path> files;
     for (auto entry = std::filesystem::recursive_directory_iterator(folder, error);
          !error && entry != std::filesystem::recursive_directory_iterator(); entry.increment(error)) {
-        if (entry->path().extension() == ".so" && entry->is_regular_file()) {
+        if (entry->path().extension() == ".so" && !entry->is_directory()) {
             files.push_back(entry->path());
         }
     }

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <mutex>
 #include <shared_mutex>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -274,14 +275,17 @@ void LocalBroker::stopPool() {
     stopped_.store(true, std::memory_order_relaxed);
     if (const auto left = pool_->stop(stopTimeout_); left > 0) {
         FOUNDATION_LOG(detail::logger(), foundation::log::CaughtException)
-            << left << " callbacks have not returned within " << stopTimeout_.count()
-            << " ms and are left to themselves";
+            << "Callbacks that have not returned within " << stopTimeout_.count()
+            << " ms and are left to themselves: " << left;
     }
 }
 
 }  // namespace
 
 std::shared_ptr<Broker> Broker::create(Options options) {
+    if (options.maxDeliveryThreads == 0) {
+        throw std::invalid_argument("maxDeliveryThreads must be at least 1");
+    }
     return std::make_shared<LocalBroker>(options);
 }
 

@@ -32,6 +32,7 @@ class [[gnu::visibility("default")]] Broker {
         std::chrono::milliseconds stopTimeout = std::chrono::seconds(5);
     };
 
+    /// Throws `std::invalid_argument` for a pool without threads.
     static std::shared_ptr<Broker> create(Options options);
     static std::shared_ptr<Broker> create() { return create(Options{}); }
 
@@ -47,7 +48,8 @@ class [[gnu::visibility("default")]] Broker {
 
     /// A subscriber whose callback runs on the publishing thread, inside `publish`. Only for
     /// callbacks that do nothing but queue: they may run with the publisher's locks held, and on
-    /// several threads at once. Start triggers hold nothing back from it.
+    /// several threads at once. Start triggers hold nothing back from it. Ending it waits, as for
+    /// every subscription: hold no lock then that the callback takes.
     virtual std::shared_ptr<Subscription> subscribeInline(const std::string& channelOrPattern,
                                                           MessageService::MessageCallback callback) = 0;
 

@@ -675,6 +675,25 @@ TEST(BrokerLifeTest, WhatIsPublishedBeforeTheStartWaitsForIt) {
     broker->stop();
 }
 
+TEST(BrokerLifeTest, ASubscriptionIsConfirmedWithoutAnyDeliveryThread) {
+    const auto broker = Broker::create();
+    const auto door = broker->createService("test");
+    EXPECT_TRUE(door->subscribe("/a", [](const JsonMessage&) {}).get());
+    EXPECT_TRUE(door->onSubscribe("/a", [](const SubscribeEvent&) {}).get());
+    EXPECT_TRUE(door->onUnsubscribe("/a", [](const UnsubscribeEvent&) {}).get());
+}
+
+TEST(BrokerLifeTest, APoolWithoutThreadsIsRefused) {
+    Broker::Options options;
+    options.maxDeliveryThreads = 0;
+    try {
+        Broker::create(options);
+        FAIL() << "nothing was thrown";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(error.what(), "maxDeliveryThreads must be at least 1");
+    }
+}
+
 TEST(BrokerLifeTest, NothingIsDeliveredOnceStopHasReturned) {
     const auto broker = Broker::create();
     broker->start();
@@ -741,7 +760,7 @@ TEST(BrokerLifeTest, StopDoesNotHangOnACallbackThatNeverReturns) {
     broker->stop();
     EXPECT_FALSE(shared->left.isSet());
     EXPECT_TRUE(log.contains("connector::message_service", foundation::log::CaughtException,
-                             "1 callbacks have not returned within 10 ms and are left to themselves"));
+                             "Callbacks that have not returned within 10 ms and are left to themselves: 1"));
     shared->release.set();
     shared->left.wait();
 }

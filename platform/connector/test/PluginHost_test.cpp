@@ -143,6 +143,17 @@ TEST_F(PluginHostTest, ABrokenPluginIsNamedAndNothingIsStarted) {
     }
 }
 
+TEST_F(PluginHostTest, ALinkThatLeadsNowhereIsNamed) {
+    std::filesystem::create_symlink(folder_ / "gone", folder_ / "link.so");
+    EXPECT_THAT(messageOfInstall(folder_), HasSubstr((folder_ / "link.so").string()));
+}
+
+TEST_F(PluginHostTest, AFolderWhoseNameLooksLikeAPluginIsSearched) {
+    dropEchoIn();
+    std::filesystem::rename(folder_ / "some", folder_ / "some.so");
+    EXPECT_EQ(host_.installFolder(folder_).size(), 1U);
+}
+
 TEST_F(PluginHostTest, AMessageAfterTheFrameworkHasGoneStartsNothing) {
     platform_testing::LogCapture log;
     dropEchoIn();
