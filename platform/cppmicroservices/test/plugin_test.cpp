@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -95,16 +96,23 @@ using Lines = std::vector<std::string>;
 
 }  // namespace
 
-// Has to run before any test of this program loads the plug-in.
 TEST_F(Plugin, AManifestIsReadWithoutLoadingTheLibrary) {
-    const auto bundle = install(greetersFile);
+    // A copy, which no other test loads.
+    const auto copy =
+        std::filesystem::temp_directory_path() / ("plugin_test." + std::to_string(::getpid()) + ".so");
+    std::filesystem::copy_file(greetersFile, copy);
+    auto bundle = install(copy);
     EXPECT_EQ(bundle.GetSymbolicName(), "com_yorworks_GreetingTest");
     EXPECT_EQ(bundle.GetManifest().at("bundle.vendor"), foundation::json::Value("yvm-connector"));
-    EXPECT_EQ(bundle.GetLocation(), std::filesystem::canonical(greetersFile));
+    EXPECT_EQ(bundle.GetLocation(), std::filesystem::canonical(copy));
     EXPECT_FALSE(bundle.IsStarted());
     EXPECT_FALSE(bundle.GetBundleContext());
     EXPECT_FALSE(bundle.IsLoaded());
-    EXPECT_EQ(::dlopen(greetersFile.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr);
+    EXPECT_EQ(::dlopen(copy.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr);
+    bundle.Start();
+    EXPECT_TRUE(bundle.IsLoaded());
+    EXPECT_NE(::dlopen(copy.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr);
+    std::filesystem::remove(copy);
 }
 
 TEST_F(Plugin, StartingItMakesTheComponentsThatAreNotDeferred) {
@@ -341,7 +349,7 @@ TEST_F(Plugin, DeletingANullInstanceDoesNothing) {
     EXPECT_EQ(greetings().size(), 2U);
 }
 
-TEST_F(Plugin, ExportsOnlyWhatTheFrameworkLooksUp) {
+TEST_F(Plugin, ExportsOnlyWhatTheFrameworkLooksUpAndWhatItsBuildNames) {
     const std::string command = "nm -D --defined-only --format=just-symbols '" + greetersFile.string() + "'";
     const std::unique_ptr<FILE, decltype(&::pclose)> pipe(::popen(command.c_str(), "r"), &::pclose);
     ASSERT_NE(pipe, nullptr);
@@ -359,5 +367,6 @@ TEST_F(Plugin, ExportsOnlyWhatTheFrameworkLooksUp) {
                             "DeleteInstance_plugintest_Greeter", "DeleteInstance_plugintest_LateGreeter",
                             "DeleteInstance_plugintest_Second", "NewInstance_plugintest_Greeter",
                             "NewInstance_plugintest_LateGreeter", "NewInstance_plugintest_Second",
-                            "_us_set_bundle_context_instance_com_yorworks_GreetingTest"}));
+                            "_us_set_bundle_context_instance_com_yorworks_GreetingTest",
+                            "_ZN10plugintest16numberOfGreetersEv"}));
 }

@@ -45,7 +45,7 @@ const char* severityWord(unsigned severity) {
 void format(const boost::log::record_view& record, boost::log::formatting_ostream& line) {
     const auto now = boost::posix_time::microsec_clock::local_time();
     std::string time = boost::posix_time::to_iso_extended_string(now);
-    time.replace(time.find('T'), 1, " ");
+    time[time.find('T')] = ' ';
     line << time << ' ' << severityWord(boost::log::extract_or_default<unsigned>("Severity", record, 0U))
          << ' ' << boost::log::extract_or_default<std::string>("Channel", record, std::string("-")) << ' '
          << ::gettid() << ' ';

@@ -55,6 +55,12 @@ class LateGreeter final : public Greeting {
     Member member_{"LateGreeter"};
 };
 
+/// Exported by name, for tests that load the plug-in.
+[[gnu::visibility("default")]] int numberOfGreeters();
+int numberOfGreeters() {
+    return 3;
+}
+
 }  // namespace plugintest
 
 CPPMICROSERVICES_EXPORT_COMPONENT(plugintest_Greeter, plugintest::Greeter, plugintest::Greeting);
