@@ -2,6 +2,7 @@
 
 #include "common/YVMConnection.hpp"
 #include "common/test/support.hpp"
+#include "fl/i18n/ustring.hpp"
 #include "foundation/json/ParserException.hpp"
 #include "testing/FakeMessageService.hpp"
 
@@ -104,6 +105,9 @@ struct Wire {
     void deliver(const std::string& text) { service->deliver("/base/request", text); }
 };
 
+/// The string as its reader gets it: what is no UTF-8 has become the replacement character.
+std::string asOnTheWire(const std::string& text) { return fl::i18n::to_string(fl::i18n::to_ustring(text)); }
+
 /// The text of the parse failure that the client reads: of the last one, in the text as repaired until then.
 std::string lastFailureText(const Case& damaged) {
     std::string text = damaged.text;
@@ -123,7 +127,6 @@ std::string lastFailureText(const Case& damaged) {
                 text.erase(failure.offset, 1);
         }
     }
-    // In JSON a byte that is no UTF-8 travels as the replacement character; none of the cases has one.
     return foundation::json::ParserException(last.code, get_parse_result_description(last.code), text,
                                              last.offset)
         .what();
@@ -152,8 +155,8 @@ TEST(GrammarCases, ADamagedRequestWhoseIDCanBeFoundIsAnsweredByItsLastFailure) {
         ASSERT_EQ(publications.size(), 1U);
         EXPECT_EQ(publications.front().channel, "/base/response");
         const auto response = publications.front().json();
-        EXPECT_EQ(test::memberOf(response, "requestID").as<std::string>(), damaged.requestID);
-        test::expectPlainError(response, 5, lastFailureText(damaged));
+        EXPECT_EQ(test::memberOf(response, "requestID").as<std::string>(), asOnTheWire(damaged.requestID));
+        test::expectPlainError(response, 5, asOnTheWire(lastFailureText(damaged)));
     }
 }
 
