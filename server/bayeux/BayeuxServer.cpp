@@ -77,11 +77,18 @@ BayeuxServer::BayeuxServer(std::shared_ptr<connector::message_service::Broker> b
                                },
                            .freed =
                                [this](SessionNumber number, const std::string& identifier) {
+                                   requestsInFlight_.forget(identifier);
                                    if (const auto session = find(number)) {
                                        session->unsubscribeFromClient(identifier);
                                    }
                                },
-                           .post = options_.post}) {}
+                           .post = options_.post}),
+      responses_(
+          broker_->subscribeInline("/yvm/**", [this](const connector::message_service::JsonMessage& message) {
+              if (!isRequestChannel(message.channel())) {
+                  requestsInFlight_.observe(message.channel());
+              }
+          })) {}
 
 BayeuxServer::~BayeuxServer() = default;
 
@@ -299,6 +306,7 @@ void BayeuxServer::publish(Batch& batch, const Message& message, Session& sessio
     } else if (message.channel == kDetachRequest) {
         refusal = lifecycle_.detach(session.number(), session.lane(), std::move(text));
     } else {
+        requestsInFlight_.observe(message.channel);
         broker_->publish(message.channel, connector::common::DataBuffer(std::move(text)), session.lane());
     }
     if (refusal) {

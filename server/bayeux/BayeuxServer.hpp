@@ -7,6 +7,7 @@
 #include "server/bayeux/Envelope.hpp"
 #include "server/bayeux/Ingress.hpp"
 #include "server/bayeux/Reply.hpp"
+#include "server/bayeux/RequestsInFlight.hpp"
 #include "server/bayeux/Session.hpp"
 
 #include <chrono>
@@ -71,6 +72,9 @@ class BayeuxServer {
     /// From now on handshakes and requests are refused; what is under way is still delivered.
     void stopAccepting() { accepting_ = false; }
 
+    /// May be asked from any thread.
+    const RequestsInFlight& requestsInFlight() const { return requestsInFlight_; }
+
     std::size_t sessionCount() const { return sessions_.size(); }
     std::size_t clientCount() const { return lifecycle_.clients().size(); }
     /// How many messages were refused, by code.
@@ -114,8 +118,10 @@ class BayeuxServer {
     std::map<ErrorCode, std::uint64_t> refusals_;
     bool accepting_ = true;
 
+    RequestsInFlight requestsInFlight_;
     ClientLifecycle lifecycle_;
     AccessPolicy policy_{lifecycle_.clients()};
+    std::shared_ptr<connector::message_service::Subscription> responses_;
 };
 
 }  // namespace server::bayeux

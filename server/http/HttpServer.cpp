@@ -197,6 +197,10 @@ void HttpServer::stopAccepting() {
     });
 }
 
+bool HttpServer::waitForAnswers(std::chrono::milliseconds bound) const {
+    return impl_->bayeux.requestsInFlight().waitForNone(bound);
+}
+
 void HttpServer::stop(std::chrono::milliseconds bound) {
     if (!impl_->thread.joinable()) {
         return;

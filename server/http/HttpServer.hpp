@@ -46,6 +46,10 @@ class HttpServer {
     /// Takes no more connections and requests; what is under way is still answered.
     void stopAccepting();
 
+    /// Waits until every eval and feval that was accepted has been answered. False when that takes longer
+    /// than `bound`.
+    bool waitForAnswers(std::chrono::milliseconds bound) const;
+
     /// Closes all connections, WebSockets with 1001, and ends the thread. Takes at most `bound`.
     void stop(std::chrono::milliseconds bound);
 

@@ -1,0 +1,100 @@
+#include "server/app/Application.hpp"
+
+#include "connector/message_service/MessageService.hpp"
+#include "foundation/cppmicroservices/framework.hpp"
+#include "foundation/feature/IFeature.hpp"
+#include "foundation/log/basic_diagnostic_logger.hpp"
+#include "foundation/log/sinks.hpp"
+
+#include <stdexcept>
+
+namespace server::app {
+
+namespace {
+
+using connector::message_service::MessageService;
+using connector::message_service::MessageServiceOptions;
+
+/// How long clients may take to read the last that was sent to them.
+constexpr std::chrono::seconds kGoodbye{2};
+
+void openLog(const Options& options) {
+    if (options.logFile) {
+        foundation::log::addFileSink(*options.logFile);
+    } else {
+        foundation::log::addConsoleSink();
+    }
+    foundation::log::setDefaultMask(options.logMask);
+    foundation::log::setLoggingEnabled(options.logMask != 0);
+}
+
+http::HttpServer::Options serverOptions(const Options& options) {
+    http::HttpServer::Options result;
+    result.host = options.host;
+    result.port = options.port;
+    result.guard = {options.token, options.allowedOrigins};
+    if (options.consoleFolder) {
+        result.files = http::StaticFiles(*options.consoleFolder);
+    }
+    result.maxMessageBytes = options.maxMessageBytes;
+    result.maxQueueBytes = options.maxQueueBytes;
+    result.connectTimeout = options.connectTimeout;
+    result.graceTime = options.graceTime;
+    return result;
+}
+
+}  // namespace
+
+Application::Application(const Options& options)
+    : options_(options),
+      broker_(connector::message_service::Broker::create()),
+      framework_(std::make_shared<cppmicroservices::Framework>()),
+      plugins_(framework_, broker_) {
+    openLog(options_);
+    for (const auto& [name, enabled] : options_.features) {
+        foundation::feature::IFeature::instance().set(name, enabled);
+    }
+    broker_->start();
+    connector::message_service::setMessageServiceFactory(
+        [broker = broker_](const std::string& name, const MessageServiceOptions&) {
+            return connector::makeReadyFuture<std::shared_ptr<MessageService>>(broker->createService(name));
+        });
+    framework_->Start();
+    foundation::cppmicroservices::setFramework(framework_);
+    plugins_.installFolder(options_.pluginFolder);
+    if (framework_->deferredComponents().empty()) {
+        throw std::runtime_error("no plug-in below '" + options_.pluginFolder.string() +
+                                 "' serves any channel");
+    }
+    server_ = std::make_unique<http::HttpServer>(broker_, serverOptions(options_));
+}
+
+Application::~Application() {
+    server_.reset();
+    // Plug-ins end their subscriptions while they are taken down, so the broker goes last.
+    framework_->Stop();
+    foundation::cppmicroservices::setFramework(nullptr);
+    connector::message_service::setMessageServiceFactory({});
+    broker_->stop();
+}
+
+void Application::start(std::shared_ptr<yvm::YVM> engine) {
+    framework_->GetBundleContext().RegisterService<yvm::YVM>(
+        std::move(engine), cppmicroservices::ServiceProperties{{"user-yvm", foundation::json::Value(true)}});
+    server_->start();
+}
+
+std::string Application::address() const {
+    const bool isIpv6 = options_.host.find(':') != std::string::npos;
+    return "http://" + (isIpv6 ? "[" + options_.host + "]" : options_.host) + ":" +
+           std::to_string(server_->port()) + "/" + (options_.token ? "?token=" + *options_.token : "");
+}
+
+void Application::stop(std::chrono::milliseconds bound, const std::function<void()>& stopEngine) {
+    server_->stopAccepting();
+    server_->waitForAnswers(bound);
+    stopEngine();
+    server_->stop(kGoodbye);
+}
+
+}  // namespace server::app

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "connector/PluginHost.hpp"
+#include "connector/message_service/Broker.hpp"
+#include "cppmicroservices/Framework.hpp"
+#include "server/app/Options.hpp"
+#include "server/http/HttpServer.hpp"
+#include "yvm/YVM.hpp"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace server::app {
+
+/// The composition root: broker, service framework, plug-ins, the engine as a service, and the server
+/// in front of them.
+///
+/// Life: constructed (everything but the engine stands, the port is bound), `start` with the engine,
+/// `stop`. One per process at a time, since plug-ins reach broker and framework through the process.
+class Application {
+  public:
+    /// Throws `std::runtime_error` with one line: a plug-in or folder that is missing or broken, a port
+    /// that is taken.
+    explicit Application(const Options& options);
+    ~Application();
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+
+    /// Makes the engine known to the plug-ins, and opens the doors.
+    void start(std::shared_ptr<yvm::YVM> engine);
+
+    /// "http://<host>:<port>/", with "?token=..." where one is asked for.
+    std::string address() const;
+
+    /// Takes no more requests, waits for those under way for at most `bound`, calls `stopEngine`, and
+    /// says goodbye to the clients.
+    void stop(std::chrono::milliseconds bound, const std::function<void()>& stopEngine);
+
+  private:
+    const Options options_;
+    const std::shared_ptr<connector::message_service::Broker> broker_;
+    const std::shared_ptr<cppmicroservices::Framework> framework_;
+    connector::PluginHost plugins_;
+    // Last, so that it goes first: the sockets close before anything behind them.
+    std::unique_ptr<http::HttpServer> server_;
+};
+
+}  // namespace server::app
