@@ -94,12 +94,12 @@ std::size_t depth(const RuntimeException& error) {
 
 TEST(RuntimeExceptionTest, CausesBelowTheBoundAreDroppedAndTheNearestKept) {
     RuntimeException error(Status::CommandFailed, u"0");
-    for (int level = 1; level <= 5'000; ++level) {
+    for (int level = 1; level <= 500; ++level) {
         error = RuntimeException(Status::CommandFailed, std::to_string(level), {}, {}, {}, {error});
         ASSERT_EQ(depth(error), std::min<std::size_t>(level, RuntimeException::maxCauseDepth));
     }
     const auto* next = &error;
-    for (int level = 5'000; level > 5'000 - static_cast<int>(RuntimeException::maxCauseDepth); --level) {
+    for (int level = 500; level > 500 - static_cast<int>(RuntimeException::maxCauseDepth); --level) {
         EXPECT_EQ(next->what(), std::to_string(level));
         next = &next->getCauses().at(0);
     }
