@@ -21,19 +21,17 @@ struct JsonParseResult {
 /// Parses one value from the start of [begin, end) into `out`, which is Undefined after a failure.
 ///
 /// The grammar is JSON's, with these differences:
-/// - White space (space, \t, \n, \v, \f, \r) is skipped only inside of objects and arrays, so a text that
-/// starts with
-///   a blank fails with expectedString at 0.
+///
+/// - White space (space, \t, \n, \v, \f, \r) is skipped only inside of objects and arrays; a text that starts
+///   with a blank fails with expectedString at 0.
 /// - Numbers may have leading zeros, and become double always; beyond the range they become infinite or 0.
 /// - Strings may hold any raw byte but the quote and the backslash, valid UTF-8 or not. A lone low surrogate
-/// is
-///   encoded in three bytes.
+///   is encoded in three bytes.
 /// - In an object, a repeated key keeps its first value.
-/// - An object whose key `ywtype` names an integer type has its array `ywdata` read as 64-bit integers,
-/// exactly
-///   (signed for "int8" to "int64", unsigned for "uint8" to "uint64", saturating at 64 bits), whichever key
-///   comes first.
-/// - There are no comments, and there is no limit of depth; the parser takes no stack per level.
+/// - An object whose key `ywtype` names an integer type has the array in its key `ywdata` read as 64-bit
+///   integers: signed for "int8" to "int64", unsigned for "uint8" to "uint64", saturating. Either key may
+///   come first.
+/// - There is no limit of depth; the parser takes no stack per level.
 ///
 /// Throws std::runtime_error ("invalid conversion: ...") for a `ywtype` that is no string.
 JsonParseResult parse(const char* begin, const char* end, Value& out);

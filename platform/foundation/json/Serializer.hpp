@@ -8,8 +8,7 @@ namespace foundation::json {
 
 /// Writes values as compact JSON text, which is always valid: control characters are escaped, UTF-8 is passed
 /// and what is no valid UTF-8 becomes U+FFFD, and Undefined and numbers that are not finite become `null`.
-/// Integers are exact, and a double or float is written in its shortest form that reads back to the same
-/// bits.
+/// Integers are exact, and a double or float is written with the fewest digits that read back to its bits.
 ///
 /// Takes no stack per level of nesting. Stateless, safe from any thread.
 class Serializer {

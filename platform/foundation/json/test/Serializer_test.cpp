@@ -128,6 +128,8 @@ TEST(Serializer, ValidUtf8PassesAndTheRestBecomesReplacementCharacters) {
     EXPECT_EQ(text("\x80"), "\"" + replacement + "\"");
     EXPECT_EQ(text("\xC0\x80"), "\"" + replacement + replacement + "\"") << "overlong";
     EXPECT_EQ(text("\xE0\x80\x80"), "\"" + replacement + replacement + replacement + "\"") << "overlong";
+    EXPECT_EQ(text("\xF0\x80\x80\x80"), "\"" + replacement + replacement + replacement + replacement + "\"")
+        << "overlong";
     EXPECT_EQ(text("\xED\xA0\x80"), "\"" + replacement + replacement + replacement + "\"") << "surrogate";
     EXPECT_EQ(text("\xF4\x90\x80\x80"), "\"" + replacement + replacement + replacement + replacement + "\"")
         << "too high";

@@ -35,8 +35,8 @@ namespace foundation::yorlabdata::json {
 /// White space around the value is skipped.
 ///
 /// Throws std::runtime_error, which tells what was wrong and what is accepted: text that is no JSON, an
-/// unknown `ywtype`, a missing member, an element of the wrong type or outside of its range, a number of
-/// elements that is not the product of `ywsize`, nesting of lists and records deeper than 512.
+/// unknown `ywtype`, a missing, repeated or unknown key, an element of the wrong type or outside of its
+/// range, a number of elements that is not the product of `ywsize`, lists and records nested deeper than 512.
 Array string_to_yorlabdata(std::string_view text, const ArrayFactory& factory);
 
 /// The same from a value that has been parsed. Throws as string_to_yorlabdata.

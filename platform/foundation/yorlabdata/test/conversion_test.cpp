@@ -238,6 +238,12 @@ TEST(Reading, IntegersMayBeNumbersOrStringsOfDigits) {
               vector<std::uint64_t>({UINT64_MAX, UINT64_MAX}));
 }
 
+TEST(Reading, FloatsAreRoundedOnceFromTheirText) {
+    // A little above the middle of two floats, but so little that the nearest double is the middle.
+    EXPECT_EQ(read(typed("float32", "[]", "[1.00000005960464477539062500000001]")),
+              factory.createScalar(0x1.000002p0f));
+}
+
 TEST(Reading, TypedIntegersOfAParsedValueAreTaken) {
     EXPECT_EQ(json_to_yorlabdata(foundation::json::parseText(typed("int8", "[2]", "[-128,127]")), factory),
               vector<std::int8_t>({-128, 127}));
