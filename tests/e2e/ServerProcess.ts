@@ -40,16 +40,17 @@ export class ServerProcess {
             throw new Error(`${program} is missing: build it, or name the build folder in YVM_BUILD_DIR`);
         }
         this.#child = spawn(program, options, { cwd: root, stdio: ["ignore", "pipe", "pipe"] });
+        // A test that fails half-way leaves no server behind.
+        const kill = () => this.#child.kill("SIGKILL");
+        process.once("exit", kill);
         let stdout = "";
         let stderr = "";
         this.#child.stdout.on("data", (text: Buffer) => (stdout += text.toString()));
         this.#child.stderr.on("data", (text: Buffer) => (stderr += text.toString()));
-        this.ended = once(this.#child, "close").then(([code, signal]) => ({
-            code: code as number | null,
-            signal: signal as NodeJS.Signals | null,
-            stdout,
-            stderr,
-        }));
+        this.ended = once(this.#child, "close").then(([code, signal]) => {
+            process.off("exit", kill);
+            return { code: code as number | null, signal: signal as NodeJS.Signals | null, stdout, stderr };
+        });
     }
 
     /** Starts a server, on a free port unless it is given one, and waits until it listens. */

@@ -1,3 +1,7 @@
+import { execFile } from "node:child_process";
+import { fileURLToPath } from "node:url";
+import { promisify } from "node:util";
+
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 import { connect, ndarray, type Client, type Connection, type NdArray, type YdaValue } from "yvm-client";
 
@@ -144,6 +148,21 @@ describe("a connection", () => {
             name: "RefusedError",
             code: 401,
         });
+    });
+
+    it("lets the process end once it is disconnected", async () => {
+        const script = `
+            import { connect } from "yvm-client";
+            const yvm = await connect(process.argv[1]);
+            const client = await yvm.attach();
+            process.stdout.write((await client.eval("1+1")).text);
+            await yvm.disconnect();`;
+        const { stdout } = await promisify(execFile)(
+            process.execPath,
+            ["--input-type=module", "--eval", script, server.url.href],
+            { cwd: fileURLToPath(new URL(".", import.meta.url)), timeout: 30_000 },
+        );
+        expect(stdout).toBe("2\n");
     });
 
     it("carries several clients, which share the workspace", async () => {

@@ -179,7 +179,9 @@ describe("the page", () => {
         await run("def half(x):\n    return 1 / x\n\nhalf(0)");
         await page.locator("#command").fill("np.linalg.svd(np.eye(2))");
         await page.screenshot({ path: `${screenshots}console-${colorScheme}.png` });
-        const ground = await page.locator("#scroller").evaluate("e => getComputedStyle(e).backgroundColor");
+        const ground = await page.evaluate(
+            "getComputedStyle(document.querySelector('#scroller')).backgroundColor",
+        );
         expect(ground).toBe(colorScheme === "light" ? "rgb(255, 255, 255)" : "rgb(23, 28, 35)");
     });
 });

@@ -95,7 +95,7 @@ describe("the program", () => {
             command: "print('running')\nwhile True: pass",
             runOptions: { useNullOutSink: false },
         });
-        await client.event(({ data }) => data["text"] === "running\n");
+        await client.event(({ channel }) => channel === "/yvm/busy/text/output");
         server.kill("SIGTERM");
         expect(await server.ended).toMatchObject({ code: 0, signal: null });
         await client.disconnect();
