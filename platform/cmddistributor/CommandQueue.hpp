@@ -31,7 +31,7 @@ enum class Moment {
 };
 
 /// What the queue asks of the engine. Called without the queue's lock, on the thread of whoever submits,
-/// cancels or takes. Must not block, must not throw, must not call back into the queue.
+/// cancels or takes. Must not block, must not throw, and must not call back into the queue, save `wakeUp`.
 ///
 /// As no lock is held, the state may have moved on when a call arrives: `interrupt` may name a command that
 /// has ended since, and `requestPreemption` may find nothing to take.

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "yvm/YVM.hpp"
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <mutex>
+
+namespace platform_testing {
+
+/// An engine that is nothing but its parts: a command distributor and an event manager of the test's
+/// choice, either of which may be null. It runs no commands and has no thread.
+///
+/// Failures to inject: no distributor, no event manager, an `interrupt` that throws. Safe for use from any
+/// thread.
+class FakeYvm final : public yvm::YVM {
+  public:
+    using CmdDistributorPtr = boost::shared_ptr<cmddistributor::CmdDistributor>;
+    using EventMgrPtr = boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr>;
+
+    static std::shared_ptr<FakeYvm> create(CmdDistributorPtr distributor = {}, EventMgrPtr eventMgr = {});
+    FakeYvm(CmdDistributorPtr distributor, EventMgrPtr eventMgr);
+    ~FakeYvm() override;
+
+    /// A number that no engine of these fakes has.
+    static std::uint64_t nextIdentifier() noexcept;
+
+    std::uint64_t getIdentifier() const override { return identifier_; }
+    CmdDistributorPtr getCmdDistributor() override;
+    void interrupt() override;
+    EventMgrPtr getEventMgr() override;
+
+    void setCmdDistributor(CmdDistributorPtr distributor);
+    void setEventMgr(EventMgrPtr eventMgr);
+
+    /// How often `interrupt` was called, calls that threw included.
+    int interruptCount() const noexcept { return interrupts_; }
+    /// What `interrupt` throws from now on; null for nothing.
+    void failInterrupts(std::exception_ptr error);
+
+  private:
+    const std::uint64_t identifier_;
+    std::atomic<int> interrupts_{0};
+
+    std::mutex mutex_;
+    // Guarded by mutex_.
+    CmdDistributorPtr distributor_;
+    EventMgrPtr eventMgr_;
+    std::exception_ptr interruptError_;
+};
+
+}  // namespace platform_testing
