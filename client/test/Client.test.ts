@@ -148,6 +148,18 @@ describe("eval", () => {
     });
 });
 
+describe("a message that is too long", () => {
+    it("rejects without being sent, and the connection lives on", async () => {
+        await expect(client.eval("x".repeat(64 * 1024 * 1024)).done).rejects.toMatchObject({
+            name: "ConnectionError",
+            message: expect.stringMatching(
+                /^The publish on \/yvm\/c1\/eval\/request could not be sent: /,
+            ) as string,
+        });
+        expect(yvm.status).toEqual({ state: "connected" });
+    });
+});
+
 describe("feval", () => {
     it("sends arguments as JSON text and decodes the results", async () => {
         const request = client.feval("f", [1, "two", ndarray([[1, 2]])], {

@@ -141,6 +141,19 @@ describe("a frame", () => {
         await nobodyNoticed();
     });
 
+    it("far beyond the longest message ends its own connection, and no other", async () => {
+        const socket = await RawSocket.open();
+        const closeCode = await socket.ask(`[${" ".repeat(100 * maxMessageBytes)}]`);
+        expect(closeCode).toBeTypeOf("number");
+        await nobodyNoticed();
+    });
+
+    it("that is not UTF-8 ends its own connection with 1007", async () => {
+        const socket = await RawSocket.open();
+        expect(await socket.ask(Buffer.from([0x5b, 0xff, 0x5d]))).toBe(1007);
+        await nobodyNoticed();
+    });
+
     it("that claims another's session gets 402", async () => {
         const socket = await RawSocket.open();
         const [reply] = (await socket.ask(

@@ -182,7 +182,7 @@ export class CometdTransport implements Transport {
 }
 
 /** Whether this "reply" was made by the library because no reply came; then it tells the failure. */
-function hasFailed(message: Message): boolean {
+function hasFailed(message: Message): message is Message & { readonly failure: unknown } {
     return "failure" in message;
 }
 
@@ -193,6 +193,13 @@ function refusal(what: string, message: Message): RefusedError {
 function replyError(what: string, reply: Message): Error {
     if (!hasFailed(reply)) {
         return refusal(what, reply);
+    }
+    const exception = isObject(reply.failure) ? reply.failure["exception"] : undefined;
+    if (exception instanceof Error) {
+        // For one, the message is too long.
+        return new ConnectionError(`The ${what} could not be sent: ${exception.message}`, {
+            cause: exception,
+        });
     }
     return new ConnectionError(`The connection was lost before the server answered the ${what}`);
 }
