@@ -68,7 +68,7 @@ void endThread(Command& command, const py::object& exception) {
 
 /// Runs a function as a part of `command`, on a thread of the user.
 py::object runForCommand(const std::shared_ptr<Command>& command, const py::function& function,
-                         const py::args& arguments, const py::kwargs& keywords) {
+                         const py::tuple& arguments, const py::dict& keywords) {
     const CommandScope scope(command);
     try {
         py::object result = function(*arguments, **keywords);
