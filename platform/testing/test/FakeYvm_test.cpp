@@ -1,0 +1,39 @@
+#include "testing/FakeYvm.hpp"
+
+#include "testing/FakeCmdDistributor.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace platform_testing {
+namespace {
+
+TEST(FakeYvmTest, HasThePartsThatItWasGiven) {
+    const auto bare = FakeYvm::create();
+    EXPECT_FALSE(bare->getCmdDistributor());
+    EXPECT_FALSE(bare->getEventMgr());
+
+    const auto distributor = FakeCmdDistributor::create();
+    const auto events = foundation::msg_svc::eventmgr::EventMgr::create();
+    const auto engine = FakeYvm::create(distributor, events);
+    EXPECT_EQ(engine->getCmdDistributor(), distributor);
+    EXPECT_EQ(engine->getEventMgr(), events);
+    EXPECT_NE(engine->getIdentifier(), bare->getIdentifier());
+
+    engine->setCmdDistributor({});
+    engine->setEventMgr({});
+    EXPECT_FALSE(engine->getCmdDistributor());
+    EXPECT_FALSE(engine->getEventMgr());
+}
+
+TEST(FakeYvmTest, CountsInterruptsAndThrowsWhenTold) {
+    const auto engine = FakeYvm::create();
+    engine->interrupt();
+    engine->failInterrupts(std::make_exception_ptr(std::runtime_error("no")));
+    EXPECT_THROW(engine->interrupt(), std::runtime_error);
+    EXPECT_EQ(engine->interruptCount(), 2);
+}
+
+}  // namespace
+}  // namespace platform_testing
