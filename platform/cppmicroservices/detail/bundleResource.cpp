@@ -42,7 +42,7 @@ template <typename Struct>
 Struct readStruct(std::string_view bytes, std::uint64_t offset) {
     static_assert(std::is_trivially_copyable_v<Struct>);
     Struct result;
-    std::memcpy(&result, slice(bytes, offset, sizeof result).data(), sizeof result);
+    slice(bytes, offset, sizeof result).copy(reinterpret_cast<char*>(&result), sizeof result);
     return result;
 }
 

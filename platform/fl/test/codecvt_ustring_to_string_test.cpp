@@ -40,7 +40,7 @@ TEST(CodecvtUstringToString, ThrowsOnALoneSurrogateWhenNotAskedToReplace) {
 
 TEST(CodecvtUstringToString, RefusesAnotherEncoding) {
     try {
-        codecvt_ustring_to_string("Shift_JIS", true);
+        const codecvt_ustring_to_string codecvt("Shift_JIS", true);
         FAIL() << "no exception";
     } catch (const std::invalid_argument& error) {
         EXPECT_STREQ(error.what(), "encoding 'Shift_JIS' is not supported; the only one is 'UTF-8'");
