@@ -47,7 +47,7 @@ std::string requestText() {
 std::string mixedText() {
     std::mt19937_64 random(3);
     Object records;
-    for (int i = 0; i < 3500; ++i) {
+    for (int i = 0; i < 3700; ++i) {
         foundation::json::Array samples;
         for (int k = 0; k < 8; ++k) {
             samples.emplace_back(static_cast<double>(random() % 1000000) / 1000);

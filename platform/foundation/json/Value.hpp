@@ -136,7 +136,8 @@ class Value {
     template <PlainInteger T>
     Value(T value) noexcept : kind_(std::signed_integral<T> ? Kind::int64 : Kind::uint64) {
         if constexpr (std::signed_integral<T>) {
-            storage_.int64 = value;
+            // A signed char is a small number here, std::int8_t.
+            storage_.int64 = value;  // NOLINT(bugprone-signed-char-misuse)
         } else {
             storage_.uint64 = value;
         }

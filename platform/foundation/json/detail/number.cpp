@@ -2,10 +2,11 @@
 
 #include <fast_float/fast_float.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
+#include <string_view>
 
 namespace foundation::json::detail {
 
@@ -22,7 +23,7 @@ constexpr std::int64_t maxExactPower = 22;
 constexpr std::uint64_t maxExactInteger = std::uint64_t{1} << 53;
 
 char* writeNull(char* target) noexcept {
-    return static_cast<char*>(std::memcpy(target, "null", 4)) + 4;
+    return std::ranges::copy(std::string_view("null"), target).out;
 }
 
 /// Writes a number that is a decimal of at most 15 digits, six of them behind the point; returns null for

@@ -122,7 +122,7 @@ class Reader {
         }
         if (form.deferredData != nullptr) {
             const char* const behind = std::exchange(position_, form.deferredData);
-            form.array = readData(form);
+            form.array = readData(*form.kind, form.shape.value_or(Shape()));
             position_ = behind;
         }
         if (!form.array) {
@@ -143,7 +143,7 @@ class Reader {
             form.shape = readShape();
         } else if (key == "ywdata" && !form.array && form.deferredData == nullptr) {
             if (form.kind && (form.shape || !isNumeric(*form.kind))) {
-                form.array = readData(form);
+                form.array = readData(*form.kind, form.shape.value_or(Shape()));
             } else {
                 form.deferredData = position_;
                 skipValue();
@@ -186,9 +186,9 @@ class Reader {
         return shape;
     }
 
-    /// The kind is known, and the shape if the kind is numeric.
-    Array readData(const LongForm& form) {
-        switch (*form.kind) {
+    /// `shape` is looked at only if the kind is numeric.
+    Array readData(Kind kind, const Shape& shape) {
+        switch (kind) {
             case Kind::text:
                 if (*position_ != '"') {
                     fail("\"ywdata\" of text is " + token() + "; it takes a string");
@@ -199,31 +199,31 @@ class Reader {
             case Kind::record:
                 return readRecord();
             case Kind::float64:
-                return readNumeric<double>(form);
+                return readNumeric<double>(kind, shape);
             case Kind::float32:
-                return readNumeric<float>(form);
+                return readNumeric<float>(kind, shape);
             case Kind::int8:
-                return readNumeric<std::int8_t>(form);
+                return readNumeric<std::int8_t>(kind, shape);
             case Kind::int16:
-                return readNumeric<std::int16_t>(form);
+                return readNumeric<std::int16_t>(kind, shape);
             case Kind::int32:
-                return readNumeric<std::int32_t>(form);
+                return readNumeric<std::int32_t>(kind, shape);
             case Kind::int64:
-                return readNumeric<std::int64_t>(form);
+                return readNumeric<std::int64_t>(kind, shape);
             case Kind::uint8:
-                return readNumeric<std::uint8_t>(form);
+                return readNumeric<std::uint8_t>(kind, shape);
             case Kind::uint16:
-                return readNumeric<std::uint16_t>(form);
+                return readNumeric<std::uint16_t>(kind, shape);
             case Kind::uint32:
-                return readNumeric<std::uint32_t>(form);
+                return readNumeric<std::uint32_t>(kind, shape);
             case Kind::uint64:
-                return readNumeric<std::uint64_t>(form);
+                return readNumeric<std::uint64_t>(kind, shape);
             case Kind::boolean:
-                return readNumeric<bool>(form);
+                return readNumeric<bool>(kind, shape);
             case Kind::complex128:
-                return readNumeric<double>(form, 2);
+                return readNumeric<double>(kind, shape, 2);
             case Kind::complex64:
-                return readNumeric<float>(form, 2);
+                return readNumeric<float>(kind, shape, 2);
             case Kind::null:
                 break;
         }
@@ -268,28 +268,27 @@ class Reader {
 
     /// Reads `parts` numbers of type T an element.
     template <typename T>
-    Array readNumeric(const LongForm& form, std::size_t parts = 1) {
+    Array readNumeric(Kind kind, const Shape& shape, std::size_t parts = 1) {
         if (*position_ != '[') {
-            fail("\"ywdata\" of " + std::string(nameOf(*form.kind)) + " is " + token() +
-                 "; it takes an array");
+            fail("\"ywdata\" of " + std::string(nameOf(kind)) + " is " + token() + "; it takes an array");
         }
-        const std::size_t size = sizeOf(*form.shape, parts);
-        std::shared_ptr<void> buffer = factory_.createBuffer(*form.kind, size / parts);
+        const std::size_t size = sizeOf(shape, parts);
+        std::shared_ptr<void> buffer = factory_.createBuffer(kind, size / parts);
         T* const numbers = static_cast<T*>(buffer.get());
         std::size_t count = 0;
         if (enter(']')) {
             do {
                 if (count == size) {
-                    failCount(*form.shape, size, "more");
+                    failCount(shape, size, "more");
                 }
-                numbers[count] = readElement<T>(*form.kind, count);
+                numbers[count] = readElement<T>(kind, count);
                 ++count;
             } while (next(']', ParseResult::expectedCommaOrBracket));
         }
         if (count != size) {
-            failCount(*form.shape, size, std::to_string(count));
+            failCount(shape, size, std::to_string(count));
         }
-        return {*form.kind, *form.shape, std::move(buffer)};
+        return {kind, shape, std::move(buffer)};
     }
 
     /// The numbers that a shape asks for. Refuses more than the rest of the text could hold before memory is
@@ -488,8 +487,11 @@ class Reader {
                 ++position_;
                 return;
             }
-            if (*position_ == '\\' && ++position_ == end_) {
-                break;
+            if (*position_ == '\\') {
+                ++position_;
+                if (position_ == end_) {
+                    break;
+                }
             }
         }
         failParse(ParseResult::unterminatedString);
