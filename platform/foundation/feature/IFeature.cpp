@@ -1,7 +1,9 @@
 #include "foundation/feature/IFeature.hpp"
 
+#include <cstddef>
 #include <map>
 #include <mutex>
+#include <new>
 #include <string>
 
 namespace foundation::feature {
@@ -37,8 +39,9 @@ class Switches final : public IFeature {
 IFeature::~IFeature() = default;
 
 IFeature& IFeature::instance() noexcept {
-    // Never destroyed: stream buffers ask while the process ends.
-    static auto* const switches = new Switches;
+    // Never destroyed: stream buffers ask while the process ends. And not on the heap: asking must not throw.
+    alignas(Switches) static std::byte storage[sizeof(Switches)];
+    static auto* const switches = new (storage) Switches;
     return *switches;
 }
 
