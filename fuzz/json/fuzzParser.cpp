@@ -74,7 +74,8 @@ void checkPrinting(const Value& value, std::string_view text) {
           "printed text prints to the same value", text);
     check(foundation::json::parseText(foundation::json::pretty_print(value)) == again,
           "both printers print the same value", text);
-    const Value copy = value;
+    const Value copy =
+        value;  // NOLINT(performance-unnecessary-copy-initialization): it is the copy that is tried
     check(copy == value, "a copy is equal", text);
 }
 
