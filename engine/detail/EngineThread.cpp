@@ -368,13 +368,12 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
 
 Outcome EngineThread::runInPython(Command& command) {
     const WithGil gil;
+    releases_->drain();
     std::optional<NestedState> nested;
     if (frames_.size() > 1) {
         nested.emplace();
     }
-    Outcome outcome = runner_->run(command);
-    releases_->drain();
-    return outcome;
+    return runner_->run(command);
 }
 
 void EngineThread::popFrame() {

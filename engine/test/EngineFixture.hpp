@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/Engine.hpp"
+#include "foundation/yorlabdata/ArrayFactory.hpp"
 
 #include <gtest/gtest.h>
 
@@ -110,6 +111,11 @@ class EngineTest : public ::testing::Test {
     static Submitted occupy();
     static void release();
 };
+
+template <foundation::yorlabdata::Element T>
+Array scalar(T value) {
+    return foundation::yorlabdata::ArrayFactory().createScalar(value);
+}
 
 /// A text array.
 Array text(const std::string& utf8);

@@ -1,1 +1,93 @@
 #include "engine/test/EngineFixture.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace yvm::engine::test {
+namespace {
+
+TEST_F(EngineTest, AForkedChildPublishesNothingAndTheParentGoesOn) {
+    auto submitted = submitEval(
+        "import os, sys\n"
+        "pid = os.fork()\n"
+        "if pid == 0:\n"
+        "    print('child', file=sys.stderr)\n"
+        "    sys.exit(7)\n"
+        "print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))");
+    submitted.get();
+    EXPECT_EQ(submitted.transcript->text(), "7\n");
+    EXPECT_EQ(eval("1+1"), "2\n");
+}
+
+TEST_F(EngineTest, AForkedChildThatRunsToTheEndOfItsCommandEnds) {
+    EXPECT_EQ(eval("import os\npid = os.fork()\n"
+                   "if pid: print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))"),
+              "0\n");
+    EXPECT_EQ(eval("pid = os.fork()\n"
+                   "if pid == 0: raise SystemExit\n"
+                   "print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))"),
+              "0\n");
+}
+
+TEST_F(EngineTest, AThreadThatForksEndsItsChild) {
+    EXPECT_EQ(eval("import os, threading\n"
+                   "def work():\n"
+                   "    global status\n"
+                   "    pid = os.fork()\n"
+                   "    if pid: status = os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])\n"
+                   "t = threading.Thread(target=work); t.start(); t.join(); status"),
+              "0\n");
+}
+
+TEST_F(EngineTest, MultiprocessingByForkWorks) {
+    auto submitted = submitEval(
+        "import multiprocessing\n"
+        "def square(x): return x * x\n"
+        "with multiprocessing.get_context('fork').Pool(2) as pool: print(pool.map(square, range(5)))");
+    submitted.get();
+    EXPECT_EQ(submitted.transcript->text(), "[0, 1, 4, 9, 16]\n");
+    EXPECT_EQ(eval("1+1"), "2\n");
+}
+
+TEST_F(EngineTest, AChildThatIsTerminatedDoesNotTerminateTheServer) {
+    // The server's handler writes to a pipe that a forked child shares.
+    static int signalPipe[2];
+    ASSERT_EQ(::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK), 0);
+    struct sigaction handler{};
+    struct sigaction before{};
+    handler.sa_handler = [](int) { [[maybe_unused]] const auto written = ::write(signalPipe[1], "t", 1); };
+    ASSERT_EQ(sigaction(SIGTERM, &handler, &before), 0);
+    EXPECT_EQ(eval("import multiprocessing, time\n"
+                   "ctx = multiprocessing.get_context('fork'); started = ctx.Event()\n"
+                   "def linger(): started.set(); time.sleep(1000)\n"
+                   "p = ctx.Process(target=linger); p.start()\n"
+                   "assert started.wait(20)\n"
+                   "p.terminate(); p.join(); p.exitcode"),
+              "-15\n");
+    char byte = 0;
+    EXPECT_EQ(::read(signalPipe[0], &byte, 1), -1) << "the child told the server that it was asked to stop";
+    sigaction(SIGTERM, &before, nullptr);
+}
+
+TEST_F(EngineTest, ASubprocessListensToSignals) {
+    EXPECT_EQ(eval("import subprocess\n"
+                   "p = subprocess.Popen(['sleep', '1000']); p.terminate(); p.wait(20)"),
+              "-15\n");
+    EXPECT_EQ(eval("import os\nos.system('kill -TERM $$')"), "15\n");
+    EXPECT_EQ(eval("subprocess.run(['echo', 'x'], capture_output=True).stdout"), "b'x\\n'\n");
+}
+
+TEST_F(EngineTest, TheThreadsOfCommandsLeaveTheServersSignalsBlocked) {
+    EXPECT_EQ(eval("import signal\nsorted(s.name for s in signal.pthread_sigmask(signal.SIG_BLOCK, []))"),
+              "['SIGINT', 'SIGTERM']\n");
+}
+
+TEST_F(EngineTest, TheInterpreterIsTheOneThatWasBuiltFor) {
+    EXPECT_EQ(eval("import sys\n(sys.executable, sys.prefix, sys.flags.utf8_mode, sys.path[0])"),
+              "('/usr/bin/python3', '/usr', 1, '')\n");
+}
+
+}  // namespace
+}  // namespace yvm::engine::test

@@ -3,6 +3,7 @@
 import __future__
 import ast
 import collections
+import io
 import linecache
 
 _FUTURE_FLAGS = 0
@@ -18,7 +19,7 @@ _kept_names = collections.deque()
 def remember_lines(text, filename):
     """Lets tracebacks quote the lines of a source that is in no file."""
     # Without a modification time the entry survives `linecache.checkcache`.
-    linecache.cache[filename] = (len(text), None, text.splitlines(True), filename)
+    linecache.cache[filename] = (len(text), None, _lines(text), filename)
     _kept_names.append(filename)
     if len(_kept_names) > KEPT_SOURCES:
         linecache.cache.pop(_kept_names.popleft(), None)
@@ -31,7 +32,8 @@ def compile_command(text, filename):
     Everything is compiled before anything runs, so a command with a syntax error has no effect at all.
     """
     remember_lines(text, filename)
-    tree = ast.parse(text, filename, "exec")
+    # Not by `ast.parse`, which would put a frame of its own into the traceback of a syntax error.
+    tree = compile(text, filename, "exec", ast.PyCF_ONLY_AST, dont_inherit=True)
     last = tree.body.pop() if tree.body and isinstance(tree.body[-1], ast.Expr) else None
     body_code = compile(tree, filename, "exec", dont_inherit=True) if tree.body else None
     if last is None:
@@ -41,14 +43,18 @@ def compile_command(text, filename):
     return body_code, last_code, not _ends_in_semicolon(text, last)
 
 
+def _lines(text):
+    """The lines as the parser counts them, which knows fewer ends of line than `str.splitlines`."""
+    return io.StringIO(text, newline=None).readlines()
+
+
 def _ends_in_semicolon(text, last):
     """Whether the text goes on with `;` after its last statement: blanks, a line continued with a
     backslash, and comments are all that may stand around it."""
     if ";" not in text:
         return False
-    # The parser ends a line at these three alone, unlike `str.splitlines`.
-    lines = text.replace("\r\n", "\n").replace("\r", "\n").split("\n")
+    lines = _lines(text)
     # The parser counts the columns in bytes of UTF-8.
     rest_of_line = lines[last.end_lineno - 1].encode("utf-8")[last.end_col_offset :].decode("utf-8")
-    rest = "\n".join([rest_of_line, *lines[last.end_lineno :]])
+    rest = "".join([rest_of_line, *lines[last.end_lineno :]])
     return rest.lstrip(" \t\f\\\n").startswith(";")

@@ -46,6 +46,9 @@ class NoInput(io.TextIOBase):
     def __next__(self):
         return self.readline()
 
+    def close(self):
+        """Does nothing: `exit()` closes standard input, and the engine lives on."""
+
 
 def install():
     sys.stdout = TextOutput("<stdout>", _yvm.write_output, _yvm.flush_output)
