@@ -106,7 +106,9 @@ struct Wire {
 };
 
 /// The string as its reader gets it: what is no UTF-8 has become the replacement character.
-std::string asOnTheWire(const std::string& text) { return fl::i18n::to_string(fl::i18n::to_ustring(text)); }
+std::string asOnTheWire(const std::string& text) {
+    return fl::i18n::to_string(fl::i18n::to_ustring(text));
+}
 
 /// The text of the parse failure that the client reads: of the last one, in the text as repaired until then.
 std::string lastFailureText(const Case& damaged) {

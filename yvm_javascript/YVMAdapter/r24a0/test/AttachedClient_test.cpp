@@ -1,0 +1,106 @@
+#include "r24a0/AttachedClient.hpp"
+
+#include "common/createAttachedClient.hpp"
+#include "common/test/support.hpp"
+#include "testing/FakeCmdDistributor.hpp"
+#include "testing/FakeMessageService.hpp"
+#include "testing/FakeYvm.hpp"
+#include "testing/LogCapture.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace yvm::JSClient::r24a0 {
+namespace {
+
+using platform_testing::FakeMessageService;
+using platform_testing::FakeYvm;
+using platform_testing::LogCapture;
+
+const std::string liveness = "/yvm/a/connection/stillAlive";
+const std::string logChannel = "yvm::JSClient::AttachedClient";
+
+class AttachedClientTest : public testing::Test {
+  protected:
+    std::unique_ptr<AttachedClientInterface> create(std::function<void(const std::string&)> disconnectHandler,
+                                                    ApiVersion version = ApiVersion::r24a0) {
+        return createAttachedClient(version, "/yvm/a", engine, service, std::move(disconnectHandler));
+    }
+
+    const std::shared_ptr<FakeMessageService> service = FakeMessageService::create();
+    const std::shared_ptr<FakeYvm> engine = FakeYvm::create(platform_testing::FakeCmdDistributor::create());
+};
+
+TEST_F(AttachedClientTest, WithoutAHandlerTheLivenessChannelIsLeftAlone) {
+    const auto client = create({});
+    EXPECT_EQ(service->subscriptionLog(),
+              (std::vector<std::string>{"subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request"}));
+}
+
+TEST_F(AttachedClientTest, AHandlerIsCalledWithTheFullNameOfTheLivenessChannel) {
+    std::vector<std::string> disconnected;
+    const auto client =
+        create([&disconnected](const std::string& channel) { disconnected.push_back(channel); });
+    service->fireSubscribe(liveness);
+    service->fireUnsubscribe(liveness);
+    EXPECT_EQ(disconnected, std::vector<std::string>{liveness});
+}
+
+TEST_F(AttachedClientTest, BuildsTheServicesBeforeTheMonitorAndDestroysItFirst) {
+    create([](const std::string&) {}).reset();
+    EXPECT_EQ(
+        service->subscriptionLog(),
+        (std::vector<std::string>{"subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
+                                  "onSubscribe " + liveness, "onUnsubscribe " + liveness,
+                                  "endOnUnsubscribe " + liveness, "endOnSubscribe " + liveness,
+                                  "unsubscribe /yvm/a/eval/request", "unsubscribe /yvm/a/feval/request"}));
+}
+
+TEST_F(AttachedClientTest, AFailedStepLeavesNothingBehind) {
+    for (std::size_t after = 0; after < 4; ++after) {
+        service->failNextSubscribe(FakeMessageService::Failure::invalidFuture, after);
+        EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create([](const std::string&) {}); }),
+                  "Future state isn't valid!");
+        EXPECT_EQ(service->subscriberCount(), 0U);
+    }
+}
+
+TEST_F(AttachedClientTest, ItsBeginningAndEndAreLogged) {
+    const std::string identifier = std::to_string(engine->getIdentifier());
+    const LogCapture log;
+    auto client = create({});
+    EXPECT_EQ(log.texts(logChannel, 8),
+              std::vector<std::string>{"New attached client for YVM " + identifier + " at /yvm/a"});
+    log.records();
+    client.reset();
+    EXPECT_EQ(log.texts(logChannel, 8).back(), "Destroying client for YVM " + identifier + " at /yvm/a");
+    EXPECT_EQ(log.texts(logChannel, 8).size(), 2U);
+}
+
+TEST_F(AttachedClientTest, ReleasesItsEngineAndService) {
+    std::weak_ptr<FakeYvm> weakEngine;
+    {
+        auto ownEngine = FakeYvm::create();
+        weakEngine = ownEngine;
+        const auto client =
+            createAttachedClient(ApiVersion::r24a0, "/yvm/a", std::move(ownEngine), service, {});
+        EXPECT_FALSE(weakEngine.expired());
+    }
+    EXPECT_TRUE(weakEngine.expired());
+    EXPECT_EQ(service.use_count(), 1);
+}
+
+TEST_F(AttachedClientTest, AnUnsupportedVersionGivesAnEmptyPointer) {
+    EXPECT_EQ(create({}, ApiVersion::Unsupported), nullptr);
+    EXPECT_EQ(create({}, static_cast<ApiVersion>(3)), nullptr);
+    EXPECT_TRUE(service->subscriptionLog().empty());
+}
+
+TEST_F(AttachedClientTest, TheOlderVersionIsRefused) {
+    EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create({}, ApiVersion::r22a0); }),
+              "API version r22a0 is not available; attach with r24a0");
+}
+
+}  // namespace
+}  // namespace yvm::JSClient::r24a0

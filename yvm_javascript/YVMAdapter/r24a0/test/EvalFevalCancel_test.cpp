@@ -1,0 +1,528 @@
+#include "r24a0/EvalFevalCancel.hpp"
+
+#include "cmddistributor/RequestIdAdapter.hpp"
+#include "common/setCurrentMockYvm.hpp"
+#include "common/test/support.hpp"
+#include "foundation/json/Serializer.hpp"
+#include "foundation/msg_svc/eventmgr/EventMgr.hpp"
+#include "foundation/yorlabdata/ArrayFactory.hpp"
+#include "testing/FakeCmdDistributor.hpp"
+#include "testing/FakeMessageService.hpp"
+#include "testing/FakeYvm.hpp"
+#include "testing/LogCapture.hpp"
+#include "ylutil/io/TextBaseEvent.hpp"
+#include "yvm/json_serializers/serialize.hpp"
+
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <sstream>
+#include <stdexcept>
+
+namespace yvm::JSClient::r24a0 {
+namespace {
+
+using cmddistributor::CmdDistributor;
+using cmddistributor::RuntimeException;
+using connector::message_service::JsonMessage;
+using foundation::json::Value;
+using platform_testing::FakeCmdDistributor;
+using platform_testing::FakeMessageService;
+using platform_testing::FakeYvm;
+using platform_testing::LogCapture;
+using test::expectPlainError;
+using test::memberOf;
+using Status = RequestResponse::Status;
+
+const std::string logChannel = "yvm::JSClient::EvalFevalCancel";
+
+std::string textOf(const CmdDistributor::IDType& id) {
+    std::ostringstream text;
+    text << id;
+    return text.str();
+}
+
+class EvalFevalCancelTest : public testing::Test {
+  protected:
+    void create() { client = EvalFevalCancel::create("/yvm/a", engine, service, nullptr); }
+
+    void eval(const std::string& message) { EXPECT_EQ(service->deliver("/yvm/a/eval/request", message), 1U); }
+    void feval(const std::string& message) {
+        EXPECT_EQ(service->deliver("/yvm/a/feval/request", message), 1U);
+    }
+
+    std::vector<FakeMessageService::Publication> evalResponses() const {
+        return service->publicationsOn("/yvm/a/eval/response");
+    }
+    std::vector<FakeMessageService::Publication> fevalResponses() const {
+        return service->publicationsOn("/yvm/a/feval/response");
+    }
+
+    /// The text of the only publication so far, which is on `channel`.
+    std::string onlyText(const std::string& channel) const {
+        const auto publications = service->publications();
+        EXPECT_EQ(publications.size(), 1U);
+        if (publications.size() != 1) {
+            return {};
+        }
+        EXPECT_EQ(publications.front().channel, channel);
+        return publications.front().text;
+    }
+    Value only(const std::string& channel) const { return foundation::json::parseText(onlyText(channel)); }
+
+    /// The text of a response that carries `error`.
+    static std::string errorResponse(const std::string& requestID, const RuntimeException& error) {
+        return foundation::json::Serializer::serialize(
+            JsonObject{{"requestID", requestID}, {"error", json_serializers::serialize(error)}});
+    }
+
+    CmdDistributor::IDType lastId() const { return distributor->lastCommand().id; }
+
+    const std::shared_ptr<FakeMessageService> service = FakeMessageService::create();
+    const boost::shared_ptr<FakeCmdDistributor> distributor = FakeCmdDistributor::create();
+    std::shared_ptr<FakeYvm> engine = FakeYvm::create(distributor);
+    const foundation::yorlabdata::ArrayFactory arrays{};
+    std::shared_ptr<EvalFevalCancel> client;
+};
+
+TEST_F(EvalFevalCancelTest, SubscribesItsChannelsInOrderAndLeavesThemInReverse) {
+    create();
+    client.reset();
+    EXPECT_EQ(
+        service->subscriptionLog(),
+        (std::vector<std::string>{"subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
+                                  "unsubscribe /yvm/a/eval/request", "unsubscribe /yvm/a/feval/request"}));
+}
+
+TEST_F(EvalFevalCancelTest, AFailedSubscriptionLeavesCreateAndNothingBehind) {
+    for (const std::size_t after : {0U, 1U}) {
+        service->failNextSubscribe(FakeMessageService::Failure::invalidFuture, after);
+        EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create(); }), "Future state isn't valid!");
+        EXPECT_EQ(service->subscriberCount(), 0U);
+    }
+}
+
+TEST_F(EvalFevalCancelTest, KeepsTheEngineAliveWhileItsChannelsStand) {
+    create();
+    const std::weak_ptr<FakeYvm> weakEngine = engine;
+    engine.reset();
+    EXPECT_FALSE(weakEngine.expired());
+    client.reset();
+    EXPECT_TRUE(weakEngine.expired());
+}
+
+TEST_F(EvalFevalCancelTest, AnEvalIsSubmittedAsItWasAskedFor) {
+    create();
+    eval(R"({"requestID":"1","command":"1+\u00e4","isUserEval":true,"runOptions":)"
+         R"({"dequeueMode":"DEQUEUE_AT_IDLE","useNullOutSink":true,"useNullErrSink":false}})");
+    const auto command = distributor->lastCommand();
+    EXPECT_EQ(command.eval().command, u"1+\u00e4");
+    EXPECT_TRUE(command.eval().isUserEval);
+    EXPECT_EQ(command.request->getSourceTag(), "r24a0/EvalFevalCancel");
+    EXPECT_EQ(command.request->getOutSink(), command.runOptions.getOutSink());
+    EXPECT_EQ(command.request->getErrSink(), command.runOptions.getErrSink());
+    EXPECT_NE(command.request->getOutSink(), nullptr);
+    EXPECT_EQ(command.runOptions.getDequeueMode(), ylutil::cmddistributor::WhenToDequeue::DEQUEUE_AT_IDLE);
+    EXPECT_FALSE(command.id.isNull());
+    EXPECT_EQ(command.context, nullptr);
+    EXPECT_TRUE(service->publications().empty()) << "nothing is answered when a command is queued";
+}
+
+TEST_F(EvalFevalCancelTest, TheGroupOfAUserSelectsItsStreamAndIsComparedExactly) {
+    create();
+    const auto streamFor = [this](const std::string& runOptions) {
+        eval(R"({"requestID":"1","command":"x","runOptions":)" + runOptions + "}");
+        return distributor->lastCommand().request->getStreamID();
+    };
+    EXPECT_EQ(streamFor("{}"), -2);
+    EXPECT_EQ(streamFor(R"({"groupNames":["plots","UserGroup","more"]})"), 0);
+    EXPECT_EQ(streamFor(R"({"groupNames":["usergroup","UserGroups"]})"), -2);
+}
+
+TEST_F(EvalFevalCancelTest, AnEvalThatSucceedsIsAnsweredByItsRequestIDAlone) {
+    create();
+    eval(R"({"requestID":"1","command":"1+1"})");
+    distributor->succeed(lastId());
+    EXPECT_EQ(only("/yvm/a/eval/response"), Value(JsonObject{{"requestID", "1"}}));
+}
+
+TEST_F(EvalFevalCancelTest, AnErrorOfTheEngineIsAnsweredWhole) {
+    create();
+    const RuntimeException error(Status::CommandFailed, u"division by zero", "ZeroDivisionError", "f",
+                                 {{"<command>", "<module>", 1, "1/0"}},
+                                 {RuntimeException(Status::CommandFailed, std::u16string(u"cause"))}, false,
+                                 {std::int64_t{1}});
+    eval(R"({"requestID":"1","command":"1/0"})");
+    distributor->fail(lastId(), error);
+    EXPECT_EQ(onlyText("/yvm/a/eval/response"), errorResponse("1", error));
+}
+
+TEST_F(EvalFevalCancelTest, OtherFailuresOfAnEvalAreAnsweredByTheirText) {
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    distributor->fail(lastId(), std::make_exception_ptr(std::runtime_error("out of order")));
+    expectPlainError(only("/yvm/a/eval/response"), 2, "out of order");
+}
+
+TEST_F(EvalFevalCancelTest, AFaultOfTheMessageReachesNoEngine) {
+    create();
+    eval(R"({"requestID":"1"})");
+    expectPlainError(only("/yvm/a/eval/response"), 2,
+                     "key: command is missing from {\n  \"requestID\": \"1\"\n}");
+    service->clearPublications();
+    eval(R"({"requestID":"1","command":"x","runOptions":{"dequeueMode":3}})");
+    expectPlainError(only("/yvm/a/eval/response"), 2, "boost::bad_get: failed value get using boost::get");
+    service->clearPublications();
+    feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[],"ydaOutputFormat":"x"})");
+    expectPlainError(only("/yvm/a/feval/response"), 2, "Invalid YDA output format");
+    EXPECT_TRUE(distributor->commands().empty());
+    client.reset();
+    EXPECT_TRUE(distributor->cancels().empty());
+}
+
+TEST_F(EvalFevalCancelTest, AnEvalWithoutADistributorIsAnsweredAndNotRegistered) {
+    engine->setCmdDistributor(nullptr);
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    expectPlainError(only("/yvm/a/eval/response"), 5,
+                     "Cannot find a distributor instance to submit this YVM request");
+    EXPECT_EQ(memberOf(only("/yvm/a/eval/response"), "requestID").as<std::string>(), "1");
+    const LogCapture log;
+    client.reset();
+    EXPECT_TRUE(log.texts(logChannel, 8).empty()) << "there is nothing to cancel";
+}
+
+TEST_F(EvalFevalCancelTest, AFevalIsSubmittedAsItWasAskedFor) {
+    create();
+    feval(R"({"requestID":"1","function":"numpy.add","numOutputsExpected":-1,"rhsArgs":["1.5","[1,2]"],)"
+          R"("runOptions":{"useNullOutSink":true,"groupNames":["UserGroup"]}})");
+    const auto command = distributor->lastCommand();
+    EXPECT_EQ(command.feval().function, "numpy.add");
+    ASSERT_EQ(command.feval().arguments.size(), 2U);
+    EXPECT_EQ(command.feval().arguments[0], arrays.createScalar(1.5));
+    EXPECT_EQ(command.feval().numOutputs, std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(command.request->getSourceTag(), "r24a0/EvalFevalCancel");
+    EXPECT_EQ(command.request->getOutSink(), command.runOptions.getOutSink());
+    EXPECT_NE(command.request->getOutSink(), nullptr);
+    EXPECT_TRUE(service->publications().empty());
+}
+
+TEST_F(EvalFevalCancelTest, AFevalIsAnsweredByOneValueForEachOutput) {
+    create();
+    feval(R"({"requestID":"1","function":"f","numOutputsExpected":2,"rhsArgs":[]})");
+    distributor->succeed(lastId(), {arrays.createScalar(1.5), foundation::yorlabdata::Array(u"x")});
+    EXPECT_EQ(only("/yvm/a/feval/response"), test::parseObject(R"({"requestID":"1","result":[1.5,"x"]})"));
+}
+
+TEST_F(EvalFevalCancelTest, TheLongFormChangesTheElementsAlone) {
+    create();
+    feval(
+        R"({"requestID":"1","function":"f","numOutputsExpected":2,"rhsArgs":[],"ydaOutputFormat":"alwaysYDALong"})");
+    distributor->succeed(lastId(), {arrays.createScalar(1.5), foundation::yorlabdata::Array(u"x")});
+    EXPECT_EQ(
+        only("/yvm/a/feval/response"),
+        test::parseObject(R"({"requestID":"1","result":[{"ywtype":"float64","ywsize":[],"ywdata":[1.5]},)"
+                          R"({"ywtype":"text","ywsize":[],"ywdata":"x"}]})"));
+}
+
+TEST_F(EvalFevalCancelTest, AFevalWithoutOutputsHasAnEmptyResult) {
+    create();
+    feval(R"({"requestID":"1","function":"f","numOutputsExpected":0,"rhsArgs":[]})");
+    distributor->succeed(lastId());
+    EXPECT_EQ(only("/yvm/a/feval/response"), test::parseObject(R"({"requestID":"1","result":[]})"));
+}
+
+TEST_F(EvalFevalCancelTest, AFevalThatFailsHasNoResult) {
+    create();
+    const RuntimeException error(Status::CommandFailed, std::u16string(u"no"), "ValueError");
+    feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    distributor->fail(lastId(), error);
+    EXPECT_EQ(onlyText("/yvm/a/feval/response"), errorResponse("1", error));
+}
+
+TEST_F(EvalFevalCancelTest, AFevalWithoutADistributorIsAnErrorAndItsEntryCannotBeCancelled) {
+    engine->setCmdDistributor(nullptr);
+    create();
+    feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    EXPECT_EQ(test::statusOf(only("/yvm/a/feval/response")), 2);
+    const LogCapture log;
+    client.reset();
+    EXPECT_EQ(log.texts(logChannel, 8).size(), 1U) << "the entry has stayed, and its cancel is tried";
+    const auto caught = log.texts(logChannel, 16);
+    ASSERT_EQ(caught.size(), 1U);
+    EXPECT_NE(caught.front().find("Cannot find a distributor instance to cancel this YVM request"),
+              std::string::npos);
+}
+
+TEST_F(EvalFevalCancelTest, ASubmissionThatThrowsIsAnsweredOnceAndItsEntryStays) {
+    create();
+    distributor->failSubmissions(std::make_exception_ptr(std::runtime_error("the queue is full")));
+    eval(R"({"requestID":"1","command":"x"})");
+    expectPlainError(only("/yvm/a/eval/response"), 2, "the queue is full");
+    service->clearPublications();
+    feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    expectPlainError(only("/yvm/a/feval/response"), 2, "the queue is full");
+    client.reset();
+    EXPECT_EQ(distributor->cancels().size(), 2U) << "both entries have stayed";
+}
+
+TEST_F(EvalFevalCancelTest, ARequestThatEndsInsideItsSubmissionIsAnsweredAndForgotten) {
+    create();
+    distributor->succeedAtOnce();
+    eval(R"({"requestID":"1","command":"x"})");
+    EXPECT_EQ(only("/yvm/a/eval/response"), Value(JsonObject{{"requestID", "1"}}));
+    client.reset();
+    EXPECT_TRUE(distributor->cancels().empty());
+}
+
+TEST_F(EvalFevalCancelTest, RequestsThatShareAnIDAllRunAndTheFirstCanBeCancelled) {
+    create();
+    eval(R"({"requestID":"1","command":"first"})");
+    const auto first = lastId();
+    eval(R"({"requestID":"1","command":"second"})");
+    const auto second = lastId();
+    EXPECT_NE(first, second);
+    client.reset();
+    ASSERT_EQ(distributor->cancels().size(), 1U);
+    EXPECT_EQ(distributor->cancels().front().id, first);
+}
+
+TEST_F(EvalFevalCancelTest, OfRequestsThatShareAnIDTheFirstToFinishTakesTheEntryAlong) {
+    create();
+    eval(R"({"requestID":"1","command":"first"})");
+    const auto first = lastId();
+    eval(R"({"requestID":"1","command":"second"})");
+    const auto second = lastId();
+    distributor->succeed(second);
+    EXPECT_EQ(evalResponses().size(), 1U);
+    distributor->succeed(first);
+    EXPECT_EQ(evalResponses().size(), 2U);
+    eval(R"({"requestID":"1","command":"third"})");
+    client.reset();
+    EXPECT_EQ(distributor->cancels().size(), 1U) << "of the third alone";
+}
+
+TEST_F(EvalFevalCancelTest, DestructionCancelsWhatIsInFlightWithInterrupt) {
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    const auto first = lastId();
+    feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    const auto second = lastId();
+    eval(R"({"requestID":"3","command":"x"})");
+    distributor->succeed(lastId());
+    const LogCapture log;
+    client.reset();
+    auto cancels = distributor->cancels();
+    ASSERT_EQ(cancels.size(), 2U);
+    std::ranges::sort(cancels, {}, &FakeCmdDistributor::Cancel::id);
+    EXPECT_EQ(cancels[0].id, std::min(first, second));
+    EXPECT_EQ(cancels[1].id, std::max(first, second));
+    EXPECT_TRUE(cancels[0].interrupt && cancels[1].interrupt);
+    EXPECT_TRUE(log.contains(logChannel, 8, "Cancelling " + textOf(first)));
+    EXPECT_TRUE(log.contains(logChannel, 8, "Cancelling " + textOf(second)));
+}
+
+TEST_F(EvalFevalCancelTest, ACompletionThatComesAfterDestructionAnswersNothing) {
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    const auto evalId = lastId();
+    feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    const auto fevalId = lastId();
+    client.reset();
+    const LogCapture log;
+    distributor->succeed(evalId);
+    distributor->succeed(fevalId, {arrays.createScalar(1.0)});
+    EXPECT_TRUE(service->publications().empty());
+    EXPECT_EQ(log.texts(logChannel, 8), (std::vector<std::string>{"Returning early due to null weakThis",
+                                                                  "Returning early due to null weakThis"}));
+}
+
+TEST_F(EvalFevalCancelTest, ACancelThatThrowsInTheDestructorIsLoggedAndStopsNoOther) {
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    eval(R"({"requestID":"2","command":"x"})");
+    distributor->failCancels(std::make_exception_ptr(std::runtime_error("no cancel")));
+    const LogCapture log;
+    client.reset();
+    const auto caught = log.texts(logChannel, 16);
+    ASSERT_EQ(caught.size(), 2U);
+    EXPECT_TRUE(caught.front().starts_with("Exception caught: "));
+    EXPECT_NE(caught.front().find("no cancel"), std::string::npos);
+}
+
+/// Runs a function of the test inside each cancel.
+class CancelHook final : public CmdDistributor {
+  public:
+    boost::shared_future<CancelStatus> cancel(const IDType& id, bool) override {
+        onCancel(id);
+        boost::promise<CancelStatus> promise;
+        promise.set_value(CANCEL_BEFORE_RUNNING);
+        return promise.get_future().share();
+    }
+    void cancelGroup(const std::string&, bool) override {}
+
+    std::function<void(const IDType&)> onCancel = [](const IDType&) {};
+    std::unique_ptr<cmddistributor::PromiseDelegate> delegate;
+
+  private:
+    void enqueueImpl(Submission& submission) override { delegate = std::move(submission.delegate); }
+};
+
+TEST_F(EvalFevalCancelTest, ACancelMayCompleteTheRequestOnTheSpot) {
+    const auto hook = boost::make_shared<CancelHook>();
+    engine->setCmdDistributor(hook);
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    hook->onCancel = [&hook](const CmdDistributor::IDType&) {
+        hook->delegate->fail(RuntimeException(Status::Cancelled, std::u16string(u"cancelled")));
+    };
+    client.reset();
+    EXPECT_TRUE(service->publications().empty());
+}
+
+TEST_F(EvalFevalCancelTest, AMessageThatArrivesDuringDestructionIsNotAnswered) {
+    const auto hook = boost::make_shared<CancelHook>();
+    engine->setCmdDistributor(hook);
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    hook->onCancel = [this](const CmdDistributor::IDType&) {
+        eval(R"({"requestID":"2","command":"y"})");
+        feval(R"({"requestID":"3","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    };
+    const LogCapture log;
+    client.reset();
+    EXPECT_TRUE(service->publications().empty());
+    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), 2U);
+}
+
+/// Delivers a request as soon as somebody subscribes, before the subscriber hears of it.
+class HastyMessageService final : public connector::message_service::MessageService {
+  public:
+    connector::Future<std::shared_ptr<connector::message_service::Subscription>> subscribe(
+        const std::string& channel, MessageCallback callback) override {
+        callback(JsonMessage(channel,
+                             connector::common::DataBuffer(
+                                 R"({"requestID":"1","command":"x","function":"f","numOutputsExpected":1,)"
+                                 R"("rhsArgs":[]})")));
+        return inner->subscribe(channel, std::move(callback));
+    }
+    connector::Future<void> publish(const std::string& channel,
+                                    connector::common::DataBuffer payload) override {
+        return inner->publish(channel, std::move(payload));
+    }
+    connector::Future<std::shared_ptr<connector::message_service::Subscription>> onSubscribe(
+        const std::string& channel,
+        std::function<void(const connector::message_service::SubscribeEvent&)> callback) override {
+        return inner->onSubscribe(channel, std::move(callback));
+    }
+    connector::Future<std::shared_ptr<connector::message_service::Subscription>> onUnsubscribe(
+        const std::string& channel,
+        std::function<void(const connector::message_service::UnsubscribeEvent&)> callback) override {
+        return inner->onUnsubscribe(channel, std::move(callback));
+    }
+
+    const std::shared_ptr<FakeMessageService> inner = FakeMessageService::create();
+};
+
+TEST_F(EvalFevalCancelTest, AMessageThatArrivesWhileItsConnectionIsBuiltIsNotAnswered) {
+    const auto hasty = std::make_shared<HastyMessageService>();
+    const LogCapture log;
+    client = EvalFevalCancel::create("/yvm/a", engine, hasty, nullptr);
+    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), 2U);
+    EXPECT_TRUE(hasty->inner->publications().empty());
+    EXPECT_TRUE(distributor->commands().empty());
+}
+
+TEST_F(EvalFevalCancelTest, EachStepOfARequestIsLogged) {
+    create();
+    const LogCapture log;
+    eval(R"({"requestID":"1","command":"1+1"})");
+    const auto evalId = textOf(lastId());
+    distributor->succeed(lastId());
+    feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[],)"
+          R"("runOptions":{"dequeueMode":"DEQUEUE_AT_PPE"}})");
+    const auto fevalId = textOf(lastId());
+    distributor->succeed(lastId());
+    EXPECT_EQ(log.texts(logChannel, 8),
+              (std::vector<std::string>{
+                  "Enqueueing eval " + evalId + " \"1+1\" for request 1 to run at DEQUEUE_AT_PROMPT",
+                  "Responding to eval request 1",
+                  "Enqueueing feval " + fevalId + " \"f\" for request 2 to run at DEQUEUE_AT_PPE",
+                  "Responding to feval request 2"}));
+}
+
+TEST_F(EvalFevalCancelTest, OperationsOpenAFunctionTrace) {
+    const LogCapture log;
+    create();
+    eval(R"({"requestID":"1","command":"1+1","runOptions":{"useNullOutSink":false}})");
+    distributor->lastCommand().runOptions.getCallbacks().begin()->second(
+        ylutil::io::TextBaseEvent(lastId(), ylutil::io::StreamTypeEnum::Output, u"x"));
+    distributor->succeed(lastId());
+    feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    distributor->succeed(lastId());
+    client.reset();
+    const auto entries = log.texts(logChannel, 32);
+    for (const std::string function :
+         {"::EvalFevalCancel(", "::~EvalFevalCancel(", "::createYVMConnections(", "makeHandler",
+          "::insertNewIIP(", "::handleEvalRequest(", "::handleFevalRequest(", "::completeEval(",
+          "::completeFeval(", "::publishTextCallback("}) {
+        EXPECT_TRUE(std::ranges::any_of(entries, [&](const std::string& text) {
+            return text.find(function) != std::string::npos;
+        })) << function;
+    }
+    EXPECT_EQ(log.texts(logChannel, 64).size(), entries.size());
+}
+
+TEST_F(EvalFevalCancelTest, TheTextOfACommandIsPublishedBelowThePrefixAndBeforeItsResponse) {
+    const auto eventMgr = foundation::msg_svc::eventmgr::EventMgr::create();
+    engine->setEventMgr(eventMgr);
+    eventMgr->setCommandHandlerLookup(
+        [this](const CmdDistributor::IDType& id, const std::u16string& eventName) {
+            const auto command = distributor->lastCommand();
+            const auto callback = command.runOptions.getCallbacks().find(eventName);
+            return id == command.id && callback != command.runOptions.getCallbacks().end()
+                       ? callback->second
+                       : foundation::msg_svc::eventmgr::EventHandler();
+        });
+    yvm::unittest::setCurrentMockYvm(engine.get());
+    create();
+    eval(R"({"requestID":"1","command":"hi","runOptions":{"useNullOutSink":false,"useNullErrSink":false}})");
+    const LogCapture log;
+    const auto command = distributor->lastCommand();
+    {
+        const cmddistributor::RequestIdScope running(command.id);
+        command.request->getOutSink()->buffer().sputn(u"hi\n", 3);
+        command.request->getOutSink()->buffer().pubsync();
+        command.request->getErrSink()->buffer().sputn(u"oh", 2);
+        command.request->getErrSink()->buffer().pubsync();
+    }
+    distributor->succeed(command.id);
+    yvm::unittest::setCurrentMockYvm(nullptr);
+
+    const auto publications = service->publications();
+    ASSERT_EQ(publications.size(), 3U);
+    EXPECT_EQ(publications[0].channel, "/yvm/a/text/output");
+    EXPECT_EQ(publications[0].text, R"({"requestID":"1","stream":0,"text":"hi\n"})");
+    EXPECT_EQ(publications[1].channel, "/yvm/a/text/error");
+    EXPECT_EQ(publications[1].text, R"({"requestID":"1","stream":1,"text":"oh"})");
+    EXPECT_EQ(publications[2].channel, "/yvm/a/eval/response");
+    EXPECT_TRUE(log.contains(logChannel, 8, "publishTextCallback to /yvm/a/text/output"));
+    EXPECT_TRUE(log.contains(logChannel, 8, "publishTextCallback to /yvm/a/text/error"));
+}
+
+TEST_F(EvalFevalCancelTest, TextThatComesAfterTheServiceHasGoneIsDropped) {
+    create();
+    eval(R"({"requestID":"1","command":"x","runOptions":{"useNullOutSink":false}})");
+    const auto command = distributor->lastCommand();
+    client.reset();
+    const LogCapture log;
+    command.runOptions.getCallbacks().begin()->second(
+        ylutil::io::TextBaseEvent(command.id, ylutil::io::StreamTypeEnum::Output, u"late"));
+    EXPECT_TRUE(service->publications().empty());
+    EXPECT_EQ(log.texts(logChannel, 8), std::vector<std::string>{"Returning early due to null weakThis"});
+}
+
+}  // namespace
+}  // namespace yvm::JSClient::r24a0
