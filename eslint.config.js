@@ -7,6 +7,17 @@ export default tseslint.config(
     { ignores: ["build/**", "**/dist/**", "**/node_modules/**"] },
     eslint.configs.recommended,
     {
+        // Plain scripts for Node.js; the compiler knows the names in TypeScript.
+        files: ["**/*.{js,mjs}"],
+        languageOptions: {
+            globals: Object.fromEntries(
+                ["Buffer", "URL", "clearTimeout", "console", "performance", "process", "setTimeout"].map(
+                    (name) => [name, "readonly"],
+                ),
+            ),
+        },
+    },
+    {
         files: ["**/*.ts"],
         extends: [tseslint.configs.strictTypeChecked],
         languageOptions: {

@@ -2,6 +2,10 @@ import { YvmError, type StackFrame } from "yvm-client";
 
 import { make } from "./dom";
 
+/** How many frames are always shown at both ends of a stack. */
+const outerFrames = 3;
+const innerFrames = 7;
+
 /**
  * Shows a failure: what kind, what it says, where, and what led to it. Of something other than a failed
  * command, a lost connection for one, there is the message alone.
@@ -19,14 +23,28 @@ export function failureView(error: Error): HTMLElement {
         ),
     );
     if (error instanceof YvmError) {
-        if (error.stackFrames.length > 0) {
-            view.append(make("ol", "frames", ...error.stackFrames.map(frameView)));
-        }
+        view.append(...framesView(error.stackFrames));
         for (const cause of error.causes) {
             view.append(make("p", "failure-cause", "caused by"), failureView(cause));
         }
     }
     return view;
+}
+
+/** Of a deep stack, as an endless recursion leaves it, the middle is folded away. */
+function framesView(frames: readonly StackFrame[]): HTMLElement[] {
+    const list = (part: readonly StackFrame[]) => make("ol", "frames", ...part.map(frameView));
+    const folded = frames.slice(outerFrames, -innerFrames);
+    if (folded.length <= 1) {
+        return frames.length > 0 ? [list(frames)] : [];
+    }
+    const fold = make(
+        "details",
+        "frames-fold",
+        make("summary", "", `${String(folded.length)} more frames`),
+        list(folded),
+    );
+    return [list(frames.slice(0, outerFrames)), fold, list(frames.slice(-innerFrames))];
 }
 
 function frameView(frame: StackFrame): HTMLElement {

@@ -107,6 +107,16 @@ describe("the page", () => {
         expect(shown).toHaveLength(2);
     });
 
+    it("folds the middle of a deep stack", async () => {
+        await open();
+        await run("def deep(n):\n    return deep(n - 1) if n else 1 / 0\n\ndeep(50)");
+        const failure = lastCell().locator(".failure");
+        expect(await failure.locator("summary").textContent()).toBe("42 more frames");
+        expect(await failure.locator(".frame-place:visible").count()).toBe(10);
+        await failure.locator("summary").click();
+        expect(await failure.locator(".frame-place:visible").count()).toBe(52);
+    });
+
     it("shows text while the command runs, and that it runs", async () => {
         await open();
         const editor = page.locator("#command");
