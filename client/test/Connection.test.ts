@@ -141,6 +141,25 @@ describe("a connection", () => {
         expect(connection.status.state).toBe("closed");
     });
 
+    it("settles an attach that the server never answers, on disconnect", async () => {
+        const connection = await connected();
+        server.muted.add("/meta/subscribe");
+        const rejected = expect(connection.attach()).rejects.toBeInstanceOf(Error);
+        await server.until(() => server.subscribed.length > 0);
+        await connection.disconnect();
+        await rejected;
+    });
+
+    it("attaches once under one identifier, and again after a detach", async () => {
+        const connection = await connected();
+        const attached = connection.attach({ requestID: "c1" });
+        await expect(connection.attach({ requestID: "c1" })).rejects.toThrow(
+            new TypeError('A client of this connection is attached as "c1" already'),
+        );
+        await (await attached).detach();
+        await (await connection.attach({ requestID: "c1" })).detach();
+    });
+
     it("settles everything on disconnect, which may be called twice", async () => {
         const connection = await connected();
         const client = await connection.attach({ requestID: "c1" });

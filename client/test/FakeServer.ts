@@ -26,6 +26,8 @@ export class FakeServer {
     readonly subscribed: string[] = [];
     /** Error texts of publishes that are to be refused, by channel. */
     readonly refusals = new Map<string, string>();
+    /** Channels on which nothing is answered. */
+    readonly muted = new Set<string>();
     /** Answers the attaches and detaches as a healthy server does; a test may put its own here. */
     onPublish: (channel: string, data: Record<string, unknown>) => void = (channel, data) => {
         this.answerAttach(channel, data);
@@ -125,7 +127,9 @@ export class FakeServer {
     #onMessage(socket: WebSocket, message: Message): void {
         const { channel, id, clientId = "" } = message;
         const reply = (fields: Record<string, unknown>) => {
-            send(socket, { channel, id, ...fields });
+            if (!this.muted.has(channel)) {
+                send(socket, { channel, id, ...fields });
+            }
         };
         if (channel === "/meta/handshake") {
             if (message.ext?.token !== this.token) {

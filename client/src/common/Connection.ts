@@ -45,6 +45,8 @@ export class Connection {
     readonly #transport: Transport;
     /** Attached clients by channel prefix. */
     readonly #clients = new Map<string, Attached>();
+    /** Identifiers of attached clients, and of those about to be. */
+    readonly #identifiers = new Set<string>();
     /** Attaches and detaches that wait for their response, by channel and requestID. */
     readonly #pending = new Map<string, PendingResponse>();
     readonly #statusListeners = new Set<(status: ConnectionStatus) => void>();
@@ -93,12 +95,26 @@ export class Connection {
     /**
      * Attaches to the engine. Waits while the engine is starting.
      *
-     * @throws YvmError if the module refuses it, RefusedError if the server does, e.g. because the
-     * identifier is in use
+     * @throws YvmError if the module refuses it, RefusedError if the server does, e.g. because another
+     * session uses the identifier, TypeError if this connection does
      */
     async attach(options: AttachOptions = {}): Promise<Client> {
         this.#requireOpen();
         const requestID = options.requestID ?? this.#newIdentifier();
+        if (this.#identifiers.has(requestID)) {
+            // The module would answer with success, and two clients would share one set of channels.
+            throw new TypeError(`A client of this connection is attached as "${requestID}" already`);
+        }
+        this.#identifiers.add(requestID);
+        try {
+            return await this.#attachAs(requestID);
+        } catch (error) {
+            this.#identifiers.delete(requestID);
+            throw error;
+        }
+    }
+
+    async #attachAs(requestID: string): Promise<Client> {
         const { apiVersion, channelPrefix } = await this.#requestAttach(requestID);
         const client = new Client(requestID, apiVersion, channelPrefix, {
             publish: (channel, data) => this.#publish(channel, data),
@@ -106,6 +122,7 @@ export class Connection {
         });
         // The server lets us subscribe below the prefix only once we are attached.
         const subscription = await this.#transport.subscribe(`${channelPrefix}/**`);
+        this.#requireOpen();
         this.#clients.set(channelPrefix, { client, subscription });
         return client;
     }
@@ -122,7 +139,10 @@ export class Connection {
         this.#ownChannels ??= Promise.all([
             this.#transport.subscribe(`${attachChannel}/response`),
             this.#transport.subscribe(`${detachChannel}/response`),
-        ]);
+        ]).catch((error: unknown) => {
+            this.#ownChannels = undefined; // the next attach tries again
+            throw error;
+        });
         await this.#ownChannels;
         const response = await this.#request(attachChannel, {
             requestID,
@@ -142,6 +162,7 @@ export class Connection {
             return; // detached before
         }
         this.#clients.delete(client.channelPrefix);
+        this.#identifiers.delete(client.requestID);
         client.close(new ClosedError("The client was detached"));
         attached.subscription.unsubscribe();
         await this.#request(detachChannel, {
@@ -221,6 +242,7 @@ export class Connection {
             attached.subscription = await this.#transport.subscribe(`${client.channelPrefix}/**`);
         } catch (error) {
             this.#clients.delete(client.channelPrefix);
+            this.#identifiers.delete(client.requestID);
             client.close(error as Error);
         }
     }
