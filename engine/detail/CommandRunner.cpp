@@ -50,7 +50,15 @@ py::handle lookUp(const char* module, const char* name) {
     return py::module_::import(module).attr(name).cast<py::object>().release();
 }
 
-/// The length of the vector of frames or causes is bounded by the Python side.
+/// The exception object with its traceback, which travels apart from it until somebody catches it in Python.
+py::object exceptionOf(const py::error_already_set& error) {
+    if (error.trace()) {
+        PyException_SetTraceback(error.value().ptr(), error.trace().ptr());
+    }
+    return error.value();
+}
+
+/// The Python side bounds how many frames and causes there are, and so the depth of this recursion.
 RuntimeException fromDescription(const py::tuple& description, Status status) {
     std::vector<StackFrame> frames;
     for (const py::handle item : py::reinterpret_borrow<py::list>(description[3])) {
@@ -124,8 +132,9 @@ void CommandRunner::runFile(const std::filesystem::path& file) {
         execute(code);
         endIfForked(py::none());
     } catch (py::error_already_set& error) {
-        endIfForked(error.value());
-        throw toRuntimeException(error.value(), Status::CommandFailed);
+        const py::object exception = exceptionOf(error);
+        endIfForked(exception);
+        throw toRuntimeException(exception, Status::CommandFailed);
     }
 }
 
@@ -196,10 +205,7 @@ py::object CommandRunner::execute(py::handle code) const {
 }
 
 Outcome CommandRunner::describe(Command& command, py::error_already_set& error) const {
-    const py::object exception = error.value();
-    if (error.trace()) {
-        PyException_SetTraceback(exception.ptr(), error.trace().ptr());
-    }
+    const py::object exception = exceptionOf(error);
     endIfForked(exception);
     // The texts of exceptions are made by code of the user, which may be slow or fail in its turn.
     bool stopped = false;

@@ -1,0 +1,41 @@
+"""Lets the engine's Python side run outside the engine, on a stand-in for its native module."""
+
+import pathlib
+import sys
+import types
+
+import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
+
+
+class Interrupt(KeyboardInterrupt):
+    pass
+
+
+_native = types.ModuleType("_yvm")
+_native.Interrupt = Interrupt
+_native.columns = 80
+_native.window_columns = lambda: _native.columns
+_native.paused = []
+_native.pause = _native.paused.append
+_native.running = lambda: ["1:1"]
+_native.waiting = lambda: ["1:2", "1:3"]
+sys.modules["_yvm"] = _native
+
+
+@pytest.fixture
+def native():
+    return _native
+
+
+@pytest.fixture
+def workspace(monkeypatch):
+    """An empty `__main__`."""
+    import yvm._helpers
+    import yvm._names
+
+    main = types.ModuleType("__main__")
+    monkeypatch.setattr(yvm._helpers, "__main__", main)
+    monkeypatch.setattr(yvm._names, "__main__", main)
+    return vars(main)

@@ -1,0 +1,287 @@
+#include "cmddistributor/CmdRequest.hpp"
+#include "engine/Engine.hpp"
+#include "fl/i18n/ustring.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace yvm::engine {
+namespace {
+
+using cmddistributor::CmdDistributor;
+using cmddistributor::RuntimeException;
+using IDType = CmdDistributor::IDType;
+
+constexpr std::chrono::seconds deadline{20};
+
+/// A folder that goes with the test.
+class TemporaryFolder {
+  public:
+    TemporaryFolder() {
+        std::string name = std::filesystem::temp_directory_path() / "engine-start-XXXXXX";
+        path = ::mkdtemp(name.data());
+    }
+    ~TemporaryFolder() { std::filesystem::remove_all(path); }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    std::filesystem::path write(const std::string& name, const std::string& text) const {
+        std::ofstream(path / name) << text;
+        return path / name;
+    }
+
+    std::filesystem::path path;
+};
+
+/// A process can start one engine, so each test starts its own in a process of its own.
+class EngineStart : public ::testing::Test {
+  protected:
+    EngineStart() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+
+    /// Collects what the engine writes to the console.
+    EngineOptions withConsole() {
+        EngineOptions options;
+        options.console = [this](std::string_view text, bool error) {
+            const std::lock_guard lock(mutex_);
+            console_ += error ? "[err]" : "";
+            console_ += text;
+        };
+        return options;
+    }
+    std::string console() {
+        const std::lock_guard lock(mutex_);
+        return console_;
+    }
+
+    /// Submits a command, and returns the future of its failure; an empty text stands for success.
+    static std::future<std::string> submit(Engine& engine, const std::string& source, IDType id = {}) {
+        auto promise = std::make_shared<std::promise<std::string>>();
+        auto future = promise->get_future();
+        engine.getCmdDistributor()->enqueueWithFuture<void>(
+            std::make_shared<cmddistributor::EvalCmdRequest>(false, -2, nullptr, nullptr,
+                                                             fl::i18n::to_ustring(source), "test"),
+            [promise](boost::future<void> result) {
+                try {
+                    result.get();
+                    promise->set_value("");
+                } catch (const RuntimeException& error) {
+                    promise->set_value(error.GetID() + (error.getShutdown() ? " at shutdown" : ""));
+                }
+            },
+            {}, id, nullptr);
+        return future;
+    }
+
+    static void expect(bool condition, const std::string& what) {
+        if (!condition) {
+            std::cerr << "not as expected: " << what << std::endl;
+            std::_Exit(1);
+        }
+    }
+    void expectConsole(const std::string& expected) {
+        expect(console() == expected, "the console has \"" + console() + "\"");
+    }
+
+    /// Runs `body` in a process of its own, which has to end by itself.
+    static void inOwnProcess(const std::function<void()>& body) {
+        EXPECT_EXIT(
+            {
+                body();
+                std::cerr << "the body has ended" << std::endl;
+                std::exit(0);
+            },
+            testing::ExitedWithCode(0), "the body has ended");
+    }
+
+    /// Why an engine does not start.
+    static void expectRefusal(const EngineOptions& options, const std::string& why) {
+        EXPECT_EXIT(
+            {
+                try {
+                    Engine::start(options);
+                } catch (const std::runtime_error& error) {
+                    std::cerr << error.what() << std::endl;
+                    std::exit(error.what() == why ? 0 : 1);
+                }
+                std::cerr << "it starts" << std::endl;
+                std::exit(1);
+            },
+            testing::ExitedWithCode(0), "");
+    }
+
+  private:
+    std::mutex mutex_;
+    std::string console_;  // guarded by mutex_
+};
+
+TEST_F(EngineStart, TheStartUpScriptRunsInTheWorkspaceBeforeTheFirstCommand) {
+    const TemporaryFolder folder;
+    EngineOptions options = withConsole();
+    options.startupFile =
+        folder.write("start.py", "print('starting')\ndef helper(): return __file__ if 0 else 'helped'\n");
+    inOwnProcess([&] {
+        const auto engine = Engine::start(options);
+        expectConsole("starting\n");
+        expect(submit(*engine, "print(helper())").get().empty(), "the command succeeds");
+        expectConsole("starting\nhelped\n");
+    });
+}
+
+TEST_F(EngineStart, AStartUpScriptThatRaisesIsToldWithItsLine) {
+    const TemporaryFolder folder;
+    EngineOptions options;
+    options.startupFile = folder.write("start.py", "a = 1\n1/0\n");
+    const std::string file = options.startupFile->string();
+    expectRefusal(options, "the start-up script " + file + " failed in line 2 of " + file +
+                               ": ZeroDivisionError: division by zero");
+    options.startupFile = folder.write("broken.py", "a = = 1\n");
+    expectRefusal(options, "the start-up script " + options.startupFile->string() + " failed in line 1 of " +
+                               options.startupFile->string() +
+                               ": SyntaxError: invalid syntax (broken.py, line 1)");
+}
+
+TEST_F(EngineStart, MissingFilesAndFoldersAreNamed) {
+    EngineOptions options;
+    options.startupFile = "/nowhere/start.py";
+    expectRefusal(options, "the start-up script /nowhere/start.py is no file");
+    options = {};
+    options.workingFolder = "/nowhere";
+    expectRefusal(options, "the working folder /nowhere is no folder");
+    options = {};
+    options.venv = "/nowhere";
+    expectRefusal(options, "the virtual environment /nowhere is no folder");
+}
+
+TEST_F(EngineStart, AFolderThatIsNoEnvironmentOfThisPythonIsRefused) {
+    const TemporaryFolder folder;
+    EngineOptions options;
+    options.venv = folder.path;
+    expectRefusal(options,
+                  "the folder " + folder.path.string() + " is no virtual environment: it has no pyvenv.cfg");
+    folder.write("pyvenv.cfg", "home = /usr/bin\nversion = 3.9.1\n");
+    expectRefusal(options, "the virtual environment " + folder.path.string() +
+                               " is not of Python 3.11: it has no " +
+                               (folder.path / "lib/python3.11/site-packages").string());
+}
+
+TEST_F(EngineStart, PackagesOfAnEnvironmentComeFirstAndNumPyFromTheSystem) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directories(folder.path / "lib/python3.11/site-packages");
+    std::filesystem::create_directories(folder.path / "bin");
+    folder.write("pyvenv.cfg", "home = /usr/bin\ninclude-system-site-packages = false\nversion = 3.11.2\n");
+    folder.write("lib/python3.11/site-packages/only_here.py", "value = 'from the environment'\n");
+    EngineOptions options = withConsole();
+    options.venv = folder.path;
+    inOwnProcess([&] {
+        const auto engine = Engine::start(options);
+        expect(
+            submit(*engine,
+                   "import only_here, numpy, sys; print(only_here.value, sys.prefix, numpy.arange(2).sum())")
+                .get()
+                .empty(),
+            "the command succeeds");
+        expectConsole("from the environment " + folder.path.string() + " 1\n");
+    });
+}
+
+TEST_F(EngineStart, TheWorkingFolderIsThatOfTheProcessAndOfImports) {
+    const TemporaryFolder folder;
+    folder.write("beside.py", "name = 'beside'\n");
+    EngineOptions options = withConsole();
+    options.workingFolder = folder.path;
+    inOwnProcess([&] {
+        const auto engine = Engine::start(options);
+        expect(submit(*engine, "import beside, os; print(beside.name, os.getcwd())").get().empty(),
+               "it succeeds");
+        expectConsole("beside " + std::filesystem::canonical(folder.path).string() + "\n");
+    });
+}
+
+TEST_F(EngineStart, StopInterruptsWhatRunsAndFailsWhatWaits) {
+    inOwnProcess([&] {
+        const auto engine = Engine::start(withConsole());
+        const auto distributor = engine->getCmdDistributor();
+        auto running = submit(*engine, "print('runs')\nwhile True: pass");
+        while (console() != "runs\n") {
+            std::this_thread::yield();
+        }
+        auto waiting = submit(*engine, "1;");
+        engine->stop(deadline);
+        expect(running.get() == "yvm.Interrupt", "the running command is interrupted");
+        expect(waiting.get() == "yvm:shutDown at shutdown", "the waiting command fails");
+        expect(engine->getCmdDistributor() == nullptr, "there is no distributor any more");
+        engine->interrupt();
+        engine->stop(deadline);
+    });
+}
+
+TEST_F(EngineStart, StopGivesUpAtItsBoundOnWhatCannotBeInterrupted) {
+    inOwnProcess([&] {
+        const auto engine = Engine::start(withConsole());
+        auto running =
+            submit(*engine,
+                   "import ctypes\nprint('runs')\n"
+                   "libc = ctypes.CDLL(None)\nwhile True:\n    try: libc.pause()\n    except: pass");
+        while (console() != "runs\n") {
+            std::this_thread::yield();
+        }
+        engine->stop(std::chrono::milliseconds(50));
+        expect(running.wait_for(std::chrono::seconds(0)) != std::future_status::ready,
+               "it is left unanswered");
+    });
+}
+
+TEST_F(EngineStart, StopRunsWhatWasRegisteredForTheExit) {
+    inOwnProcess([&] {
+        const auto engine = Engine::start(withConsole());
+        expect(submit(*engine, "import atexit\natexit.register(print, 'goodbye');").get().empty(),
+               "it succeeds");
+        engine->stop(deadline);
+        expectConsole("goodbye\n");
+    });
+}
+
+TEST_F(EngineStart, AThreadOfTheUserDoesNotDisturbTheEndOfTheProcess) {
+    inOwnProcess([&] {
+        const auto engine = Engine::start(withConsole());
+        expect(submit(*engine,
+                      "import threading\n"
+                      "def chatter():\n    while True: print('chatter')\n"
+                      "for i in range(4): threading.Thread(target=chatter).start()")
+                   .get()
+                   .empty(),
+               "it succeeds");
+        engine->stop(deadline);
+    });
+}
+
+TEST_F(EngineStart, ThePromptServesAfterAnEngineThatDidNotStartForABadOption) {
+    inOwnProcess([&] {
+        EngineOptions bad;
+        bad.workingFolder = "/nowhere";
+        try {
+            Engine::start(bad);
+        } catch (const std::runtime_error&) {
+            const auto engine = Engine::start(withConsole());
+            expect(submit(*engine, "print(1)").get().empty(), "it succeeds");
+            expectConsole("1\n");
+            return;
+        }
+        expect(false, "the bad option is refused");
+    });
+}
+
+}  // namespace
+}  // namespace yvm::engine
