@@ -45,41 +45,44 @@ http::HttpServer::Options serverOptions(const Options& options) {
 
 }  // namespace
 
-Application::Application(const Options& options)
-    : options_(options),
-      broker_(connector::message_service::Broker::create()),
-      framework_(std::make_shared<cppmicroservices::Framework>()),
-      plugins_(framework_, broker_) {
-    openLog(options_);
-    for (const auto& [name, enabled] : options_.features) {
+Application::Foundations::Foundations(const Options& options)
+    : broker(connector::message_service::Broker::create()),
+      framework(std::make_shared<cppmicroservices::Framework>()) {
+    openLog(options);
+    for (const auto& [name, enabled] : options.features) {
         foundation::feature::IFeature::instance().set(name, enabled);
     }
-    broker_->start();
+    broker->start();
     connector::message_service::setMessageServiceFactory(
-        [broker = broker_](const std::string& name, const MessageServiceOptions&) {
+        [broker = broker](const std::string& name, const MessageServiceOptions&) {
             return connector::makeReadyFuture<std::shared_ptr<MessageService>>(broker->createService(name));
         });
-    framework_->Start();
-    foundation::cppmicroservices::setFramework(framework_);
+    framework->Start();
+    foundation::cppmicroservices::setFramework(framework);
+}
+
+Application::Foundations::~Foundations() {
+    // Plug-ins end their subscriptions while they are taken down, so the broker goes last.
+    framework->Stop();
+    foundation::cppmicroservices::setFramework(nullptr);
+    connector::message_service::setMessageServiceFactory({});
+    broker->stop();
+}
+
+Application::Application(const Options& options)
+    : options_(options), foundations_(options_), plugins_(foundations_.framework, foundations_.broker) {
     plugins_.installFolder(options_.pluginFolder);
-    if (framework_->deferredComponents().empty()) {
+    if (foundations_.framework->deferredComponents().empty()) {
         throw std::runtime_error("no plug-in below '" + options_.pluginFolder.string() +
                                  "' serves any channel");
     }
-    server_ = std::make_unique<http::HttpServer>(broker_, serverOptions(options_));
+    server_ = std::make_unique<http::HttpServer>(foundations_.broker, serverOptions(options_));
 }
 
-Application::~Application() {
-    server_.reset();
-    // Plug-ins end their subscriptions while they are taken down, so the broker goes last.
-    framework_->Stop();
-    foundation::cppmicroservices::setFramework(nullptr);
-    connector::message_service::setMessageServiceFactory({});
-    broker_->stop();
-}
+Application::~Application() = default;
 
 void Application::start(std::shared_ptr<yvm::YVM> engine) {
-    framework_->GetBundleContext().RegisterService<yvm::YVM>(
+    foundations_.framework->GetBundleContext().RegisterService<yvm::YVM>(
         std::move(engine), cppmicroservices::ServiceProperties{{"user-yvm", foundation::json::Value(true)}});
     server_->start();
 }

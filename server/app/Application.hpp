@@ -39,9 +39,21 @@ class Application {
     void stop(std::chrono::milliseconds bound, const std::function<void()>& stopEngine);
 
   private:
+    /// Broker and framework, which plug-ins reach through the process: installed and taken away again,
+    /// also when the construction of the rest fails.
+    class Foundations {
+      public:
+        explicit Foundations(const Options& options);
+        ~Foundations();
+        Foundations(const Foundations&) = delete;
+        Foundations& operator=(const Foundations&) = delete;
+
+        const std::shared_ptr<connector::message_service::Broker> broker;
+        const std::shared_ptr<cppmicroservices::Framework> framework;
+    };
+
     const Options options_;
-    const std::shared_ptr<connector::message_service::Broker> broker_;
-    const std::shared_ptr<cppmicroservices::Framework> framework_;
+    const Foundations foundations_;
     connector::PluginHost plugins_;
     // Last, so that it goes first: the sockets close before anything behind them.
     std::unique_ptr<http::HttpServer> server_;

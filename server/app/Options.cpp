@@ -48,13 +48,18 @@ void declare(CLI::App& app, RawOptions& raw, Options& options) {
     app.set_version_flag("--version", YVM_VERSION, "Print the version and exit");
 
     const std::string network = "Network";
-    app.add_option("--host", options.host, "The address to listen on")->type_name("ADDRESS")->group(network);
+    app.add_option("--host", options.host, "The address to listen on")
+        ->capture_default_str()
+        ->type_name("ADDRESS")
+        ->group(network);
     app.add_option("--port", options.port, "The port to listen on; 0 picks a free one")
+        ->capture_default_str()
         ->type_name("PORT")
         ->group(network);
     app.add_option("--allow-origin", options.allowedOrigins,
                    "An origin other than this server's own whose pages may connect, such as "
                    "https://example.org; may be repeated")
+        ->allow_extra_args(false)
         ->type_name("ORIGIN")
         ->group(network);
 
@@ -82,6 +87,7 @@ void declare(CLI::App& app, RawOptions& raw, Options& options) {
         ->group(engine);
     app.add_option("--feature", raw.features,
                    "Turn a feature on or off, such as YVMJS_SmartBuf=on or webui=off; may be repeated")
+        ->allow_extra_args(false)
         ->type_name("NAME=on|off")
         ->group(engine);
 
@@ -101,14 +107,17 @@ void declare(CLI::App& app, RawOptions& raw, Options& options) {
 
     const std::string limits = "Limits";
     app.add_option("--max-message-bytes", options.maxMessageBytes, "The longest request that is accepted")
+        ->capture_default_str()
         ->type_name("BYTES")
         ->group(limits);
     app.add_option("--max-queue-bytes", options.maxQueueBytes,
                    "What may wait for a session that reads slowly, before it is closed")
+        ->capture_default_str()
         ->type_name("BYTES")
         ->group(limits);
     app.add_option("--connect-timeout", raw.connectTimeout, "How long an idle client's connect is held")
         ->check(CLI::Range(1, 3600))
+        ->capture_default_str()
         ->type_name("SECONDS")
         ->group(limits);
     app.add_option(
@@ -116,11 +125,13 @@ void declare(CLI::App& app, RawOptions& raw, Options& options) {
            "How long a session and its work outlive a lost connection; best above the connect timeout "
            "by 15 seconds or more")
         ->check(CLI::Range(1, 7 * 24 * 3600))
+        ->capture_default_str()
         ->type_name("SECONDS")
         ->group(limits);
     app.add_option("--shutdown-timeout", raw.shutdownTimeout,
                    "How long commands may go on after SIGTERM or SIGINT before they are interrupted")
         ->check(CLI::Range(0, 3600))
+        ->capture_default_str()
         ->type_name("SECONDS")
         ->group(limits);
 
@@ -230,7 +241,7 @@ Options parseOptions(std::vector<std::string> arguments, const std::filesystem::
     RawOptions raw;
     CLI::App app(
         "Runs a numerical engine, Python with NumPy, and lets JavaScript clients use it over\n"
-        "publish/subscribe channels (Bayeux over WebSocket at /bayeux).",
+        "publish/subscribe channels (Bayeux at /bayeux, over WebSocket and HTTP long-polling).",
         "yvm-connector");
     declare(app, raw, options);
     try {

@@ -98,15 +98,15 @@ void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string&
     const auto parsed = parseEnvelope(frame);
     if (const auto* refusal = std::get_if<Refusal>(&parsed)) {
         refuse(batch, Message(), *refusal);
-    } else {
-        const auto& messages = std::get<std::vector<Message>>(parsed);
-        batch.isSingle = messages.size() == 1;
-        batch.holdsHandshake = std::any_of(messages.begin(), messages.end(), [](const Message& message) {
-            return message.channel == kHandshake;
-        });
-        for (const Message& message : messages) {
-            handle(batch, message);
-        }
+        from->refuseFrame(batch.frame.take(), *refusal);
+        return;
+    }
+    const auto& messages = std::get<std::vector<Message>>(parsed);
+    batch.isSingle = messages.size() == 1;
+    batch.holdsHandshake = std::any_of(messages.begin(), messages.end(),
+                                       [](const Message& message) { return message.channel == kHandshake; });
+    for (const Message& message : messages) {
+        handle(batch, message);
     }
     for (const auto& session : batch.connected) {
         // Events may travel with the reply to a connect only, where they cannot travel by themselves.
@@ -349,7 +349,6 @@ void BayeuxServer::advance() {
         if (session->held && session->held->due <= now) {
             Frame frame;
             frame.addReply(kConnect, session->held->id, connectFields());
-            session->lastHeard = now;
             answerHeld(*session, std::move(frame));
         } else if (!session->held && now - session->lastHeard > options_.graceTime) {
             expired.push_back(session);
@@ -422,6 +421,7 @@ void BayeuxServer::flush(const std::shared_ptr<Session>& session) {
 void BayeuxServer::answerHeld(Session& session, Frame&& frame) {
     const auto connection = session.held->from.lock();
     session.held.reset();
+    session.lastHeard = options_.now();
     if (connection) {
         connection->send(frame.take());
     }

@@ -41,7 +41,7 @@ class BayeuxServer {
         /// Clients refuse frames from 64 MiB on; small frames also keep a slow reader's share small.
         std::size_t maxFrameBytes = 1024UL * 1024;
         /// What `supportedConnectionTypes` offers.
-        std::vector<std::string> connectionTypes{"websocket"};
+        std::vector<std::string> connectionTypes{"websocket", "long-polling"};
         /// Whether a handshake without the right token in its request may go on with this one.
         std::function<bool(std::string_view token)> acceptsToken = [](std::string_view) { return true; };
         /// Runs a function on the server's thread. Called from any thread, never blocks.
@@ -55,8 +55,8 @@ class BayeuxServer {
     BayeuxServer& operator=(const BayeuxServer&) = delete;
 
     /// Carries out the messages of one frame or request body, in order, and sends the replies in one
-    /// frame; nothing is sent when the only message is a connect that is held. `frame` may change its
-    /// capacity.
+    /// frame, or in `Connection::refuseFrame` when it cannot be read; nothing is sent when the only message
+    /// is a connect that is held. `frame` may change its capacity.
     void receive(const std::shared_ptr<Connection>& from, std::string& frame);
 
     /// The connection has written everything it took.

@@ -4,4 +4,8 @@ namespace server::bayeux {
 
 Connection::~Connection() = default;
 
+void Connection::refuseFrame(std::string reply, const Refusal&) {
+    send(std::move(reply));
+}
+
 }  // namespace server::bayeux

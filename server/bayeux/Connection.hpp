@@ -1,5 +1,7 @@
 #pragma once
 
+#include "server/bayeux/Refusal.hpp"
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,6 +27,9 @@ class Connection {
 
     /// Takes one JSON array, to be written behind what it took before. Ignored once it is closed.
     virtual void send(std::string frame) = 0;
+
+    /// The frame that came in could not be read as a whole; `reply` says so in Bayeux.
+    virtual void refuseFrame(std::string reply, const Refusal& why);
 
     /// Closes after what was sent has been written, or at once if that takes too long.
     virtual void close(CloseCode code, std::string reason) = 0;

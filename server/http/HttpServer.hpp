@@ -12,7 +12,8 @@
 
 namespace server::http {
 
-/// The door to the network: Bayeux over WebSocket at /bayeux, the static page, the health checks.
+/// The door to the network: Bayeux at /bayeux over WebSocket and long-polling, the static page, the health
+/// checks.
 ///
 /// Has one thread, "the server's thread", on which all sessions, connections and the protocol run.
 /// Life: create (binds the port), `start`, `stopAccepting`, `stop` (idempotent; the destructor does it

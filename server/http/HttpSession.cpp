@@ -69,16 +69,48 @@ bool isBayeuxPath(std::string_view path) {
     return path == "/bayeux" || path.starts_with("/bayeux/");
 }
 
+/// What a stock client puts behind the address; it says nothing that the body does not.
+bool isPollPath(std::string_view path) {
+    return path == "/bayeux" || path == "/bayeux/" || path == "/bayeux/handshake" ||
+           path == "/bayeux/connect" || path == "/bayeux/disconnect";
+}
+
+/// Whether the media type is JSON. A foreign page cannot send that without asking first.
+bool isJson(std::string_view contentType) {
+    const std::string_view type = contentType.substr(0, contentType.find_first_of("; "));
+    return beast::iequals(type, "application/json");
+}
+
+/// Lets a page of another origin, which has been allowed, read the answer.
+void allowCrossOrigin(const http::request<http::string_body>& request, Response& response) {
+    if (request.count(http::field::origin) != 0) {
+        response.set(http::field::access_control_allow_origin, request[http::field::origin]);
+        response.set(http::field::access_control_allow_credentials, "true");
+        response.set(http::field::vary, "Origin");
+    }
+}
+
+Response makePreflight(const http::request<http::string_body>& request) {
+    Response response = makeResponse(request, http::status::no_content, "text/plain", "");
+    allowCrossOrigin(request, response);
+    response.set(http::field::access_control_allow_methods, "POST, OPTIONS");
+    response.set(http::field::access_control_allow_headers,
+                 "content-type, authorization, pragma, x-requested-with");
+    response.set(http::field::access_control_max_age, "600");
+    return response;
+}
+
 }  // namespace
 
 void HttpSession::close() {
     stream_.close();
+    waiting_.reset();
 }
 
 void HttpSession::read() {
     parser_.emplace();
     parser_->header_limit(kMaxHeaderBytes);
-    parser_->body_limit(services_.maxMessageBytes);
+    parser_->body_limit(maxFrameBytes(services_.maxMessageBytes));
     stream_.expires_after(kRequestTimeout);
     http::async_read_header(
         stream_, buffer_, *parser_,
@@ -95,6 +127,10 @@ void HttpSession::onHeader(beast::error_code error) {
         write(
             makeText(parser_->get(), http::status::request_header_fields_too_large, "the header is too long"),
             false);
+        return;
+    }
+    if (error == http::error::body_limit) {
+        refuseBody();
         return;
     }
     if (error && error.category() == http::make_error_code(http::error::bad_method).category()) {
@@ -116,14 +152,79 @@ void HttpSession::onHeader(beast::error_code error) {
 
 void HttpSession::onRead(beast::error_code error) {
     if (error == http::error::body_limit) {
-        write(makeText(parser_->get(), http::status::payload_too_large, "the body is too long"), false);
+        refuseBody();
         return;
     }
     if (error) {
         return;
     }
-    const bool keepAlive = parser_->get().keep_alive();
-    write(answer(parser_->get()), keepAlive);
+    const Request& request = parser_->get();
+    if (request.method() == http::verb::post && isPollPath(pathOf(request.target())) &&
+        allowsOrigin(request) && isJson(request[http::field::content_type])) {
+        poll();
+    } else {
+        write(answer(request), request.keep_alive());
+    }
+}
+
+void HttpSession::poll() {
+    Request& request = parser_->get();
+    // A wrong token is told in the reply to the handshake: clients try for ever against a plain 401.
+    const bool isAuthenticated =
+        services_.guard.tokenOf(request.target(), request[http::field::authorization]) ==
+        RequestGuard::Token::Right;
+    exchange_ = std::make_shared<LongPollExchange>(
+        isAuthenticated, [weak = weak_from_this()](unsigned status, std::string body) {
+            if (const auto self = weak.lock()) {
+                self->answerPoll(status, std::move(body));
+            }
+        });
+    std::string frame = std::move(request.body());
+    services_.bayeux.receive(exchange_, frame);
+    if (exchange_) {
+        stream_.expires_never();
+        watchForTheEnd();
+    }
+}
+
+void HttpSession::answerPoll(unsigned status, std::string body) {
+    exchange_.reset();
+    const auto keptAlive = std::move(waiting_);
+    // Ends the watch.
+    stream_.cancel();
+    stream_.expires_after(kRequestTimeout);
+    const Request& request = parser_->get();
+    Response response = status == 200 ? makeResponse(request, http::status::ok,
+                                                     "application/json;charset=utf-8", std::move(body))
+                                      : makeText(request, http::int_to_status(status), std::move(body));
+    allowCrossOrigin(request, response);
+    write(std::move(response), request.keep_alive());
+}
+
+void HttpSession::watchForTheEnd() {
+    const auto onReadable = [self = shared_from_this()](beast::error_code error) {
+        if (error == boost::asio::error::operation_aborted || !self->exchange_) {
+            return;
+        }
+        // Readable without a byte is the end: an event must not be written into a connection that is no more.
+        // A request that follows at once waits its turn, and hides the end until then.
+        beast::error_code ignored;
+        if (error || self->stream_.socket().available(ignored) == 0) {
+            const auto exchange = std::exchange(self->exchange_, nullptr);
+            self->services_.bayeux.closed(*exchange);
+        } else {
+            self->waiting_ = self;
+        }
+    };
+    stream_.socket().async_wait(boost::asio::ip::tcp::socket::wait_read, onReadable);
+}
+
+bool HttpSession::allowsOrigin(const Request& request) const {
+    return services_.guard.allowsOrigin(request[http::field::origin], request[http::field::host]);
+}
+
+void HttpSession::refuseBody() {
+    write(makeText(parser_->get(), http::status::payload_too_large, "the body is too long"), false);
 }
 
 void HttpSession::upgrade() {
@@ -136,7 +237,7 @@ void HttpSession::upgrade() {
         refuse(http::status::not_found, "WebSockets are served at /bayeux");
         return;
     }
-    if (!services_.guard.allowsOrigin(request[http::field::origin], request[http::field::host])) {
+    if (!allowsOrigin(request)) {
         refuse(http::status::forbidden, "pages of this origin are not allowed here");
         return;
     }
@@ -156,16 +257,23 @@ void HttpSession::upgrade() {
 http::message_generator HttpSession::answer(const Request& request) {
     const std::string_view path = pathOf(request.target());
     const bool isGet = request.method() == http::verb::get || request.method() == http::verb::head;
-    if (isBayeuxPath(path)) {
+    if (isBayeuxPath(path) && !allowsOrigin(request)) {
+        return makeText(request, http::status::forbidden, "pages of this origin are not allowed here");
+    }
+    if (isPollPath(path)) {
+        if (request.method() == http::verb::options) {
+            return makePreflight(request);
+        }
         if (request.method() == http::verb::post) {
-            return makeText(request, http::status::not_implemented,
-                            "long-polling is not served yet: connect by WebSocket");
+            return makeText(request, http::status::unsupported_media_type,
+                            "the content type must be application/json");
         }
         if (isGet) {
             return makeText(request, http::status::bad_request,
                             "a GET of this address must be a WebSocket upgrade");
         }
-        return makeText(request, http::status::method_not_allowed, "connect by WebSocket");
+        return makeText(request, http::status::method_not_allowed,
+                        "POST and WebSocket upgrades are served here");
     }
     if (!isGet) {
         return makeText(request, http::status::method_not_allowed, "only GET and HEAD are served here");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "server/bayeux/BayeuxServer.hpp"
+#include "server/http/LongPollExchange.hpp"
 #include "server/http/RequestGuard.hpp"
 #include "server/http/StaticFiles.hpp"
 #include "server/http/WebSocketConnection.hpp"
@@ -29,8 +30,9 @@ struct HttpServices {
     std::function<void(std::weak_ptr<WebSocketConnection>)> opened;
 };
 
-/// One TCP connection that speaks HTTP: answers request after request, until it is closed or becomes
-/// a WebSocket. Keeps itself alive by its reads and writes; confined to the server's thread.
+/// One TCP connection that speaks HTTP: answers request after request, Bayeux over long-polling among
+/// them, until it is closed or becomes a WebSocket. Keeps itself alive by its reads and writes; confined to
+/// the server's thread.
 class HttpSession final : public std::enable_shared_from_this<HttpSession> {
   public:
     HttpSession(boost::beast::tcp_stream&& stream, const HttpServices& services)
@@ -47,14 +49,23 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
     void read();
     void onHeader(boost::beast::error_code error);
     void onRead(boost::beast::error_code error);
+    void refuseBody();
     void upgrade();
     boost::beast::http::message_generator answer(const Request& request);
+    void poll();
+    void answerPoll(unsigned status, std::string body);
+    void watchForTheEnd();
+    bool allowsOrigin(const Request& request) const;
     void write(boost::beast::http::message_generator response, bool keepAlive);
 
     boost::beast::tcp_stream stream_;
     const HttpServices& services_;
     boost::beast::flat_buffer buffer_;
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> parser_;
+    /// The long-polling request that is being served.
+    std::shared_ptr<LongPollExchange> exchange_;
+    /// Itself, while a request is held and nothing is being read or written.
+    std::shared_ptr<HttpSession> waiting_;
 };
 
 }  // namespace server::http

@@ -11,7 +11,7 @@ namespace websocket = boost::beast::websocket;
 
 namespace {
 
-/// The envelope around the payload, and a bound on what is read to answer that a payload is too long.
+/// For the envelopes around the payloads.
 constexpr std::size_t kEnvelopeBytes = 1024UL * 1024;
 
 /// What one message may leave allocated for the next.
@@ -28,13 +28,17 @@ constexpr std::size_t kMaxReasonBytes = 123;
 
 }  // namespace
 
+std::size_t maxFrameBytes(std::size_t maxMessageBytes) {
+    return 2 * maxMessageBytes + kEnvelopeBytes;
+}
+
 WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::BayeuxServer& server,
                                          std::size_t maxMessageBytes, bool isAuthenticated)
     : socket_(std::move(stream)),
       server_(server),
       isAuthenticated_(isAuthenticated),
       closeTimer_(socket_.get_executor()) {
-    socket_.read_message_max(2 * maxMessageBytes + kEnvelopeBytes);
+    socket_.read_message_max(maxFrameBytes(maxMessageBytes));
     // One frame a message: some clients count frames, and there is nothing to interleave.
     socket_.auto_fragment(false);
     socket_.text(true);

@@ -16,6 +16,10 @@
 
 namespace server::http {
 
+/// How long a frame or body may be whose messages have payloads of at most `maxMessageBytes`. Somewhat more
+/// than that is read, so that it can be answered that a payload is too long.
+std::size_t maxFrameBytes(std::size_t maxMessageBytes);
+
 /// One WebSocket of a client. Keeps itself alive by its read; confined to the server's thread.
 class WebSocketConnection final : public bayeux::Connection,
                                   public std::enable_shared_from_this<WebSocketConnection> {

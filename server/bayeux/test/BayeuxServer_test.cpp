@@ -34,7 +34,7 @@ TEST_F(BayeuxServerTest, AnswersAHandshakeWithAllFields) {
         R"([{"channel":"/meta/handshake","id":"1","version":"1.0","supportedConnectionTypes":["websocket","long-polling"]}])");
     const std::regex expected(
         R"re(\[\{"channel":"/meta/handshake","id":"1","successful":true,"version":"1.0","minimumVersion":"1.0",)re"
-        R"re("clientId":"[0-9a-f]{40}","supportedConnectionTypes":\["websocket"\],)re"
+        R"re("clientId":"[0-9a-f]{40}","supportedConnectionTypes":\["websocket","long-polling"\],)re"
         R"re("advice":\{"reconnect":"retry","interval":0,"timeout":30000\}\}\])re");
     EXPECT_TRUE(std::regex_match(reply, expected)) << reply;
 }
@@ -67,7 +67,7 @@ TEST_F(BayeuxServerTest, RefusesAHandshakeOfAnotherVersionOrTransport) {
             connection,
             R"([{"channel":"/meta/handshake","id":"1","supportedConnectionTypes":["callback-polling"]}])"),
         R"([{"channel":"/meta/handshake","id":"1","successful":false,"error":"301::no common connection type",)"
-        R"("supportedConnectionTypes":["websocket"],"advice":{"reconnect":"none"}}])");
+        R"("supportedConnectionTypes":["websocket","long-polling"],"advice":{"reconnect":"none"}}])");
 }
 
 TEST_F(BayeuxServerTest, AFailedHandshakeThatMayPassLaterCarriesNoAdvice) {
@@ -499,6 +499,16 @@ TEST_F(BayeuxServerTest, ASessionThatDoesNotComeBackIsEndedAndItsClientsDetached
     EXPECT_EQ(fakeModule.requests().size(), 2U);
 }
 
+TEST_F(BayeuxServerTest, TheGraceTimeCountsFromTheAnswerToAConnect) {
+    const std::string clientId = openSession(connection);
+    exchange(connection, request(clientId, "/meta/connect", ""));
+    now += std::chrono::seconds(30);
+    server->advance();
+    now += std::chrono::seconds(60);
+    server->advance();
+    EXPECT_EQ(server->sessionCount(), 1U);
+}
+
 TEST_F(BayeuxServerTest, AHeldConnectKeepsTheSession) {
     BayeuxServer::Options options;
     options.connectTimeout = std::chrono::hours(1);
@@ -572,9 +582,6 @@ TEST_F(BayeuxServerTest, ARequestAfterTheStopIsRefused) {
 }
 
 TEST_F(BayeuxServerTest, OnAConnectionThatDoesNotStreamEventsTravelWithTheConnect) {
-    BayeuxServer::Options options;
-    options.connectionTypes = {"websocket", "long-polling"};
-    makeServer(std::move(options));
     FakeModule fakeModule(broker);
     const auto polling = std::make_shared<FakeConnection>(false);
     const std::string clientId = openSession(polling);

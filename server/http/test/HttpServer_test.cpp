@@ -2,13 +2,13 @@
 
 #include "server/bayeux/test/BayeuxFixture.hpp"
 #include "server/http/test/TemporaryFolder.hpp"
+#include "server/http/test/WebSocketClient.hpp"
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
-#include <boost/beast/websocket.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,8 +17,8 @@ namespace {
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;
-namespace websocket = boost::beast::websocket;
 using bayeux::testing::FakeModule;
+using server::testing::WebSocketClient;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
@@ -26,87 +26,6 @@ using ::testing::ThrowsMessage;
 using tcp = asio::ip::tcp;
 
 constexpr std::size_t kMaxMessageBytes = 100'000;
-
-/// A plain WebSocket client. Every wait is bounded: a test fails rather than hang.
-class WebSocketClient {
-  public:
-    explicit WebSocketClient(std::uint16_t port, const std::string& target = "/bayeux",
-                             std::map<std::string, std::string> headers = {})
-        : socket_(context_) {
-        beast::get_lowest_layer(socket_).expires_after(std::chrono::seconds(10));
-        beast::error_code error;
-        beast::get_lowest_layer(socket_).async_connect(tcp::endpoint(asio::ip::address_v4::loopback(), port),
-                                                       [&](beast::error_code e) { error = e; });
-        run();
-        socket_.set_option(websocket::stream_base::decorator([headers](websocket::request_type& request) {
-            for (const auto& [name, value] : headers) {
-                request.set(name, value);
-            }
-        }));
-        const std::string host =
-            headers.count("Host") != 0 ? headers.at("Host") : "127.0.0.1:" + std::to_string(port);
-        socket_.async_handshake(response, host, target, [&](beast::error_code e) { error = e; });
-        run();
-        isOpen = !error;
-    }
-
-    void send(const std::string& frame) {
-        beast::error_code error;
-        socket_.async_write(asio::buffer(frame), [&](beast::error_code e, std::size_t) { error = e; });
-        run();
-        EXPECT_FALSE(error) << error.message();
-    }
-
-    /// The next frame, or "closed <code> <reason>".
-    std::string receive() {
-        beast::flat_buffer buffer;
-        beast::error_code error;
-        beast::get_lowest_layer(socket_).expires_after(std::chrono::seconds(10));
-        socket_.async_read(buffer, [&](beast::error_code e, std::size_t) { error = e; });
-        run();
-        if (error) {
-            return "closed " + std::to_string(socket_.reason().code) + " " +
-                   std::string(socket_.reason().reason.c_str());
-        }
-        return beast::buffers_to_string(buffer.data());
-    }
-
-    std::string exchange(const std::string& frame) {
-        send(frame);
-        return receive();
-    }
-
-    /// A handshake, whose reply is given back.
-    std::string handshake(const std::string& fields = "") {
-        const std::string reply =
-            exchange(R"([{"channel":"/meta/handshake","id":"1","supportedConnectionTypes":["websocket"])" +
-                     fields + "}]");
-        simdjson::dom::parser parser;
-        const simdjson::dom::element parsed = parser.parse(reply);
-        if (std::string_view id; !parsed.at(0)["clientId"].get(id)) {
-            clientId = id;
-        }
-        return reply;
-    }
-
-    std::string message(const std::string& channel, const std::string& fields) {
-        return R"([{"channel":")" + channel + R"(","clientId":")" + clientId + R"(","id":"7")" + fields +
-               "}]";
-    }
-
-    bool isOpen = false;
-    websocket::response_type response;
-    std::string clientId;
-
-  private:
-    void run() {
-        context_.restart();
-        context_.run();
-    }
-
-    asio::io_context context_;
-    websocket::stream<beast::tcp_stream> socket_;
-};
 
 class HttpServerTest : public ::testing::Test {
   protected:
@@ -169,6 +88,14 @@ class HttpServerTest : public ::testing::Test {
 
     /// An open session.
     WebSocketClient openClient() { return WebSocketClient(server->port(), "/bayeux?token=s3cret"); }
+
+    /// Returns when the server has dealt with what was sent to it before. Its one thread takes a few turns
+    /// for a request, whichever connection it comes over, so some that are sent later are answered later.
+    void settle() {
+        for (int i = 0; i < 5; ++i) {
+            request(beast::http::verb::get, "/healthz");
+        }
+    }
 
     server::testing::TemporaryFolder folder;
     std::atomic<bool> ready{true};
@@ -368,6 +295,217 @@ TEST_F(HttpServerTest, WaitsForTheAnswersThatAreDue) {
     server->stopAccepting();
     EXPECT_THAT(client.exchange(client.message("/yvm/a/eval/request", R"(,"data":{"requestID":"e"})")),
                 HasSubstr("503::the server is shutting down"));
+}
+
+/// The reply to a POST of Bayeux messages.
+constexpr const char* kHandshake =
+    R"([{"channel":"/meta/handshake","id":"1","supportedConnectionTypes":["long-polling"]}])";
+
+TEST_F(HttpServerTest, RefusesBodiesThatAreNoBayeux) {
+    const auto post = [&](const std::string& contentType, std::string body) {
+        return request(beast::http::verb::post, "/bayeux", {{"Content-Type", contentType}}, std::move(body));
+    };
+    EXPECT_EQ(post("text/plain", kHandshake).result_int(), 415U);
+    EXPECT_EQ(post("application/x-www-form-urlencoded", "message=[]").result_int(), 415U);
+    const auto unreadable = post("application/json", "hello");
+    EXPECT_EQ(unreadable.result_int(), 400U);
+    EXPECT_EQ(unreadable["Content-Type"], "text/plain; charset=utf-8");
+    EXPECT_THAT(unreadable.body(), StartsWith("not JSON - "));
+    EXPECT_EQ(post("application/json", std::string(1'300'000, ' ')).result_int(), 413U);
+    EXPECT_EQ(post("application/json;charset=UTF-8", kHandshake).result_int(), 200U);
+    EXPECT_EQ(
+        request(beast::http::verb::post, "/bayeux/other", {{"Content-Type", "application/json"}}, kHandshake)
+            .result_int(),
+        405U);
+}
+
+TEST_F(HttpServerTest, AWrongTokenOverLongPollingIsToldInTheReply) {
+    const std::string refusal =
+        R"([{"channel":"/meta/handshake","id":"1","successful":false,)"
+        R"("error":"401::the token is missing or wrong","advice":{"reconnect":"none"}}])";
+    const auto post = [&](const std::string& target, const std::string& authorization) {
+        return request(beast::http::verb::post, target,
+                       {{"Content-Type", "application/json"}, {"Authorization", authorization}}, kHandshake)
+            .body();
+    };
+    EXPECT_EQ(post("/bayeux?token=wrong", ""), refusal);
+    EXPECT_EQ(post("/bayeux/handshake", "Bearer wrong"), refusal);
+    EXPECT_EQ(post("/bayeux/handshake", ""), refusal);
+    EXPECT_THAT(post("/bayeux/handshake?token=s3cret", ""), HasSubstr(R"("successful":true)"));
+    EXPECT_THAT(post("/bayeux/handshake", "Bearer s3cret"), HasSubstr(R"("successful":true)"));
+}
+
+TEST_F(HttpServerTest, PagesOfAllowedOriginsMayPollAndOthersMayNot) {
+    const std::map<std::string, std::string> friendly = {{"Content-Type", "application/json"},
+                                                         {"Origin", "https://friend.example"}};
+    const auto reply = request(beast::http::verb::post, "/bayeux?token=s3cret", friendly, kHandshake);
+    EXPECT_EQ(reply["Access-Control-Allow-Origin"], "https://friend.example");
+    EXPECT_EQ(reply["Access-Control-Allow-Credentials"], "true");
+    EXPECT_EQ(reply["Vary"], "Origin");
+    for (const char* target :
+         {"/bayeux", "/bayeux/", "/bayeux/handshake", "/bayeux/connect", "/bayeux/disconnect?x"}) {
+        const auto preflight = request(beast::http::verb::options, target, friendly);
+        EXPECT_EQ(preflight.result_int(), 204U) << target;
+        EXPECT_EQ(preflight["Access-Control-Allow-Origin"], "https://friend.example");
+        EXPECT_THAT(std::string(preflight["Access-Control-Allow-Headers"]), HasSubstr("authorization"));
+    }
+    for (const auto verb : {beast::http::verb::post, beast::http::verb::options}) {
+        const auto refused =
+            request(verb, "/bayeux?token=s3cret",
+                    {{"Content-Type", "application/json"}, {"Origin", "https://evil.example"}}, kHandshake);
+        EXPECT_EQ(refused.result_int(), 403U);
+        EXPECT_EQ(refused.count("Access-Control-Allow-Origin"), 0U);
+    }
+}
+
+/// A long-polling client: one keep-alive connection.
+class PollingClient {
+  public:
+    explicit PollingClient(std::uint16_t port) : stream_(context_) {
+        stream_.connect(tcp::endpoint(asio::ip::address_v4::loopback(), port));
+    }
+
+    void post(const std::string& body, bool chunked = false) {
+        beast::http::request<beast::http::string_body> request(beast::http::verb::post,
+                                                               "/bayeux/?token=s3cret", 11);
+        request.set(beast::http::field::host, "x");
+        request.set(beast::http::field::content_type, "application/json;charset=UTF-8");
+        request.body() = body;
+        request.chunked(chunked);
+        if (!chunked) {
+            request.prepare_payload();
+        }
+        beast::http::write(stream_, request);
+    }
+
+    /// The next reply. Its body, or "<status> <body>" when it is not 200.
+    std::string receive() {
+        beast::http::response<beast::http::string_body> response;
+        beast::error_code error;
+        stream_.expires_after(std::chrono::seconds(10));
+        beast::http::async_read(stream_, buffer_, response,
+                                [&](beast::error_code e, std::size_t) { error = e; });
+        context_.restart();
+        context_.run();
+        EXPECT_FALSE(error) << error.message();
+        return response.result_int() == 200 ? response.body()
+                                            : std::to_string(response.result_int()) + " " + response.body();
+    }
+
+    std::string exchange(const std::string& body) {
+        post(body);
+        return receive();
+    }
+
+    std::string handshake() {
+        const std::string reply = exchange(kHandshake);
+        simdjson::dom::parser parser;
+        return std::string(std::string_view(parser.parse(reply).at(0)["clientId"]));
+    }
+
+    void close() { stream_.close(); }
+
+  private:
+    asio::io_context context_;
+    beast::tcp_stream stream_;
+    beast::flat_buffer buffer_;
+};
+
+std::string message(const std::string& clientId, const std::string& channel, const std::string& fields = "") {
+    return R"([{"channel":")" + channel + R"(","clientId":")" + clientId + R"(","id":"7")" + fields + "}]";
+}
+
+TEST_F(HttpServerTest, CarriesRequestsAndMessagesOverLongPolling) {
+    FakeModule fakeModule(broker);
+    PollingClient polling(server->port());
+    PollingClient sending(server->port());
+    const std::string clientId = polling.handshake();
+    EXPECT_THAT(sending.exchange(message(clientId, "/meta/connect", R"(,"advice":{"timeout":0})")),
+                HasSubstr(R"("successful":true)"));
+    polling.post(message(clientId, "/meta/connect"));
+    settle();
+    sending.exchange(message(clientId, "/yvm/attach/request", R"(,"data":{"requestID":"a"})"));
+    sending.post(message(clientId, "/meta/subscribe", R"(,"subscription":"/yvm/a/**")"), true);
+    EXPECT_EQ(sending.receive(),
+              R"([{"channel":"/meta/subscribe","id":"7","successful":true,"subscription":"/yvm/a/**"}])");
+    broker->publish("/yvm/a/text/output", connector::common::DataBuffer("\"\xc3\xa4\xf0\x9f\x98\x80\""),
+                    "test");
+    const std::string advice = R"("advice":{"reconnect":"retry","interval":0,"timeout":30000})";
+    EXPECT_EQ(polling.receive(), R"([{"channel":"/meta/connect","id":"7","successful":true,)" + advice +
+                                     R"(},{"channel":"/yvm/a/text/output","data":"\u00e4\ud83d\ude00"}])");
+    // What comes between two connects waits for the next.
+    broker->publish("/yvm/a/text/output", connector::common::DataBuffer("2"), "test");
+    EXPECT_EQ(polling.exchange(message(clientId, "/meta/connect")),
+              R"([{"channel":"/meta/connect","id":"7","successful":true,)" + advice +
+                  R"(},{"channel":"/yvm/a/text/output","data":2}])");
+}
+
+TEST_F(HttpServerTest, ADisconnectReleasesTheHeldRequest) {
+    PollingClient polling(server->port());
+    PollingClient sending(server->port());
+    const std::string clientId = polling.handshake();
+    polling.post(message(clientId, "/meta/connect"));
+    settle();
+    EXPECT_EQ(sending.exchange(message(clientId, "/meta/disconnect")),
+              R"([{"channel":"/meta/disconnect","id":"7","successful":true}])");
+    EXPECT_EQ(polling.receive(),
+              R"([{"channel":"/meta/connect","id":"7","successful":true,"advice":{"reconnect":"none"}}])");
+}
+
+TEST_F(HttpServerTest, TheNewerOfTwoHeldRequestsWins) {
+    PollingClient older(server->port());
+    PollingClient newer(server->port());
+    const std::string clientId = older.handshake();
+    older.post(message(clientId, "/meta/connect"));
+    settle();
+    newer.post(message(clientId, "/meta/connect"));
+    EXPECT_EQ(older.receive(), "408 another request has taken over\n");
+    EXPECT_EQ(older.exchange(message(clientId, "/meta/disconnect")),
+              R"([{"channel":"/meta/disconnect","id":"7","successful":true}])");
+    EXPECT_THAT(newer.receive(), HasSubstr(R"("advice":{"reconnect":"none"})"));
+}
+
+TEST_F(HttpServerTest, ARequestBehindAHeldOneWaitsItsTurn) {
+    PollingClient polling(server->port());
+    PollingClient sending(server->port());
+    const std::string clientId = polling.handshake();
+    polling.post(message(clientId, "/meta/connect"));
+    settle();
+    polling.post(message(clientId, "/meta/subscribe", R"(,"subscription":"/service/a")"));
+    settle();
+    sending.exchange(message(clientId, "/meta/disconnect"));
+    EXPECT_THAT(polling.receive(), HasSubstr(R"("channel":"/meta/connect")"));
+    EXPECT_THAT(polling.receive(), HasSubstr("402::Unknown client"));
+}
+
+TEST_F(HttpServerTest, AnEventIsNotWrittenIntoARequestThatHasGone) {
+    FakeModule fakeModule(broker);
+    PollingClient sending(server->port());
+    const std::string clientId = sending.handshake();
+    sending.exchange(message(clientId, "/yvm/attach/request", R"(,"data":{"requestID":"a"})"));
+    sending.exchange(message(clientId, "/meta/subscribe", R"(,"subscription":"/yvm/a/**")"));
+    PollingClient gone(server->port());
+    gone.post(message(clientId, "/meta/connect"));
+    settle();
+    gone.close();
+    settle();
+    broker->publish("/yvm/a/text/output", connector::common::DataBuffer("1"), "test");
+    EXPECT_THAT(sending.exchange(message(clientId, "/meta/connect")),
+                HasSubstr(R"({"channel":"/yvm/a/text/output","data":1})"));
+}
+
+TEST_F(HttpServerTest, ASessionMayMoveFromLongPollingToAWebSocket) {
+    FakeModule fakeModule(broker);
+    PollingClient polling(server->port());
+    const std::string clientId = polling.handshake();
+    WebSocketClient client(server->port());
+    client.clientId = clientId;
+    EXPECT_THAT(client.exchange(client.message("/yvm/attach/request", R"(,"data":{"requestID":"a"})")),
+                HasSubstr(R"("successful":true)"));
+    client.exchange(client.message("/meta/subscribe", R"(,"subscription":"/yvm/a/**")"));
+    client.exchange(client.message("/meta/connect", R"(,"advice":{"timeout":0})"));
+    broker->publish("/yvm/a/text/output", connector::common::DataBuffer("1"), "test");
+    EXPECT_EQ(client.receive(), R"([{"channel":"/yvm/a/text/output","data":1}])");
 }
 
 TEST_F(HttpServerTest, APortThatIsTakenIsRefused) {
