@@ -33,13 +33,6 @@ void publishJson(MessageService& messageService, const std::string& channel, Jso
         channel, connector::common::DataBuffer(foundation::json::Serializer::serialize(std::move(json))));
 }
 
-void publishResponseOn(MessageService& messageService, const std::string& responseChannel,
-                       const RequestResponse& response) {
-    FOUNDATION_LOG(logger(), foundation::log::Normal)
-        << "response id = " << response.getRequestID() << " for " << responseChannel;
-    publishJson(messageService, responseChannel, response.getJson());
-}
-
 }  // namespace
 
 YVMConnection::YVMConnection(std::shared_ptr<MessageService> messageService, std::string channel,
@@ -64,8 +57,15 @@ void YVMConnection::publish(const std::string& subChannel, JsonObject message) {
 }
 
 void YVMConnection::publishResponse(const RequestResponse& response) {
+    publishResponse(*messageService_, responseChannel_, response);
+}
+
+void YVMConnection::publishResponse(MessageService& messageService, const std::string& responseChannel,
+                                    const RequestResponse& response) {
     FOUNDATION_FUNCTION_TRACE(logger());
-    publishResponseOn(*messageService_, responseChannel_, response);
+    FOUNDATION_LOG(logger(), foundation::log::Normal)
+        << "response id = " << response.getRequestID() << " for " << responseChannel;
+    publishJson(messageService, responseChannel, response.getJson());
 }
 
 foundation::core::util::scope_guard YVMConnection::subscribe(const std::string& subChannel,
@@ -135,7 +135,7 @@ void YVMConnection::handleRequest(JsonObject json) {
         logCaughtException();
         RequestResponse response(request->getRequestID());
         response.setError(std::current_exception(), std::nullopt);
-        publishResponseOn(*messageService, responseChannel, response);
+        publishResponse(*messageService, responseChannel, response);
     }
 }
 

@@ -48,6 +48,10 @@ class YVMConnection {
   private:
     using MessageCallback = std::function<void(JsonObject)>;
 
+    /// For an answer after the end of the connection.
+    static void publishResponse(connector::message_service::MessageService& messageService,
+                                const std::string& responseChannel, const RequestResponse& response);
+
     /// The guard ends the subscription.
     [[nodiscard]] foundation::core::util::scope_guard subscribe(const std::string& subChannel,
                                                                 MessageCallback callback);
