@@ -5,12 +5,8 @@
 #include "engine/detail/PythonText.hpp"
 #include "fl/i18n/ustring.hpp"
 
-#include <pybind11/eval.h>
-
-#include <fstream>
-#include <iterator>
-#include <optional>
-#include <sstream>
+#include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -87,7 +83,8 @@ CommandRunner::CommandRunner(ArrayConversion conversion)
       remember_(lookUp("yvm._helpers", "remember")),
       resolve_(lookUp("yvm._names", "resolve")),
       describe_(lookUp("yvm._errors", "describe")),
-      isInterrupt_(lookUp("yvm._errors", "is_interrupt")) {}
+      isInterrupt_(lookUp("yvm._errors", "is_interrupt")),
+      runExitFunctions_(lookUp("atexit", "_run_exitfuncs")) {}
 
 Outcome CommandRunner::run(Command& command) {
     Outcome outcome = runInThisProcess(command);
@@ -135,6 +132,14 @@ void CommandRunner::runFile(const std::filesystem::path& file) {
         const py::object exception = exceptionOf(error);
         endIfForked(exception);
         throw toRuntimeException(exception, Status::CommandFailed);
+    }
+}
+
+void CommandRunner::runExitFunctions() const {
+    try {
+        runExitFunctions_();
+    } catch (py::error_already_set& error) {
+        error.discard_as_unraisable("at the exit");
     }
 }
 
@@ -211,6 +216,10 @@ Outcome CommandRunner::describe(Command& command, py::error_already_set& error) 
     bool stopped = false;
     try {
         stopped = isInterrupt_(exception).cast<bool>();
+        if (stopped) {
+            // Asked for twice, it has been obeyed: the description of the first must not fall to the second.
+            command.takeInterrupt();
+        }
         const UserCode userCode(command);
         return {toRuntimeException(exception, stopped ? Status::Cancelled : Status::CommandFailed), stopped};
     } catch (py::error_already_set&) {

@@ -34,6 +34,9 @@ class CommandRunner {
     /// Runs a file in the workspace. Throws RuntimeException when it raises or cannot be read.
     void runFile(const std::filesystem::path& file);
 
+    /// Calls what users registered with `atexit`. Failures are reported on standard error.
+    void runExitFunctions() const;
+
   private:
     Outcome runInThisProcess(Command& command);
     /// In a child that the command forked: the end of the process, as Python would end it. Here the road
@@ -56,6 +59,7 @@ class CommandRunner {
     pybind11::handle resolve_;
     pybind11::handle describe_;
     pybind11::handle isInterrupt_;
+    pybind11::handle runExitFunctions_;
     std::uint64_t evalCount_ = 0;
 };
 

@@ -12,8 +12,9 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <cmath>
+#include <array>
 #include <csignal>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -46,34 +47,36 @@ std::vector<std::string> toTexts(const std::vector<EngineThread::IDType>& ids) {
 
 /// Keeps from a nested command what the one beneath it has set up for itself: the exception that it is
 /// handling, which would become the context of every error above, and its redirections of text.
+///
+/// By the interpreter's own table of `sys`, which knows no error when a user has deleted a name.
 class NestedState {
   public:
-    NestedState()
-        : handled_(py::reinterpret_steal<py::object>(PyErr_GetHandledException())),
-          sys_(py::module_::import("sys")),
-          out_(sys_.attr("stdout")),
-          err_(sys_.attr("stderr")),
-          hook_(sys_.attr("displayhook")) {
+    NestedState() : handled_(py::reinterpret_steal<py::object>(PyErr_GetHandledException())) {
         PyErr_SetHandledException(nullptr);
-        sys_.attr("stdout") = sys_.attr("__stdout__");
-        sys_.attr("stderr") = sys_.attr("__stderr__");
-        sys_.attr("displayhook") = py::module_::import("yvm._display").attr("display");
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            saved_[i] = py::reinterpret_borrow<py::object>(PySys_GetObject(names[i].used));
+            PySys_SetObject(names[i].used, PySys_GetObject(names[i].original));
+        }
     }
     ~NestedState() {
-        sys_.attr("stdout") = out_;
-        sys_.attr("stderr") = err_;
-        sys_.attr("displayhook") = hook_;
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            PySys_SetObject(names[i].used, saved_[i].ptr());
+        }
         PyErr_SetHandledException(handled_.ptr());
     }
     NestedState(const NestedState&) = delete;
     NestedState& operator=(const NestedState&) = delete;
 
   private:
-    py::object handled_;
-    py::module_ sys_;
-    py::object out_;
-    py::object err_;
-    py::object hook_;
+    struct Name {
+        const char* used;
+        const char* original;
+    };
+    static constexpr std::array<Name, 3> names{
+        {{"stdout", "__stdout__"}, {"stderr", "__stderr__"}, {"displayhook", "__displayhook__"}}};
+
+    const py::object handled_;
+    std::array<py::object, names.size()> saved_;
 };
 
 /// Whether code of the import system is below `frame`: it holds locks of modules that are half made.
@@ -145,7 +148,7 @@ void EngineThread::run(const std::optional<std::filesystem::path>& venv,
         const std::lock_guard lock(framesMutex_);
         armed_ = false;
     }
-    py::module_::import("yvm._processes").attr("run_exit_functions")();
+    runner_->runExitFunctions();
     {
         const WithoutGil released;
         defaultOutput_.synchroniseAll();

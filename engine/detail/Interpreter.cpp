@@ -8,7 +8,6 @@
 #include <pybind11/eval.h>
 #include <pybind11/pybind11.h>
 
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -137,11 +136,14 @@ void startInterpreter(EngineThread& engine, const std::optional<std::filesystem:
         py::module_::import("yvm._streams").attr("install")();
         py::module_::import("yvm._processes").attr("install")();
         const auto sys = py::module_::import("sys");
-        sys.attr("displayhook") = py::module_::import("yvm._display").attr("display");
-        sys.attr("argv") = py::make_tuple("").cast<py::list>();
-        // As at an interactive prompt: modules of the working folder can be imported.
-        sys.attr("path").attr("insert")(0, "");
+        py::module_::import("yvm._display").attr("install")();
+        py::list arguments;
+        arguments.append("");
+        sys.attr("argv") = arguments;
         importNumPy(venv.has_value());
+        // As at an interactive prompt: modules of the working folder can be imported. Only now, so that none
+        // of them stands in for one that the engine needs.
+        sys.attr("path").attr("insert")(0, "");
         installSignalHandlers();
     } catch (const py::error_already_set& error) {
         // The object holds references, and this thread is about to give up the GIL.

@@ -117,6 +117,16 @@ TEST_F(EngineTest, ASecondCancelStopsWhatSwallowedTheFirst) {
     stubborn.error();
 }
 
+TEST_F(EngineTest, ACancelThatComesTwiceIsDescribedAsOne) {
+    for (int round = 0; round < 50; ++round) {
+        auto loop = startAndWait("while True: pass");
+        auto first = distributor()->cancel(loop.id, true);
+        distributor()->cancel(loop.id, true);
+        EXPECT_EQ(loop.error().GetID(), "yvm.Interrupt");
+        EXPECT_EQ(first.get(), CmdDistributor::CANCEL_WHILE_RUNNING);
+    }
+}
+
 TEST_F(EngineTest, AnErrorThatAnInterruptLedToCountsAsStopped) {
     auto loop = submitEval("try:\n    print('in', flush=True)\n    while True: pass\nfinally:\n    1/0");
     loop.transcript->waitFor("in\n");

@@ -107,6 +107,20 @@ TEST_F(EngineTest, TextOfACommandInAPauseGoesToItsOwnStreams) {
     EXPECT_EQ(host.transcript->text(), "before\n");
 }
 
+TEST_F(EngineTest, ACommandAboveOneThatDeletedItsStreamsHasItsOwn) {
+    auto host = submitEval(
+        "import sys, yvm\nprint('on', flush=True)\nkept = sys.stdout, sys.displayhook\ndel sys.stdout, "
+        "sys.displayhook\n"
+        "try: yvm.pause(1000)\nfinally: sys.stdout, sys.displayhook = kept");
+    host.transcript->waitFor("on\n");
+    auto inner = submitEval("6*7", inMode(DequeueMode::DEQUEUE_AT_PAUSE));
+    inner.get();
+    EXPECT_EQ(inner.transcript->text(), "42\n");
+    cancel(host.id, true);
+    host.error();
+    EXPECT_EQ(eval("1+1"), "2\n");
+}
+
 TEST_F(EngineTest, APreemptionCommandRunsInsideABusyLoop) {
     auto loop = submitEval("leave = False\nprint('loop', flush=True)\nwhile not leave: pass\nprint('left')");
     loop.transcript->waitFor("loop\n");

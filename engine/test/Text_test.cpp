@@ -73,6 +73,19 @@ TEST_F(EngineTest, AHighSurrogateAtTheEndLeavesWithTheCommand) {
     EXPECT_EQ(submitted.transcript->units(), (std::u16string{u'x', char16_t(0xD83D)}));
 }
 
+TEST_F(EngineTest, TextAfterAQuietSpellLeavesAtOnce) {
+    auto busy = submitEval("print('first', end='')\nwhile True: pass");
+    busy.transcript->waitFor("first");
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (busy.transcript->synchronised() == 0 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(busy.transcript->synchronised(), 1);
+    EXPECT_FALSE(busy.isDone());
+    cancel(busy.id, true);
+    busy.error();
+}
+
 TEST_F(EngineTest, FlushBringsTextOutAtOnce) {
     auto busy = submitEval("print('one'); print('two', flush=True)\nimport yvm\nyvm.pause(1000)");
     busy.transcript->waitFor("two");

@@ -22,6 +22,10 @@ def display(value):
     builtins._ = value
 
 
+def install():
+    sys.displayhook = sys.__displayhook__ = display
+
+
 @contextlib.contextmanager
 def _width_for_arrays():
     """Wraps arrays at the width of the client's window, unless a width was chosen by hand."""

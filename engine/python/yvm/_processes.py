@@ -2,7 +2,6 @@
 
 import _posixsubprocess
 import _thread
-import atexit
 import os
 import signal
 import subprocess
@@ -73,8 +72,3 @@ def end_child(exception):
         traceback.print_exception(exception)
         status = 1
     os._exit(status & 0xFF)
-
-
-def run_exit_functions():
-    """What Python does at its end and the engine can do without finalizing."""
-    atexit._run_exitfuncs()
