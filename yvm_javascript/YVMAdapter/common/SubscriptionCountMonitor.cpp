@@ -17,7 +17,8 @@ const foundation::log::diagnostic_logger& logger() {
 }  // namespace
 
 SubscriptionCountMonitor::SubscriptionCountMonitor(
-    const std::string& channel, std::shared_ptr<connector::message_service::MessageService> messageService,
+    const std::string& channel,
+    const std::shared_ptr<connector::message_service::MessageService>& messageService,
     DisconnectHandler disconnectHandler)
     : disconnectHandler_(std::move(disconnectHandler)) {
     subscribeSubscription_ =

@@ -92,7 +92,8 @@ void YVMAdapter::removeListener() {
 }
 
 YVMConnection::Handler YVMAdapter::makeHandler(std::optional<YVMConnection> YVMAdapter::* connection,
-                                               void (YVMAdapter::*handle)(const BaseRequest&)) {
+                                               void (YVMAdapter::*handle)(const BaseRequest&,
+                                                                          YVMConnection&)) {
     return [weakThis = weak_from_this(), connection, handle](const BaseRequest& request) {
         // A request may come in before the connection that delivers it has been stored.
         const auto self = weakThis.lock();
@@ -100,7 +101,7 @@ YVMConnection::Handler YVMAdapter::makeHandler(std::optional<YVMConnection> YVMA
             FOUNDATION_LOG(logger(), foundation::log::Normal) << "Returning early due to null weakThis";
             return;
         }
-        ((*self).*handle)(request);
+        ((*self).*handle)(request, *((*self).*connection));
     };
 }
 
@@ -130,13 +131,13 @@ void YVMAdapter::setYVMPtr(std::shared_ptr<yvm::YVM>&& yvm) {
     removeListener();
 }
 
-void YVMAdapter::handleAttachRequest(const BaseRequest& baseRequest) {
+void YVMAdapter::handleAttachRequest(const BaseRequest& baseRequest, YVMConnection& connection) {
     const AttachRequest request(baseRequest);
     RequestResponse response(request.getRequestID());
 
     if (request.getYvmID() != "user-yvm") {
         response.setError(request.getYvmID() + " is not supported", RequestResponse::Status::RequestInvalid);
-        attachConnection_->publishResponse(response);
+        connection.publishResponse(response);
         FOUNDATION_LOG(logger(), foundation::log::RefusedEngine)
             << "Unsupported YVM ID: " << request.getYvmID();
         return;
@@ -182,16 +183,16 @@ void YVMAdapter::completeAttachLocked(const std::string& prefix, ApiVersion vers
     attachConnection_->publishResponse(response);
 }
 
-void YVMAdapter::handleDetachRequest(const BaseRequest& baseRequest) {
+void YVMAdapter::handleDetachRequest(const BaseRequest& baseRequest, YVMConnection& connection) {
     const DetachRequest request(baseRequest);
     RequestResponse response(request.getRequestID());
     if (request.getRequestIDtoDetach().empty()) {
         response.setError("requestIDtoDetach is missing", RequestResponse::Status::RequestInvalid);
-        detachConnection_->publishResponse(response);
+        connection.publishResponse(response);
         return;
     }
     const std::string prefix = channelPrefixFor(request.getRequestIDtoDetach());
-    detachConnection_->publishResponse(response);
+    connection.publishResponse(response);
     FOUNDATION_LOG(logger(), foundation::log::Normal) << prefix << " has requested detach";
 
     const std::lock_guard lock(mutex_);

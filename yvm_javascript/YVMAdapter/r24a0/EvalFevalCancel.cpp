@@ -32,6 +32,15 @@ void logNullWeakThis() {
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "Returning early due to null weakThis";
 }
 
+/// A connection that does not stand is like a service that has gone: nobody waits for its answers.
+void publishResponse(std::optional<YVMConnection>& connection, const RequestResponse& response) {
+    if (connection) {
+        connection->publishResponse(response);
+    } else {
+        logNullWeakThis();
+    }
+}
+
 /// Commands of a person at a console run in the engine's stream 0, all others in -2.
 cmddistributor::IqmStreamID streamOf(const cmddistributor::RunOptions& runOptions) {
     return std::ranges::find(runOptions.getGroupNames(), "UserGroup") != runOptions.getGroupNames().end()
@@ -172,7 +181,7 @@ void EvalFevalCancel::handleEvalRequest(const EvalRequest& request, const std::s
             RequestResponse response(requestID);
             response.setError("Cannot find a distributor instance to submit this YVM request",
                               RequestResponse::Status::RequestInvalid);
-            evalConnection_->publishResponse(response);
+            publishResponse(evalConnection_, response);
             return;
         }
         const IDType id = insertNewIIP(requestID, distributor);
@@ -191,7 +200,7 @@ void EvalFevalCancel::handleEvalRequest(const EvalRequest& request, const std::s
     } catch (...) {
         RequestResponse response(requestID);
         response.setError(std::current_exception(), std::nullopt);
-        evalConnection_->publishResponse(response);
+        publishResponse(evalConnection_, response);
     }
 }
 
@@ -215,7 +224,7 @@ void EvalFevalCancel::handleFevalRequest(const FevalRequest& request, const std:
     } catch (...) {
         RequestResponse response(requestID);
         response.setError(std::current_exception(), std::nullopt);
-        fevalConnection_->publishResponse(response);
+        publishResponse(fevalConnection_, response);
     }
 }
 
@@ -235,7 +244,7 @@ void EvalFevalCancel::completeEval(const std::weak_ptr<EvalFevalCancel>& weakThi
         response.setError(std::current_exception(), std::nullopt);
     }
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "Responding to eval request " << requestID;
-    self->evalConnection_->publishResponse(response);
+    publishResponse(self->evalConnection_, response);
 }
 
 void EvalFevalCancel::completeFeval(const std::weak_ptr<EvalFevalCancel>& weakThis,
@@ -257,7 +266,7 @@ void EvalFevalCancel::completeFeval(const std::weak_ptr<EvalFevalCancel>& weakTh
         response.setError(std::current_exception(), std::nullopt);
     }
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "Responding to feval request " << requestID;
-    self->fevalConnection_->publishResponse(response);
+    publishResponse(self->fevalConnection_, response);
 }
 
 }  // namespace yvm::JSClient::r24a0

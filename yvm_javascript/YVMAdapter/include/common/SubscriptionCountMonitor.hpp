@@ -24,9 +24,10 @@ class SubscriptionCountMonitor {
     /// Blocks until both registrations are confirmed and throws what their futures throw. `disconnectHandler`
     /// must not be empty; it runs on the delivering thread with no lock held, and its exceptions go back to
     /// the service.
-    SubscriptionCountMonitor(const std::string& channel,
-                             std::shared_ptr<connector::message_service::MessageService> messageService,
-                             DisconnectHandler disconnectHandler);
+    SubscriptionCountMonitor(
+        const std::string& channel,
+        const std::shared_ptr<connector::message_service::MessageService>& messageService,
+        DisconnectHandler disconnectHandler);
     SubscriptionCountMonitor(const SubscriptionCountMonitor&) = delete;
     SubscriptionCountMonitor& operator=(const SubscriptionCountMonitor&) = delete;
 

@@ -61,11 +61,11 @@ class YVMAdapter : public std::enable_shared_from_this<YVMAdapter> {
     using PendingAttach = std::pair<std::string, std::function<void()>>;
 
     void removeListener();
-    void handleAttachRequest(const BaseRequest& request);
-    void handleDetachRequest(const BaseRequest& request);
+    void handleAttachRequest(const BaseRequest& request, YVMConnection& connection);
+    void handleDetachRequest(const BaseRequest& request, YVMConnection& connection);
     void completeAttachLocked(const std::string& prefix, ApiVersion version, const RequestResponse& response);
     YVMConnection::Handler makeHandler(std::optional<YVMConnection> YVMAdapter::* connection,
-                                       void (YVMAdapter::*handle)(const BaseRequest&));
+                                       void (YVMAdapter::*handle)(const BaseRequest&, YVMConnection&));
 
     // In the order of building: the two public channels fall silent before any client goes.
     std::shared_ptr<yvm::YVM> yvm_;  // guarded by mutex_
