@@ -44,7 +44,7 @@ const std::u16string textEventName = u"ylutil::io::TextBaseEvent";
 /// Used by the engine thread that writes; not for two threads at once.
 class TextEventBufferHack final : public std::basic_streambuf<char16_t> {
   public:
-    TextEventBufferHack(StreamTypeEnum streamType, SinkTraits traits)
+    TextEventBufferHack(StreamTypeEnum streamType, const SinkTraits& traits)
         : streamType_(streamType), traits_(traits) {}
 
   protected:
@@ -125,7 +125,7 @@ class TextEventBufferHack final : public std::basic_streambuf<char16_t> {
 };
 
 boost::shared_ptr<std::basic_streambuf<char16_t>> makeTextEventBufferHack(StreamTypeEnum streamType,
-                                                                          SinkTraits traits) {
+                                                                          const SinkTraits& traits) {
     return boost::make_shared<TextEventBufferHack>(streamType, traits);
 }
 
