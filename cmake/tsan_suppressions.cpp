@@ -1,8 +1,9 @@
 // Linked into every test program of the thread sanitizer's build; read by its runtime at start.
 //
 // The reference count of std::exception_ptr lives in the system's libstdc++, which is not instrumented: the
-// sanitizer does not see that the last release on one thread comes after the reads on another, and reports the
-// exception's destructor. Boost's futures keep exceptions of types that they do not know in such pointers.
+// sanitizer does not see that the last release on one thread comes after the reads on another, and reports
+// the exception's destructor. Boost's futures keep exceptions of types that they do not know in such
+// pointers.
 extern "C" const char* __tsan_default_suppressions() {
     return "race:std::__exception_ptr::exception_ptr::_M_release\n";
 }
