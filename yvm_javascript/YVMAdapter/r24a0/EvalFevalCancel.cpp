@@ -138,7 +138,7 @@ YVMConnection::Handler EvalFevalCancel::makeHandler(
 }
 
 PublishTextCallback EvalFevalCancel::makePublishTextCallback() {
-    return [weakThis = weak_from_this()](std::string channel, JsonObject message) {
+    return [weakThis = weak_from_this()](const std::string& channel, JsonObject message) {
         if (const auto self = weakThis.lock()) {
             self->publishTextCallback(channel, std::move(message));
         } else {
