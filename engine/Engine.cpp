@@ -57,7 +57,7 @@ void startThread(std::function<void()> body) {
     if (error != 0) {
         throw std::system_error(error, std::generic_category(), "the engine's thread does not start");
     }
-    owned.release();
+    static_cast<void>(owned.release());  // It is the thread's now.
 }
 
 /// As it stands now: the working folder is about to change.
@@ -69,7 +69,7 @@ std::optional<std::filesystem::path> absolute(const std::optional<std::filesyste
 
 class Engine::Parts {
   public:
-    explicit Parts(ConsoleBuffer::Console console) : thread(std::move(console)), events(EventMgr::create()) {
+    explicit Parts(const ConsoleBuffer::Console& console) : thread(console), events(EventMgr::create()) {
         events->setCommandHandlerLookup(
             [commands = thread.commands()](const IDType& id, const std::u16string& name) {
                 const auto command = commands->find(id);
@@ -91,7 +91,7 @@ class Engine::Parts {
     std::atomic<bool> stopped{false};
 };
 
-std::shared_ptr<Engine> Engine::start(EngineOptions options) {
+std::shared_ptr<Engine> Engine::start(const EngineOptions& options) {
     if (hasStarted.exchange(true)) {
         throw std::logic_error("an engine was started in this process before; there can be one only");
     }
@@ -103,7 +103,7 @@ std::shared_ptr<Engine> Engine::start(EngineOptions options) {
     }
     // Never destroyed: threads of the user may be writing text while the engine and the process end.
     static Parts* parts = nullptr;
-    parts = new Parts(std::move(options.console));
+    parts = new Parts(options.console);
     const auto venv = absolute(options.venv);
     const auto startupFile = absolute(options.startupFile);
     if (options.workingFolder) {

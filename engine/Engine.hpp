@@ -55,7 +55,7 @@ class Engine final : public YVM {
     /// engine of `yvm::Factory` is then this one. Throws `std::runtime_error` that says what is wrong with
     /// an option (no such environment, script or folder, a script that raises), `std::logic_error` on the
     /// second call in a process.
-    static std::shared_ptr<Engine> start(EngineOptions options);
+    static std::shared_ptr<Engine> start(const EngineOptions& options);
 
     /// Stops, if nobody has. See `stop`.
     ~Engine() override;

@@ -100,7 +100,7 @@ void createEngineModule(EngineThread& engine) {
     module.attr("flush_output") = makeFlush(engine, StreamTypeEnum::Output);
     module.attr("flush_error") = makeFlush(engine, StreamTypeEnum::Error);
 
-    py::class_<Command, std::shared_ptr<Command>>(module, "Command");
+    const py::class_<Command, std::shared_ptr<Command>> commandType(module, "Command");
     module.def("current_command", [] { return CommandScope::current(); });
     module.def("run_for_command", &runForCommand);
     module.def("window_columns", [&engine] {

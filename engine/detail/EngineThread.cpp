@@ -116,7 +116,7 @@ std::string describeStartupFailure(const std::filesystem::path& file, const Runt
 
 }  // namespace
 
-EngineThread::EngineThread(ConsoleBuffer::Console console)
+EngineThread::EngineThread(const ConsoleBuffer::Console& console)
     : releases_(std::make_shared<ReleaseQueue>([this] { wake(); })),
       commands_(std::make_shared<CommandTable>()),
       defaultOutput_(makeConsoleSink(console, false), makeConsoleSink(console, true)),
@@ -162,7 +162,7 @@ void EngineThread::startPython(const std::optional<std::filesystem::path>& venv,
                                const std::optional<std::filesystem::path>& startupFile) {
     thread_ = pthread_self();
     startInterpreter(*this, venv);
-    runner_.emplace(ArrayConversion(releases_));
+    runner_ = std::make_unique<CommandRunner>(ArrayConversion(releases_));
     if (startupFile) {
         try {
             runner_->runFile(*startupFile);

@@ -41,7 +41,7 @@ class EngineThread final : public cmddistributor::EngineSignals {
     using Moment = cmddistributor::Moment;
     using Clock = std::chrono::steady_clock;
 
-    explicit EngineThread(ConsoleBuffer::Console console);
+    explicit EngineThread(const ConsoleBuffer::Console& console);
     ~EngineThread() override;
 
     const boost::shared_ptr<cmddistributor::CommandQueue>& queue() const noexcept { return queue_; }
@@ -103,7 +103,7 @@ class EngineThread final : public cmddistributor::EngineSignals {
     OutputStreams defaultOutput_;
     const boost::shared_ptr<cmddistributor::CommandQueue> queue_;
 
-    std::optional<CommandRunner> runner_;  // engine thread
+    std::unique_ptr<CommandRunner> runner_;  // engine thread; made when Python has started
 
     mutable std::mutex framesMutex_;
     /// Innermost last. Changed by the engine thread under framesMutex_, so that this thread reads it without.
