@@ -34,10 +34,6 @@ void waitForSignal(boost::asio::io_context& context, boost::asio::signal_set& si
 }
 
 void run(const server::app::Options& options) {
-    // Caught from the start, so that a signal during the start ends in an orderly stop too. The kernel
-    // prefers the main thread, so no other has to block them; masks are inherited by what commands start.
-    boost::asio::io_context context;
-    boost::asio::signal_set signals(context, SIGINT, SIGTERM);
     std::signal(SIGPIPE, SIG_IGN);
 
     server::app::Application application(options);
@@ -47,6 +43,12 @@ void run(const server::app::Options& options) {
     engineOptions.workingFolder = options.workingFolder;
     engineOptions.console = writeConsole;
     const auto engine = yvm::engine::Engine::start(engineOptions);
+
+    // Not before: a start-up script may never end, and until here nothing is in flight that a signal could
+    // lose. The kernel prefers the main thread, so no other has to block them; masks are inherited by what
+    // commands start.
+    boost::asio::io_context context;
+    boost::asio::signal_set signals(context, SIGINT, SIGTERM);
     application.start(engine);
     std::cout << "yvm-connector: listening on " << application.address() << std::endl;
 
