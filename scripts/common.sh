@@ -4,7 +4,8 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
-export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+# One cache for every clone of the project.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 
 # A line a stage: what is being done, and how far we are.
 stage() { printf '%s: [%s] %s\n' "$program" "$1" "$2"; }
