@@ -23,6 +23,11 @@ void RequestResponse::setError(const std::string& message, Status status) {
 
 void RequestResponse::setError(const std::exception_ptr& error, std::optional<Status> status) noexcept {
     const auto statusOfOthers = status.value_or(Status::Unclassified);
+    if (!error) {
+        // There is nothing to rethrow, and trying to would end the program.
+        setError("Unknown Exception", statusOfOthers);
+        return;
+    }
     try {
         std::rethrow_exception(error);
     } catch (const cmddistributor::RuntimeException& exception) {

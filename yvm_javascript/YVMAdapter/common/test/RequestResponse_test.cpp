@@ -86,6 +86,15 @@ TEST(RequestResponse, WhatIsNoExceptionIsUnknown) {
     EXPECT_EQ(test::memberOf(response.getJson().at("error"), "status"), Value(5));
 }
 
+TEST(RequestResponse, NoExceptionAtAllIsUnknown) {
+    RequestResponse response("7");
+    response.setError(std::exception_ptr(), std::nullopt);
+    EXPECT_EQ(test::memberOf(response.getJson().at("error"), "message"), Value("Unknown Exception"));
+    EXPECT_EQ(test::memberOf(response.getJson().at("error"), "status"), Value(2));
+    response.setError(std::exception_ptr(), Status::RequestInvalid);
+    EXPECT_EQ(test::memberOf(response.getJson().at("error"), "status"), Value(5));
+}
+
 TEST(RequestResponse, InvalidUtf8InAMessageBecomesTheReplacementCharacter) {
     RequestResponse response("7");
     response.setError(std::make_exception_ptr(std::runtime_error("cut \xC3")), std::nullopt);

@@ -29,7 +29,8 @@ class RequestResponse {
 
     /// Classifies a caught exception. A `cmddistributor::RuntimeException` is stored whole, with `status` in
     /// place of its own if one is given; any other becomes an error with its `what()`, or "Unknown Exception"
-    /// if it has none, and `status` or else 2. Nothing escapes; running out of memory here ends the program.
+    /// if it has none or `error` is null, and `status` or else 2. Nothing escapes; running out of memory here
+    /// ends the program.
     void setError(const std::exception_ptr& error, std::optional<Status> status) noexcept;
 
     const JsonObject& getJson() const noexcept { return json_; }
