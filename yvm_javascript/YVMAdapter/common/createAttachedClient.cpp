@@ -7,19 +7,21 @@
 
 namespace yvm::JSClient {
 
+void requireAttachableVersion(ApiVersion version) {
+    if (version == ApiVersion::r22a0) {
+        throw std::runtime_error("API version r22a0 is not available; attach with r24a0");
+    }
+}
+
 std::unique_ptr<AttachedClientInterface> createAttachedClient(
     ApiVersion version, std::string channelPrefix, std::shared_ptr<yvm::YVM> yvm,
     std::shared_ptr<connector::message_service::MessageService> messageService,
     std::function<void(const std::string&)> disconnectHandler) {
-    switch (version) {
-        case ApiVersion::r24a0:
-            return std::make_unique<r24a0::AttachedClient>(std::move(channelPrefix), std::move(yvm),
-                                                           std::move(messageService),
-                                                           std::move(disconnectHandler));
-        case ApiVersion::r22a0:
-            throw std::runtime_error("API version r22a0 is not available; attach with r24a0");
-        case ApiVersion::Unsupported:
-            break;
+    requireAttachableVersion(version);
+    if (version == ApiVersion::r24a0) {
+        return std::make_unique<r24a0::AttachedClient>(std::move(channelPrefix), std::move(yvm),
+                                                       std::move(messageService),
+                                                       std::move(disconnectHandler));
     }
     return nullptr;
 }

@@ -247,6 +247,28 @@ TEST_F(YVMAdapterTest, ARefusedAttachDoesNotWaitForTheEngine) {
     EXPECT_EQ(answers().size(), 2U);
 }
 
+TEST_F(YVMAdapterTest, TheOlderVersionAloneIsRefusedAtOnceAndKeepsNoOtherWaiting) {
+    start();
+    const LogCapture log;
+    attach(attachMessage("a", R"(["r22a0"])"));
+    expectPlainError(onlyAnswer(), 2, "API version r22a0 is not available; attach with r24a0");
+    EXPECT_TRUE(log.texts(logChannel, 8).empty()) << "it has not got as far as a prefix";
+    service->clearPublications();
+    attach(attachMessage("b"));
+    EXPECT_TRUE(answers().empty());
+    registerEngine(engine);
+    EXPECT_EQ(answers(), std::vector<std::string>{attachAnswer("b")});
+}
+
+TEST_F(YVMAdapterTest, AnAttachThatWaitsIsLoggedWhenItIsAskedFor) {
+    start();
+    const LogCapture log;
+    attach(attachMessage("a"));
+    EXPECT_EQ(log.texts(logChannel, 8), std::vector<std::string>{"/yvm/a has requested attach"});
+    registerEngine(engine);
+    EXPECT_EQ(log.texts(logChannel, 8).size(), 1U);
+}
+
 TEST_F(YVMAdapterTest, ADetachedAttachThatWaitsIsNeverAnswered) {
     start();
     attach(attachMessage("a"));

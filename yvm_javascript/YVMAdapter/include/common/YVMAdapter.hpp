@@ -24,9 +24,8 @@ namespace yvm::JSClient {
 /// - Attach: `{"requestID":"a","yvmID":"user-yvm","supportedApiVersions":["r24a0"]}` is answered by
 ///   `{"requestID":"a","apiVersion":"r24a0","channelPrefix":"/yvm/a"}`, after the client's channels have been
 ///   subscribed. Until the engine is there the attach waits, unanswered.
-/// - Detach: `{"requestID":"d","requestIDtoDetach":"a"}` is answered by `{"requestID":"d"}`, before the
-/// client is
-///   destroyed. Naming nobody is no error.
+/// - Detach: `{"requestID":"d","requestIDtoDetach":"a"}` is answered by `{"requestID":"d"}`, and then the
+///   client is destroyed. Naming nobody is no error.
 ///
 /// Life: constructed (which finds the engine, or waits for it), `initializeMessageService`, then at work
 /// until it is destroyed. Must be owned by a `std::shared_ptr`. The first engine that is found stays; one
@@ -51,7 +50,9 @@ class YVMAdapter : public std::enable_shared_from_this<YVMAdapter> {
     void setMessageService(std::shared_ptr<connector::message_service::MessageService> messageService);
 
     /// Stores the engine, completes the attaches that wait, in order, and stops listening for engines. An
-    /// exception of one of them leaves; it and those behind it stay unanswered.
+    /// exception of one of them leaves; it and those behind it stay unanswered. The list is then kept, so the
+    /// next engine runs all of its steps again: the answer goes out a second time for those that had run,
+    /// whose clients stay with the first engine.
     void setYVMPtr(std::shared_ptr<yvm::YVM>&& yvm);
 
     /// Forgets the client to whose prefix `channel` belongs ("/yvm/abc/connection/stillAlive": "/yvm/abc").
