@@ -1,5 +1,6 @@
 #include "common/SubscriptionCountMonitor.hpp"
 
+#include "common/awaitSubscription.hpp"
 #include "foundation/log/basic_diagnostic_logger.hpp"
 
 #include <utility>
@@ -21,10 +22,10 @@ SubscriptionCountMonitor::SubscriptionCountMonitor(
     const std::shared_ptr<connector::message_service::MessageService>& messageService,
     DisconnectHandler disconnectHandler)
     : disconnectHandler_(std::move(disconnectHandler)) {
-    subscribeSubscription_ =
-        messageService->onSubscribe(channel, [this](const auto& event) { onSubscribe(event); }).get();
-    unsubscribeSubscription_ =
-        messageService->onUnsubscribe(channel, [this](const auto& event) { onUnsubscribe(event); }).get();
+    subscribeSubscription_ = awaitSubscription(
+        messageService->onSubscribe(channel, [this](const auto& event) { onSubscribe(event); }), channel);
+    unsubscribeSubscription_ = awaitSubscription(
+        messageService->onUnsubscribe(channel, [this](const auto& event) { onUnsubscribe(event); }), channel);
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "Monitoring " << channel;
 }
 

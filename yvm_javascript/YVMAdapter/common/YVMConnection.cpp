@@ -1,5 +1,6 @@
 #include "common/YVMConnection.hpp"
 
+#include "common/awaitSubscription.hpp"
 #include "common/repairCommand.hpp"
 #include "foundation/json/Parser.hpp"
 #include "foundation/json/ParserException.hpp"
@@ -73,13 +74,12 @@ foundation::core::util::scope_guard YVMConnection::subscribe(const std::string& 
     FOUNDATION_FUNCTION_TRACE(logger());
     const std::string fullChannel = channel_ + "/" + subChannel;
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "subscribe to " << fullChannel;
-    auto subscription = messageService_
-                            ->subscribe(fullChannel,
-                                        [this, callback = std::move(callback)](
-                                            const connector::message_service::JsonMessage& message) {
-                                            onMessage(callback, message);
-                                        })
-                            .get();
+    auto future = messageService_->subscribe(
+        fullChannel,
+        [this, callback = std::move(callback)](const connector::message_service::JsonMessage& message) {
+            onMessage(callback, message);
+        });
+    auto subscription = awaitSubscription(std::move(future), fullChannel);
     return foundation::core::util::scope_guard(
         [subscription = std::move(subscription)] { subscription->unsubscribe(); });
 }

@@ -1,5 +1,6 @@
 #include "common/SubscriptionCountMonitor.hpp"
 
+#include "common/test/NullSubscriptions.hpp"
 #include "common/test/support.hpp"
 #include "testing/FakeMessageService.hpp"
 #include "testing/LogCapture.hpp"
@@ -91,6 +92,17 @@ TEST_F(SubscriptionCountMonitorTest, AFailedRegistrationLeavesTheConstructorAndN
         service->failNextSubscribe(Failure::cancelled, after);
         EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { watch(); }), "Future has been cancelled.");
         EXPECT_EQ(service->subscriberCount(), 0U);
+    }
+}
+
+TEST_F(SubscriptionCountMonitorTest, ANullSubscriptionLeavesTheConstructorAndNothingBehind) {
+    for (const std::size_t successes : {0U, 1U}) {
+        const auto nullService = std::make_shared<test::NullSubscriptions>(successes);
+        EXPECT_EQ(test::textThrownBy<std::runtime_error>(
+                      [&] { SubscriptionCountMonitor(channel, nullService, [](const std::string&) {}); }),
+                  "The message service gave no subscription to " + channel);
+        const auto log = nullService->inner->subscriptionLog();
+        EXPECT_EQ(log.size(), 2 * successes) << "what was begun has been ended";
     }
 }
 

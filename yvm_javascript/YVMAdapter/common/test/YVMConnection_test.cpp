@@ -1,6 +1,7 @@
 #include "common/YVMConnection.hpp"
 
 #include "cmddistributor/RuntimeException.hpp"
+#include "common/test/NullSubscriptions.hpp"
 #include "common/test/support.hpp"
 #include "testing/FakeMessageService.hpp"
 #include "testing/LogCapture.hpp"
@@ -257,6 +258,13 @@ TEST_F(YVMConnectionTest, AFailedSubscriptionLeavesTheConstructor) {
     EXPECT_EQ(failureText(Failure::exceptionInFuture), "fake failure");
     EXPECT_EQ(failureText(Failure::thrown), "fake failure");
     EXPECT_EQ(service->subscriberCount(), 0U);
+}
+
+TEST_F(YVMConnectionTest, ANullSubscriptionLeavesTheConstructor) {
+    const auto nullService = std::make_shared<test::NullSubscriptions>(0);
+    EXPECT_EQ(textThrownBy<std::runtime_error>(
+                  [&] { YVMConnection(nullService, "/base", [](const BaseRequest&) {}); }),
+              "The message service gave no subscription to /base/request");
 }
 
 TEST_F(YVMConnectionTest, AHandlerMayDestroyItsOwnConnection) {

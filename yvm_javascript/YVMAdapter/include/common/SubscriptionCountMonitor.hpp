@@ -21,9 +21,9 @@ class SubscriptionCountMonitor {
   public:
     using DisconnectHandler = std::function<void(const std::string&)>;
 
-    /// Blocks until both registrations are confirmed and throws what their futures throw. `disconnectHandler`
-    /// must not be empty; it runs on the delivering thread with no lock held, and its exceptions go back to
-    /// the service.
+    /// Blocks until both registrations are confirmed and throws what `awaitSubscription` throws.
+    /// `disconnectHandler` must not be empty; it runs on the delivering thread with no lock held, and its
+    /// exceptions go back to the service.
     SubscriptionCountMonitor(
         const std::string& channel,
         const std::shared_ptr<connector::message_service::MessageService>& messageService,

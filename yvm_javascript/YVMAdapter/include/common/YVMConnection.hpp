@@ -34,7 +34,7 @@ class YVMConnection {
     using Handler = std::function<void(const BaseRequest&)>;
 
     /// An empty handler makes a connection that only publishes. Blocks until the subscription is confirmed
-    /// and throws what its future throws.
+    /// and throws what `awaitSubscription` throws.
     YVMConnection(std::shared_ptr<connector::message_service::MessageService> messageService,
                   std::string channel, Handler handler);
     ~YVMConnection();
