@@ -68,6 +68,7 @@ foundation::json::Value toJson(const std::vector<foundation::yorlabdata::Array>&
 std::shared_ptr<EvalFevalCancel> EvalFevalCancel::create(
     std::string prefix, const std::shared_ptr<yvm::YVM>& yvm, std::shared_ptr<MessageService> messageService,
     const std::shared_ptr<EventManagerConnection>& eventManagerConnection) {
+    FOUNDATION_FUNCTION_TRACE(logger());
     std::shared_ptr<EvalFevalCancel> service(
         new EvalFevalCancel(std::move(prefix), std::move(messageService)));
     // Apart from the constructor, in which there is no weak reference yet.

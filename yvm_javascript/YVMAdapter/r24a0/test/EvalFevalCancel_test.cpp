@@ -166,6 +166,17 @@ TEST_F(EvalFevalCancelTest, OtherFailuresOfAnEvalAreAnsweredByTheirText) {
     expectPlainError(only("/yvm/a/eval/response"), 2, "out of order");
 }
 
+TEST_F(EvalFevalCancelTest, WhatIsNoExceptionIsAnsweredAsUnknown) {
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    distributor->fail(lastId(), std::make_exception_ptr(42));
+    expectPlainError(only("/yvm/a/eval/response"), 2, "Unknown Exception");
+    service->clearPublications();
+    feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    distributor->fail(lastId(), std::make_exception_ptr(42));
+    expectPlainError(only("/yvm/a/feval/response"), 2, "Unknown Exception");
+}
+
 TEST_F(EvalFevalCancelTest, AFaultOfTheMessageReachesNoEngine) {
     create();
     eval(R"({"requestID":"1"})");
@@ -464,14 +475,18 @@ TEST_F(EvalFevalCancelTest, OperationsOpenAFunctionTrace) {
     distributor->succeed(lastId());
     client.reset();
     const auto entries = log.texts(logChannel, 32);
+    const auto countOf = [&entries](const std::string& function) {
+        return std::ranges::count_if(
+            entries, [&](const std::string& text) { return text.find(function) != std::string::npos; });
+    };
     for (const std::string function :
-         {"::EvalFevalCancel(", "::~EvalFevalCancel(", "::createYVMConnections(", "makeHandler",
-          "::insertNewIIP(", "::handleEvalRequest(", "::handleFevalRequest(", "::completeEval(",
-          "::completeFeval(", "::publishTextCallback("}) {
-        EXPECT_TRUE(std::ranges::any_of(entries, [&](const std::string& text) {
-            return text.find(function) != std::string::npos;
-        })) << function;
+         {"::create(", "::EvalFevalCancel(", "::~EvalFevalCancel(", "::createYVMConnections(",
+          "::makeHandler<yvm::JSClient::r24a0::EvalRequest>(",
+          "::makeHandler<yvm::JSClient::r24a0::FevalRequest>(", "::handleEvalRequest(",
+          "::handleFevalRequest(", "::completeEval(", "::completeFeval(", "::publishTextCallback("}) {
+        EXPECT_EQ(countOf(function), 1) << function << " among " << testing::PrintToString(entries);
     }
+    EXPECT_EQ(countOf("::insertNewIIP("), 2) << "once for each request";
     EXPECT_EQ(log.texts(logChannel, 64).size(), entries.size());
 }
 
