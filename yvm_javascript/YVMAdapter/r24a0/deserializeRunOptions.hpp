@@ -18,23 +18,21 @@ using PublishTextCallback = std::function<void(std::string, JsonObject)>;
 /// Builds the run options of one command from the object `runOptions` of its request. Every key is optional,
 /// an absent key leaves the default of `RunOptions`, unknown keys are ignored:
 ///
-/// | Key                                          | JSON             | Effect |
-/// |----------------------------------------------|------------------|---------------------------------------------|
-/// | `dequeueMode`                                | string           | as named; a text that names no mode is
-/// ignored | | `queueName`                                  | string           | the queue | |
-/// `capabilitiesList`                           | array of strings | allows these alone | | `groupNames` |
-/// array of strings | adds the groups, in order                   | | `suppressDebugControlOutput` | boolean
-/// |                                             | | `commandWindowRowSize`, `commandWindowColSize` | number
-/// | truncated to 64 bits, unchecked             | | `outSinkTraits`, `errSinkTraits`             | object |
-/// see readSinkTraits.hpp; used by the next two | | `useNullOutSink`, `useNullErrSink`           | boolean |
-/// true: the stream's text is dropped; false: it is published |
+/// - `dequeueMode`, string: the mode of that name; a text that names no mode is ignored.
+/// - `queueName`, string: the queue.
+/// - `capabilitiesList`, array of strings: allows these alone.
+/// - `groupNames`, array of strings: adds the groups, in order.
+/// - `suppressDebugControlOutput`, boolean.
+/// - `commandWindowRowSize`, `commandWindowColSize`, number: truncated to 64 bits, unchecked.
+/// - `outSinkTraits`, `errSinkTraits`, object: see readSinkTraits.hpp; used by the next two.
+/// - `useNullOutSink`, `useNullErrSink`, boolean: true drops the stream's text, false publishes it.
 ///
 /// Text goes out as `{"requestID": R, "stream": 0 or 1, "text": "..."}` on "/text/output" or "/text/error",
 /// through `publishTextCallback` on the thread that writes it. `requestID` is the R.
 ///
 /// `eventConnection` is the client's event bridge. It is not read yet and may be null.
 ///
-/// Throws `boost::bad_get` when a key has a value of another type than the table says. Starts nothing.
+/// Throws `boost::bad_get` when a key has a value of another type than the list says. Starts nothing.
 cmddistributor::RunOptions deserializeRunOptions(
     const JsonObject& options, const std::shared_ptr<EventManagerConnection>& eventConnection,
     const std::string& requestID, PublishTextCallback publishTextCallback);
