@@ -79,6 +79,13 @@ YVMAdapter::YVMAdapter() {
 YVMAdapter::~YVMAdapter() {
     // The listener holds this address. A guard, since a context that has ended throws, and has no listeners.
     const foundation::core::util::scope_guard stopListening([this] { removeListener(); });
+    // While both still stand, for the handlers that are waited for here look at them. Without the mutex,
+    // which these may wait for.
+    for (auto* connection : {&detachConnection_, &attachConnection_}) {
+        if (*connection) {
+            (*connection)->unsubscribe();
+        }
+    }
 }
 
 void YVMAdapter::removeListener() {
@@ -92,16 +99,15 @@ void YVMAdapter::removeListener() {
 }
 
 YVMConnection::Handler YVMAdapter::makeHandler(std::optional<YVMConnection> YVMAdapter::* connection,
-                                               void (YVMAdapter::*handle)(const BaseRequest&,
-                                                                          YVMConnection&)) {
-    return [weakThis = weak_from_this(), connection, handle](const BaseRequest& request) {
+                                               void (YVMAdapter::*handle)(const BaseRequest&)) {
+    // The plain address: the destructor waits for a handler, which must not own what it would then destroy.
+    return [this, connection, handle](const BaseRequest& request) {
         // A request may come in before the connection that delivers it has been stored.
-        const auto self = weakThis.lock();
-        if (!self || !((*self).*connection)) {
-            FOUNDATION_LOG(logger(), foundation::log::Normal) << "Returning early due to null weakThis";
+        if (!(this->*connection)) {
+            FOUNDATION_LOG(logger(), foundation::log::Normal) << "Returning early due to missing connection";
             return;
         }
-        ((*self).*handle)(request, *((*self).*connection));
+        (this->*handle)(request);
     };
 }
 
@@ -131,13 +137,13 @@ void YVMAdapter::setYVMPtr(std::shared_ptr<yvm::YVM>&& yvm) {
     removeListener();
 }
 
-void YVMAdapter::handleAttachRequest(const BaseRequest& baseRequest, YVMConnection& connection) {
+void YVMAdapter::handleAttachRequest(const BaseRequest& baseRequest) {
     const AttachRequest request(baseRequest);
     RequestResponse response(request.getRequestID());
 
     if (request.getYvmID() != "user-yvm") {
         response.setError(request.getYvmID() + " is not supported", RequestResponse::Status::RequestInvalid);
-        connection.publishResponse(response);
+        attachConnection_->publishResponse(response);
         FOUNDATION_LOG(logger(), foundation::log::RefusedEngine)
             << "Unsupported YVM ID: " << request.getYvmID();
         return;
@@ -186,16 +192,16 @@ void YVMAdapter::completeAttachLocked(const std::string& prefix, ApiVersion vers
     attachConnection_->publishResponse(response);
 }
 
-void YVMAdapter::handleDetachRequest(const BaseRequest& baseRequest, YVMConnection& connection) {
+void YVMAdapter::handleDetachRequest(const BaseRequest& baseRequest) {
     const DetachRequest request(baseRequest);
     RequestResponse response(request.getRequestID());
     if (request.getRequestIDtoDetach().empty()) {
         response.setError("requestIDtoDetach is missing", RequestResponse::Status::RequestInvalid);
-        connection.publishResponse(response);
+        detachConnection_->publishResponse(response);
         return;
     }
     const std::string prefix = channelPrefixFor(request.getRequestIDtoDetach());
-    connection.publishResponse(response);
+    detachConnection_->publishResponse(response);
     FOUNDATION_LOG(logger(), foundation::log::Normal) << prefix << " has requested detach";
 
     const std::lock_guard lock(mutex_);

@@ -52,6 +52,10 @@ YVMConnection::~YVMConnection() {
     FOUNDATION_FUNCTION_TRACE(logger());
 }
 
+void YVMConnection::unsubscribe() {
+    subscription_ = {};
+}
+
 void YVMConnection::publish(const std::string& subChannel, JsonObject message) {
     FOUNDATION_FUNCTION_TRACE(logger());
     publishJson(*messageService_, channel_ + "/" + subChannel, std::move(message));

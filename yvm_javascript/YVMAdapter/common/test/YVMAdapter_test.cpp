@@ -11,7 +11,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <functional>
+#include <future>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
 
 /// What the framework calls after it has loaded the module.
 extern "C" void _us_set_bundle_context_instance_com_yorworks_YVMAdapter(
@@ -468,6 +473,47 @@ TEST_F(YVMAdapterTest, DestructionSilencesThePublicChannelsBeforeAnyClientGoes) 
     EXPECT_EQ(log, (std::vector<std::string>{
                        "unsubscribe /yvm/detach/request", "unsubscribe /yvm/attach/request",
                        "unsubscribe /yvm/a/eval/request", "unsubscribe /yvm/a/feval/request"}));
+}
+
+/// Does what the test says when it is asked who it is, as a client asks that is being built.
+class InquisitiveYvm final : public yvm::YVM {
+  public:
+    explicit InquisitiveYvm(std::function<void()> onIdentifier) : onIdentifier_(std::move(onIdentifier)) {}
+
+    std::uint64_t getIdentifier() const override {
+        onIdentifier_();
+        return 7;
+    }
+    boost::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override { return {}; }
+    void interrupt() override {}
+    boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override { return {}; }
+
+  private:
+    std::function<void()> onIdentifier_;
+};
+
+TEST_F(YVMAdapterTest, TheThreadThatReleasesTheAdapterWaitsForAHandlerAndDestroysIt) {
+    std::promise<void> entered;
+    std::atomic<bool> left = false;
+    std::once_flag firstTime;
+    registerEngine(std::make_shared<InquisitiveYvm>([&] {
+        std::call_once(firstTime, [&] {
+            entered.set_value();
+            if (test::waitUntil([this] { return service->subscriberCount("/yvm/attach/request") == 0; })) {
+                left = true;
+            }
+        });
+    }));
+    start();
+    const LogCapture log;  // turned off, the log asks for no identifier
+    std::thread delivery([this] { attach(attachMessage("a")); });
+    entered.get_future().wait();
+    EXPECT_FALSE(left);
+    adapter.reset();
+    EXPECT_TRUE(left);
+    EXPECT_EQ(service->subscriberCount(), 0U) << "those of the client that was being built included";
+    delivery.join();
+    EXPECT_EQ(answers(), std::vector<std::string>{attachAnswer("a")});
 }
 
 TEST_F(YVMAdapterTest, DestructionWithoutAnEngineRemovesTheListener) {

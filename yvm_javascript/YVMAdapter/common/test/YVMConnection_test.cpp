@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <future>
 #include <memory>
 #include <optional>
@@ -280,20 +281,21 @@ TEST_F(YVMConnectionTest, AHandlerMayDestroyItsOwnConnection) {
 
 TEST_F(YVMConnectionTest, DestructionWaitsForAHandlerOnAnotherThread) {
     std::promise<void> entered;
-    std::promise<void> mayLeave;
-    bool left = false;
+    std::atomic<bool> left = false;
     connect([&](const BaseRequest&) {
         entered.set_value();
-        mayLeave.get_future().wait();
-        left = true;
+        // Nothing else lets the handler go than the end of its subscription, which the destructor has begun
+        // then.
+        if (test::waitUntil([this] { return service->subscriberCount("/base/request") == 0; })) {
+            left = true;
+        }
     });
     std::thread delivery([this] { deliver(R"({"requestID":"a"})"); });
     entered.get_future().wait();
-    std::thread release([&mayLeave] { mayLeave.set_value(); });
+    EXPECT_FALSE(left);
     connection.reset();
     EXPECT_TRUE(left);
     delivery.join();
-    release.join();
 }
 
 }  // namespace

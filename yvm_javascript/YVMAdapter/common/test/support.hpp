@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 namespace yvm::JSClient::test {
 
@@ -38,6 +40,19 @@ std::string textThrownBy(Call call) {
     }
     ADD_FAILURE() << "nothing was thrown";
     return {};
+}
+
+/// Waits until `condition` holds, for what cannot notify; false when that took more than 10 s.
+template <typename Condition>
+[[nodiscard]] bool waitUntil(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 /// All nine fields of `error`, as a failure has them that the module itself found: a status and a message

@@ -28,7 +28,8 @@ namespace yvm::JSClient {
 ///   client is destroyed. Naming nobody is no error.
 ///
 /// Life: constructed (which finds the engine, or waits for it), `initializeMessageService`, then at work
-/// until it is destroyed. Must be owned by a `std::shared_ptr`. The first engine that is found stays; one
+/// until it is destroyed, on the thread that releases it, waiting for the handlers that run. Owned by a
+/// `std::shared_ptr`. The first engine that is found stays; one
 /// that goes is not noticed.
 ///
 /// Threads: attach and detach on delivery threads, `setYVMPtr` on the thread that registers the engine.
@@ -62,11 +63,11 @@ class YVMAdapter : public std::enable_shared_from_this<YVMAdapter> {
     using PendingAttach = std::pair<std::string, std::function<void()>>;
 
     void removeListener();
-    void handleAttachRequest(const BaseRequest& request, YVMConnection& connection);
-    void handleDetachRequest(const BaseRequest& request, YVMConnection& connection);
+    void handleAttachRequest(const BaseRequest& request);
+    void handleDetachRequest(const BaseRequest& request);
     void completeAttachLocked(const std::string& prefix, ApiVersion version, const RequestResponse& response);
     YVMConnection::Handler makeHandler(std::optional<YVMConnection> YVMAdapter::* connection,
-                                       void (YVMAdapter::*handle)(const BaseRequest&, YVMConnection&));
+                                       void (YVMAdapter::*handle)(const BaseRequest&));
 
     // In the order of building: the two public channels fall silent before any client goes.
     std::shared_ptr<yvm::YVM> yvm_;  // guarded by mutex_

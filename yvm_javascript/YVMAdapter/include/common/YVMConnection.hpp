@@ -26,8 +26,8 @@ namespace yvm::JSClient {
 /// Life: subscribed when the constructor returns, unsubscribed by the destructor, which waits for a handler
 /// that is running on another thread. A handler may destroy the connection that called it.
 ///
-/// Threads: immutable after construction, safe from any thread. Handlers run on the delivery thread of the
-/// message service.
+/// Threads: but for `unsubscribe` immutable after construction, safe from any thread. Handlers run on the
+/// delivery thread of the message service.
 class YVMConnection {
   public:
     /// Publishes the success response itself. Its exceptions become error responses.
@@ -40,6 +40,9 @@ class YVMConnection {
     ~YVMConnection();
     YVMConnection(const YVMConnection&) = delete;
     YVMConnection& operator=(const YVMConnection&) = delete;
+
+    /// Ends the subscription ahead of the destructor, and waits as that does. The connection still publishes.
+    void unsubscribe();
 
     /// Does not wait for the outcome and does not learn of it.
     void publish(const std::string& subChannel, JsonObject message);
