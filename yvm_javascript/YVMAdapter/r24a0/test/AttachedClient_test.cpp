@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace yvm::JSClient::r24a0 {
@@ -72,10 +73,21 @@ TEST_F(AttachedClientTest, ItsBeginningAndEndAreLogged) {
     auto client = create({});
     EXPECT_EQ(log.texts(logChannel, 8),
               std::vector<std::string>{"New attached client for YVM " + identifier + " at /yvm/a"});
-    log.records();
     client.reset();
     EXPECT_EQ(log.texts(logChannel, 8).back(), "Destroying client for YVM " + identifier + " at /yvm/a");
     EXPECT_EQ(log.texts(logChannel, 8).size(), 2U);
+}
+
+TEST_F(AttachedClientTest, ItsEndIsLoggedBeforeItsServicesGo) {
+    auto client = create([](const std::string&) {});
+    const LogCapture log;
+    client.reset();
+    const auto records = log.records();
+    ASSERT_FALSE(records.empty());
+    EXPECT_TRUE(records.front().text.starts_with("Destroying client for YVM ")) << records.front().text;
+    EXPECT_TRUE(std::ranges::any_of(records, [](const auto& record) {
+        return record.text.find("::~EvalFevalCancel(") != std::string::npos;
+    }));
 }
 
 TEST_F(AttachedClientTest, ReleasesItsEngineAndService) {

@@ -3,11 +3,13 @@
 #include "cmddistributor/RequestIdAdapter.hpp"
 #include "common/setCurrentMockYvm.hpp"
 #include "common/test/support.hpp"
+#include "foundation/core/util/scope_guard.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
 #include "testing/FakeYvm.hpp"
 #include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
 #include "ylutil/io/YLNoOutputStreamBuffer.hpp"
+#include "yvm/Factory.hpp"
 
 #include <boost/make_shared.hpp>
 #include <boost/variant/get.hpp>
@@ -419,6 +421,27 @@ TEST_F(TextEventBuffer, DestructionLosesWhatIsCollected) {
     write(u"x");
     runOptions = RunOptions();
     EXPECT_TRUE(events.empty());
+}
+
+TEST_F(TextEventBuffer, TheMockEngineTakesPrecedenceOverTheEngineOfTheProcess) {
+    const auto localEventMgr = EventMgr::create();
+    const auto localEngine = platform_testing::FakeYvm::create({}, localEventMgr);
+    Factory::setCurrentLocalYVM(localEngine);
+    const foundation::core::util::scope_guard unset([] { Factory::setCurrentLocalYVM({}); });
+    std::size_t localEvents = 0;
+    const std::vector<std::u16string> tags = {textEventName};
+    const auto counting = localEventMgr->subscribe([&localEvents](const BaseEvent&) { ++localEvents; },
+                                                   tags.begin(), tags.end());
+    write(u"x");
+    EXPECT_EQ(buffer().pubsync(), 0);
+    EXPECT_EQ(events.size(), 1U);
+    EXPECT_EQ(localEvents, 0U);
+
+    yvm::unittest::setCurrentMockYvm(nullptr);
+    write(u"y");
+    EXPECT_EQ(buffer().pubsync(), 0);
+    EXPECT_EQ(events.size(), 1U);
+    EXPECT_EQ(localEvents, 1U);
 }
 
 TEST_F(TextEventBuffer, TheMockEngineIsNotDeleted) {

@@ -146,9 +146,12 @@ TEST(FevalRequest, ABrokenArgumentIsLoggedWithAllOfThemAndRethrown) {
     ASSERT_EQ(caught.size(), 1U);
     EXPECT_TRUE(caught.front().starts_with("Exception caught: "));
     EXPECT_NE(caught.front().find(text), std::string::npos) << caught.front();
-    EXPECT_TRUE(log.contains("yvm::JSClient::Request", 8,
-                             R"(Failed to deserialize the following into YDA: ["1","[1,",5])"))
-        << testing::PrintToString(log.texts("yvm::JSClient::Request", 8));
+    EXPECT_EQ(log.texts("yvm::JSClient::Request", 8),
+              std::vector<std::string>{R"(Failed to deserialize the following into YDA: ["1","[1,",5])"});
+    const auto records = log.records("yvm::JSClient::Request");
+    ASSERT_GE(records.size(), 2U);
+    EXPECT_EQ(records[records.size() - 2].severity, 16U) << "the exception comes first";
+    EXPECT_EQ(records.back().severity, 8U);
 }
 
 TEST(FevalRequest, TheOutputFormatIsComparedExactly) {
