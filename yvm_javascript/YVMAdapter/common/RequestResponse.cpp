@@ -21,7 +21,7 @@ void RequestResponse::setError(const std::string& message, Status status) {
     setError(cmddistributor::RuntimeException(status, message));
 }
 
-void RequestResponse::setError(const std::exception_ptr& error, std::optional<Status> status) noexcept {
+void RequestResponse::setError(std::exception_ptr error, std::optional<Status> status) noexcept {
     const auto statusOfOthers = status.value_or(Status::Unclassified);
     if (!error) {
         // There is nothing to rethrow, and trying to would end the program.
@@ -29,7 +29,7 @@ void RequestResponse::setError(const std::exception_ptr& error, std::optional<St
         return;
     }
     try {
-        std::rethrow_exception(error);
+        std::rethrow_exception(std::move(error));
     } catch (const cmddistributor::RuntimeException& exception) {
         setError(status ? exception.withStatus(*status) : exception);
     } catch (const std::exception& exception) {

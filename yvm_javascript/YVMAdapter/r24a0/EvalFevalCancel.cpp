@@ -139,21 +139,21 @@ YVMConnection::Handler EvalFevalCancel::makeHandler(
 }
 
 PublishTextCallback EvalFevalCancel::makePublishTextCallback() {
-    return [weakThis = weak_from_this()](const std::string& channel, JsonObject message) {
+    return [weakThis = weak_from_this()](std::string channel, JsonObject message) {
         if (const auto self = weakThis.lock()) {
-            self->publishTextCallback(channel, std::move(message));
+            self->publishTextCallback(std::move(channel), std::move(message));
         } else {
             logNullWeakThis();
         }
     };
 }
 
-void EvalFevalCancel::publishTextCallback(const std::string& channel, JsonObject message) {
+void EvalFevalCancel::publishTextCallback(std::string channel, JsonObject message) {
     FOUNDATION_FUNCTION_TRACE(logger());
-    const std::string fullChannel = channelPrefix_ + channel;
-    FOUNDATION_LOG(logger(), foundation::log::Normal) << "publishTextCallback to " << fullChannel;
-    messageService_->publish(fullChannel, connector::common::DataBuffer(
-                                              foundation::json::Serializer::serialize(std::move(message))));
+    channel.insert(0, channelPrefix_);
+    FOUNDATION_LOG(logger(), foundation::log::Normal) << "publishTextCallback to " << channel;
+    messageService_->publish(
+        channel, connector::common::DataBuffer(foundation::json::Serializer::serialize(std::move(message))));
 }
 
 EvalFevalCancel::IDType EvalFevalCancel::insertNewIIP(

@@ -78,7 +78,7 @@ class EvalFevalCancel : public std::enable_shared_from_this<EvalFevalCancel> {
                                        const std::shared_ptr<EventManagerConnection>& eventManagerConnection);
     /// Calls `publishTextCallback`, or drops the message once this service has gone.
     PublishTextCallback makePublishTextCallback();
-    void publishTextCallback(const std::string& channel, JsonObject message);
+    void publishTextCallback(std::string channel, JsonObject message);
 
     void handleEvalRequest(const EvalRequest& request, const std::shared_ptr<yvm::YVM>& yvm);
     void handleFevalRequest(const FevalRequest& request, const std::shared_ptr<yvm::YVM>& yvm);

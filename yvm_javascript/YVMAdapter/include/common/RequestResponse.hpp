@@ -31,7 +31,7 @@ class RequestResponse {
     /// place of its own if one is given; any other becomes an error with its `what()`, or "Unknown Exception"
     /// if it has none or `error` is null, and `status` or else 2. Nothing escapes; running out of memory here
     /// ends the program.
-    void setError(const std::exception_ptr& error, std::optional<Status> status) noexcept;
+    void setError(std::exception_ptr error, std::optional<Status> status) noexcept;
 
     const JsonObject& getJson() const noexcept { return json_; }
     const std::string& getRequestID() const noexcept { return requestID_; }
