@@ -222,7 +222,9 @@ Outcome CommandRunner::describe(Command& command, py::error_already_set& error) 
         }
         const UserCode userCode(command);
         return {toRuntimeException(exception, stopped ? Status::Cancelled : Status::CommandFailed), stopped};
-    } catch (py::error_already_set&) {
+    } catch (const std::exception&) {
+        // Python's error, or a description that a hand-made exception has filled with what is no line or
+        // text.
         return {RuntimeException(stopped ? Status::Cancelled : Status::CommandFailed,
                                  "the error could not be described", Py_TYPE(exception.ptr())->tp_name),
                 stopped};

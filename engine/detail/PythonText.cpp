@@ -9,6 +9,11 @@ namespace yvm::engine {
 namespace py = pybind11;
 
 std::u16string toUtf16(py::handle text) {
+    if (!PyUnicode_Check(text.ptr())) {
+        PyErr_Format(PyExc_TypeError, "a value of type %.200s stands where a str is needed",
+                     Py_TYPE(text.ptr())->tp_name);
+        throw py::error_already_set();
+    }
     if (PyUnicode_READY(text.ptr()) != 0) {
         throw py::error_already_set();
     }

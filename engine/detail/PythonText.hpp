@@ -7,8 +7,8 @@
 
 namespace yvm::engine {
 
-/// The 16-bit text of a Python string. Lone surrogates stay what they are. With the GIL held. `text` must be
-/// a `str`.
+/// The 16-bit text of a Python string. Lone surrogates stay what they are. With the GIL held. Throws
+/// Python's TypeError when `text` is no `str`.
 std::u16string toUtf16(pybind11::handle text);
 
 /// The text as UTF-8; each lone surrogate becomes U+FFFD.

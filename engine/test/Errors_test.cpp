@@ -127,6 +127,35 @@ TEST_F(EngineTest, AnExceptionThatCannotBeShownIsStillAnError) {
     EXPECT_STREQ(worse.what(), "the error could not be described");
 }
 
+TEST_F(EngineTest, ASyntaxErrorWithAnImpossibleLineIsStillAnError) {
+    for (const std::string line : {"-1", "2**70", "'two'"}) {
+        const auto error = evalError("raise SyntaxError('x', ('f', " + line + ", 1, 't'))");
+        EXPECT_EQ(error.GetID(), "SyntaxError") << line;
+        ASSERT_FALSE(error.getStackFrames().empty()) << line;
+        EXPECT_EQ(error.getStackFrames().back().fileName, "f") << line;
+        EXPECT_EQ(error.getStackFrames().back().lineNumber, 0U) << line;
+    }
+}
+
+TEST_F(EngineTest, ALineNumberThatLiesAboutItsSizeIsStillAnError) {
+    const auto error = evalError(
+        "class Liar(int):\n    def __gt__(self, other): return True\n    __le__ = __ge__ = __lt__ = __gt__\n"
+        "raise SyntaxError('x', ('f', Liar(2**70), 1, 't'))");
+    EXPECT_EQ(error.GetID(), "SyntaxError");
+    EXPECT_STREQ(error.what(), "the error could not be described");
+    EXPECT_EQ(eval("1+1"), "2\n");
+}
+
+TEST_F(EngineTest, ATypeWhoseNameIsNoTextIsAnError) {
+    eval(
+        "class Meta(type):\n    def __getattribute__(cls, name):\n"
+        "        return 3 if name == '__qualname__' else type.__getattribute__(cls, name)\n"
+        "class Nameless(metaclass=Meta): pass\ndef nameless(): return Nameless()");
+    const auto error = submitFeval("nameless", {}).error();
+    EXPECT_EQ(error.GetID(), "TypeError");
+    EXPECT_STREQ(error.what(), "a value of type int stands where a str is needed");
+}
+
 TEST_F(EngineTest, NotesBelongToTheText) {
     EXPECT_STREQ(evalError("e = ValueError('v')\ne.add_note('and more')\nraise e").what(), "v\nand more");
 }

@@ -1,4 +1,5 @@
 import _yvm
+import pytest
 from yvm import _errors
 
 
@@ -84,6 +85,24 @@ def test_the_middle_of_a_deep_stack_is_left_out():
 def test_the_line_of_a_syntax_error_is_a_frame():
     error = raised(lambda: compile("a\nb = = c", "<command 9>", "exec"))
     assert _errors.describe(error)[3][-1][:3] == ("<command 9>", "<module>", 2)
+
+
+@pytest.mark.parametrize("line", [-1, 2**70, "two"])
+def test_an_impossible_line_of_a_syntax_error_is_unknown(line):
+    error = SyntaxError("x", ("f", line, 1, "t"))
+    assert _errors.describe(error)[3] == [("f", "<module>", 0, "")]
+
+
+def test_a_file_that_changed_is_quoted_anew(tmp_path):
+    file = tmp_path / "changing.py"
+
+    def quoted(text):
+        file.write_text(text)
+        code = compile(text, str(file), "exec")
+        return _errors.describe(raised(lambda: exec(code, {})))[3][-1][3]
+
+    assert quoted("1 / 0\n") == "1 / 0"
+    assert quoted("'longer' + 1\n") == "'longer' + 1"
 
 
 def test_texts_that_cannot_be_made_do_not_hurt():

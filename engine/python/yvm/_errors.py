@@ -8,6 +8,8 @@ import _yvm
 MAX_FRAMES = 200
 # Bounds what one error can weigh; a chain this long is made by a program, not read by a person.
 MAX_CAUSES = 50
+# A line number beyond it, which only a hand-made exception has, counts as unknown.
+_MAX_LINE = 2**31 - 1
 
 
 def describe(exception):
@@ -73,12 +75,19 @@ def _frames(exception):
         traceback = traceback.tb_next
     if isinstance(exception, SyntaxError) and exception.filename and exception.lineno:
         # The line at fault was never run, so no frame stands for it.
-        frames.append((str(exception.filename), "<module>", int(exception.lineno)))
+        frames.append((str(exception.filename), "<module>", _line_number(exception.lineno)))
     left_out = len(frames) - MAX_FRAMES
     if left_out > 0:
         half = MAX_FRAMES // 2
         frames[half:-half] = [("", f"<{left_out} more frames>", 0)]
+    for file in {frame[0] for frame in frames}:
+        # A module that was edited and loaded anew would be quoted as it was before.
+        linecache.checkcache(file)
     return [(file, function, line, _line(file, line)) for file, function, line in frames]
+
+
+def _line_number(value):
+    return value if isinstance(value, int) and 0 < value <= _MAX_LINE else 0
 
 
 def _line(file, line):
