@@ -190,6 +190,10 @@ std::variant<std::vector<Message>, Refusal> parseEnvelope(std::string& frame) {
         switch (document.type()) {
             case ondemand::json_type::array:
                 for (auto element : document.get_array()) {
+                    if (messages.size() == kMaxMessages) {
+                        return Refusal{ErrorCode::TooLarge, "more than " + std::to_string(kMaxMessages) +
+                                                                " messages in one frame"};
+                    }
                     messages.push_back(readMessage(element.value(), headerParser));
                 }
                 break;

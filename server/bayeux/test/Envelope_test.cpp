@@ -151,6 +151,22 @@ TEST(Envelope, ATimeoutBeyondAllBoundsIsADay) {
               std::chrono::hours(24));
 }
 
+TEST(Envelope, RefusesMoreThanAThousandMessages) {
+    const auto arrayOf = [](std::size_t count) {
+        std::string text = "[";
+        for (std::size_t i = 0; i < count; ++i) {
+            text += i == 0 ? "{}" : ",{}";
+        }
+        return text + "]";
+    };
+    std::string most = arrayOf(1000);
+    EXPECT_EQ(messagesOf(most).size(), 1000U);
+    std::string tooMany = arrayOf(1001);
+    const auto refused = parseEnvelope(tooMany);
+    ASSERT_TRUE(std::holds_alternative<Refusal>(refused));
+    EXPECT_EQ(errorField(std::get<Refusal>(refused)), "413::more than 1000 messages in one frame");
+}
+
 TEST(Envelope, SurvivesAMillionNestedArraysInData) {
     const std::string deep = std::string(1'000'000, '[') + std::string(1'000'000, ']');
     EXPECT_EQ(onlyMessageOf(R"([{"channel":"/a","data":)" + deep + "}]").data.size(), deep.size());
