@@ -187,14 +187,19 @@ Array ArrayConversion::fromPython(py::handle value, int depth) const {
     }
     if (PyList_Check(object) || PyTuple_Check(object)) {
         List list;
-        for (const py::handle element : py::reinterpret_borrow<py::sequence>(value)) {
+        // Owned each while it is converted: that may run code of the user, which may change the list.
+        for (const py::object element : py::reinterpret_borrow<py::sequence>(value)) {
             list.push_back(fromPython(element, depth + 1));
         }
         return Array(std::move(list));
     }
     if (PyDict_Check(object)) {
         Record record;
-        for (const auto& [key, member] : py::reinterpret_borrow<py::dict>(value)) {
+        const auto copy = py::reinterpret_steal<py::dict>(PyDict_Copy(object));
+        if (!copy) {
+            throw py::error_already_set();
+        }
+        for (const auto& [key, member] : copy) {
             if (!PyUnicode_Check(key.ptr())) {
                 throw ConversionError("a dict with a key of type " + typeName(key) +
                                       " cannot be handed to a client: keys of type str are accepted");

@@ -200,5 +200,20 @@ TEST_F(EngineTest, TheFailureOfOneOutputNamesWhatIsAccepted) {
     EXPECT_EQ(submitFeval("mixed", {}, 0).get().size(), 0U);
 }
 
+TEST_F(EngineTest, AContainerThatChangesWhileItIsConvertedIsNotReadBeyondItsLife) {
+    eval(
+        "class Emptying(int):\n"
+        "    @property\n    def dtype(self):\n        held.clear()\n        raise AttributeError\n"
+        "def mapping():\n    global held\n    held = {'a': Emptying(5), 'b': 6}\n    return held\n"
+        "def sequence():\n    global held\n    held = [Emptying(5)]\n    return held");
+    const auto mapping = feval("mapping");
+    ASSERT_EQ(mapping.record().size(), 2U);
+    EXPECT_EQ(*mapping.record()[0].second.data<std::int64_t>(), 5);
+    EXPECT_EQ(*mapping.record()[1].second.data<std::int64_t>(), 6);
+    const auto sequence = feval("sequence");
+    ASSERT_EQ(sequence.list().size(), 1U);
+    EXPECT_EQ(*sequence.list()[0].data<std::int64_t>(), 5);
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
