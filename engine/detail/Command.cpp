@@ -85,6 +85,9 @@ const std::shared_ptr<Command>& CommandScope::current() noexcept {
 std::shared_ptr<Command> CommandTable::create(cmddistributor::TakenCommand taken,
                                               cmddistributor::Moment moment, const OutputStreams& defaults) {
     const auto forget = [table = shared_from_this()](Command* command) {
+        if (ForkedChild::isThis()) {
+            return;  // Its streams are the server's.
+        }
         {
             const std::lock_guard lock(table->mutex_);
             table->commands_.erase(command->id());

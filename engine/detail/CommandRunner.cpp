@@ -94,7 +94,7 @@ Outcome CommandRunner::run(Command& command) {
 
 void CommandRunner::endIfForked(py::handle exception) const {
     if (ForkedChild::isThis()) {
-        py::module_::import("yvm._processes").attr("end_child")(exception);
+        endForkedChild(exception);
     }
 }
 
@@ -141,6 +141,7 @@ void CommandRunner::runExitFunctions() const {
     } catch (py::error_already_set& error) {
         error.discard_as_unraisable("at the exit");
     }
+    endIfForked(py::none());
 }
 
 void CommandRunner::eval(Command& command, const EvalIIP& iip) {

@@ -34,7 +34,8 @@ class CommandRunner {
     /// Runs a file in the workspace. Throws RuntimeException when it raises or cannot be read.
     void runFile(const std::filesystem::path& file);
 
-    /// Calls what users registered with `atexit`. Failures are reported on standard error.
+    /// Calls what users registered with `atexit`. Failures are reported on standard error. A child that one
+    /// of these functions forked ends here.
     void runExitFunctions() const;
 
   private:

@@ -7,8 +7,12 @@
 #include "engine/detail/PythonText.hpp"
 
 #include <pybind11/stl.h>
+#include <unistd.h>
 
+#include <cstdlib>
+#include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace yvm::engine {
@@ -54,28 +58,34 @@ py::cpp_function makeFlush(EngineThread& engine, StreamTypeEnum stream) {
     };
 }
 
-/// What is due at the end of a thread of the user, which ended with `exception` or None.
-void endThread(Command& command, const py::object& exception) {
-    if (ForkedChild::isThis()) {
-        // The thread forked, and is all there is of this process: at its end the C library would run the
-        // destructors of the server.
-        py::module_::import("yvm._processes").attr("end_child")(exception);
+/// What is due at the end of a thread of the user, which began in the process `beginner` and ended with
+/// `exception` or None.
+void endThread(OutputStreams& output, pid_t beginner, const py::object& exception) {
+    if (::getpid() != beginner) {
+        // The thread forked, and is what this process began with: at its end the C library would run the
+        // destructors of the server. A thread that the child started itself has nothing to end.
+        endForkedChild(exception);
     }
     // Its last text has nothing behind it that would bring it out.
     const WithoutGil released;
-    command.output().synchroniseAll();
+    output.synchroniseAll();
 }
 
-/// Runs a function as a part of `command`, on a thread of the user.
-py::object runForCommand(const std::shared_ptr<Command>& command, const py::function& function,
-                         const py::tuple& arguments, const py::dict& keywords) {
-    const CommandScope scope(command);
+/// Runs a function on a thread of the user, as a part of `command` unless that is null.
+py::object runThread(EngineThread& engine, const std::shared_ptr<Command>& command,
+                     const py::object& function, const py::tuple& arguments, const py::dict& keywords) {
+    std::optional<CommandScope> scope;
+    if (command != nullptr) {
+        scope.emplace(command);
+    }
+    OutputStreams& output = command != nullptr ? command->output() : engine.defaultOutput();
+    const pid_t beginner = ::getpid();
     try {
         py::object result = function(*arguments, **keywords);
-        endThread(*command, py::none());
+        endThread(output, beginner, py::none());
         return result;
     } catch (py::error_already_set& error) {
-        endThread(*command, error.value());
+        endThread(output, beginner, error.value());
         throw;
     }
 }
@@ -102,7 +112,10 @@ void createEngineModule(EngineThread& engine) {
 
     const py::class_<Command, std::shared_ptr<Command>> commandType(module, "Command");
     module.def("current_command", [] { return CommandScope::current(); });
-    module.def("run_for_command", &runForCommand);
+    module.def("run_thread", [&engine](const std::shared_ptr<Command>& command, const py::object& function,
+                                       const py::tuple& arguments, const py::dict& keywords) {
+        return runThread(engine, command, function, arguments, keywords);
+    });
     module.def("window_columns", [&engine] {
         const auto& command = CommandScope::current();
         return command != nullptr ? command->runOptions().getCommandWindowColSize()
@@ -112,7 +125,7 @@ void createEngineModule(EngineThread& engine) {
     module.def("pause", [&engine](double seconds) { engine.pause(seconds); });
     module.def("running", [&engine] { return engine.runningIds(); });
     module.def("waiting", [&engine] { return engine.waitingIds(); });
-    module.def("after_fork_in_child", &ForkedChild::enter);
+    module.def("after_fork_in_child", &ForkedChild::restoreSignals);
 
     module.def("on_interrupt_signal",
                [&engine](const py::object&, const py::object&) { engine.onInterruptSignal(); });
@@ -120,6 +133,17 @@ void createEngineModule(EngineThread& engine) {
                [&engine](const py::object&, const py::object& frame) { engine.onPreemptionSignal(frame); });
 
     py::module_::import("sys").attr("modules")["_yvm"] = module;
+}
+
+void endForkedChild(py::handle exception) noexcept {
+    if (!exception.is_none()) {
+        try {
+            py::module_::import("yvm._processes").attr("end_child")(exception);
+        } catch (const std::exception&) {
+            ::_exit(EXIT_FAILURE);  // The child is in no state to tell what happened.
+        }
+    }
+    ::_exit(EXIT_SUCCESS);
 }
 
 void raiseInterrupt() {

@@ -14,4 +14,8 @@ void createEngineModule(EngineThread& engine);
 /// type and the engine can tell it from one that they raise themselves. With the GIL held.
 [[noreturn]] void raiseInterrupt();
 
+/// Ends this process, a child whose forked code has come to its end by `exception` or with None, as Python
+/// would end it. With the GIL held.
+[[noreturn]] void endForkedChild(pybind11::handle exception) noexcept;
+
 }  // namespace yvm::engine

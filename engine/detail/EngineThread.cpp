@@ -205,6 +205,9 @@ void EngineThread::interruptPrompt() {
 }
 
 void EngineThread::wake() {
+    if (ForkedChild::isThis()) {
+        return;
+    }
     {
         const std::lock_guard lock(wakeMutex_);
         wakeRequested_ = true;
@@ -260,11 +263,17 @@ void EngineThread::pause(double seconds) {
 }
 
 std::vector<std::string> EngineThread::runningIds() const {
+    if (ForkedChild::isThis()) {
+        return {};
+    }
     const WithoutGil released;
     return toTexts(queue_->running());
 }
 
 std::vector<std::string> EngineThread::waitingIds() const {
+    if (ForkedChild::isThis()) {
+        return {};
+    }
     const WithoutGil released;
     return toTexts(queue_->waiting());
 }

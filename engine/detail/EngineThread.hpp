@@ -73,6 +73,7 @@ class EngineThread final : public cmddistributor::EngineSignals {
     /// Serves commands for that long. Throws `std::runtime_error` off the engine thread, and Python's
     /// exception when the command is interrupted.
     void pause(double seconds);
+    /// Empty, like the next, in a forked child.
     std::vector<std::string> runningIds() const;
     std::vector<std::string> waitingIds() const;
     void onInterruptSignal();

@@ -2,12 +2,14 @@
 
 #include "fl/i18n/ustring.hpp"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <exception>
 #include <string>
+#include <system_error>
 
 namespace yvm::engine {
 
@@ -22,8 +24,14 @@ bool ForkedChild::isThis() noexcept {
     return isForkedChild;
 }
 
-void ForkedChild::enter() noexcept {
-    isForkedChild = true;
+void ForkedChild::markFromNowOn() {
+    const int error = pthread_atfork(nullptr, nullptr, [] { isForkedChild = true; });
+    if (error != 0) {
+        throw std::system_error(error, std::generic_category(), "forked children cannot be marked");
+    }
+}
+
+void ForkedChild::restoreSignals() noexcept {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGTERM}) {

@@ -3,6 +3,7 @@
 #include "engine/detail/EmbeddedSources.hpp"
 #include "engine/detail/EngineModule.hpp"
 #include "engine/detail/EngineSignalNumbers.hpp"
+#include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/PythonText.hpp"
 
 #include <pybind11/eval.h>
@@ -129,6 +130,7 @@ void installSignalHandlers() {
 }  // namespace
 
 void startInterpreter(EngineThread& engine, const std::optional<std::filesystem::path>& venv) {
+    ForkedChild::markFromNowOn();
     initialise(venv ? executableOf(*venv).string() : YVM_PYTHON_EXECUTABLE);
     try {
         createEngineModule(engine);

@@ -1,8 +1,13 @@
 #include "engine/detail/ReleaseQueue.hpp"
 
+#include "engine/detail/ForkedChild.hpp"
+
 namespace yvm::engine {
 
 void ReleaseQueue::put(PyObject* object) {
+    if (ForkedChild::isThis()) {
+        return;
+    }
     {
         const std::lock_guard lock(mutex_);
         objects_.push_back(object);

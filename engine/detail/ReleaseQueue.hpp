@@ -12,8 +12,8 @@ namespace yvm::engine {
 /// Python objects that somebody has done with who may not touch the interpreter. The engine thread lets go
 /// of them when it comes by.
 ///
-/// Safe from any thread. What is put in after the engine's end is never released, which the end of the
-/// process makes good.
+/// Safe from any thread. What is put in after the engine's end is never released, nor what a forked child
+/// puts in: the end of the process makes it good.
 class ReleaseQueue {
   public:
     /// `wake` brings the engine thread to call `drain` soon; called with no lock held, from any thread.

@@ -253,6 +253,40 @@ TEST_F(EngineStart, StopRunsWhatWasRegisteredForTheExit) {
     });
 }
 
+TEST_F(EngineStart, AChildThatIsForkedAtTheExitEndsThere) {
+    inOwnProcess([&] {
+        const auto engine = Engine::start(withConsole());
+        expect(submit(*engine,
+                      "import atexit, os\n"
+                      "def split():\n"
+                      "    pid = os.fork()\n"
+                      "    if pid: print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))\n"
+                      "atexit.register(split);")
+                   .get()
+                   .empty(),
+               "it succeeds");
+        engine->stop(deadline);
+        expectConsole("0\n");
+    });
+}
+
+TEST_F(EngineStart, AThreadOfTheStartUpScriptThatForksEndsItsChild) {
+    const TemporaryFolder folder;
+    inOwnProcess([&] {
+        auto options = withConsole();
+        options.startupFile =
+            folder.write("start.py",
+                         "import os, threading\n"
+                         "def work():\n"
+                         "    pid = os.fork()\n"
+                         "    if pid: print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))\n"
+                         "t = threading.Thread(target=work); t.start(); t.join()\n");
+        const auto engine = Engine::start(std::move(options));
+        expectConsole("0\n");
+        engine->stop(deadline);
+    });
+}
+
 TEST_F(EngineStart, AThreadOfTheUserDoesNotDisturbTheEndOfTheProcess) {
     inOwnProcess([&] {
         const auto engine = Engine::start(withConsole());

@@ -8,37 +8,92 @@
 namespace yvm::engine::test {
 namespace {
 
+/// Python: the exit code of a child, which is killed if it does not end in time.
+const std::string reap =
+    "import os, select\n"
+    "def reap(pid):\n"
+    "    end = os.pidfd_open(pid)\n"
+    "    if not select.select([end], [], [], 20)[0]: os.kill(pid, 9)\n"
+    "    os.close(end)\n"
+    "    return os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])\n";
+
 TEST_F(EngineTest, AForkedChildPublishesNothingAndTheParentGoesOn) {
-    auto submitted = submitEval(
-        "import os, sys\n"
-        "pid = os.fork()\n"
-        "if pid == 0:\n"
-        "    print('child', file=sys.stderr)\n"
-        "    sys.exit(7)\n"
-        "print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))");
+    auto submitted = submitEval(reap +
+                                "import sys\n"
+                                "pid = os.fork()\n"
+                                "if pid == 0:\n"
+                                "    print('child', file=sys.stderr)\n"
+                                "    sys.exit(7)\n"
+                                "print(reap(pid))");
     submitted.get();
     EXPECT_EQ(submitted.transcript->text(), "7\n");
     EXPECT_EQ(eval("1+1"), "2\n");
 }
 
 TEST_F(EngineTest, AForkedChildThatRunsToTheEndOfItsCommandEnds) {
-    EXPECT_EQ(eval("import os\npid = os.fork()\n"
-                   "if pid: print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))"),
+    EXPECT_EQ(eval(reap + "pid = os.fork()\n"
+                          "if pid: print(reap(pid))"),
               "0\n");
     EXPECT_EQ(eval("pid = os.fork()\n"
                    "if pid == 0: raise SystemExit\n"
-                   "print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))"),
+                   "print(reap(pid))"),
               "0\n");
+    EXPECT_EQ(eval("pid = os.fork()\n"
+                   "if pid == 0: os.close(2); raise ValueError\n"
+                   "print(reap(pid))"),
+              "1\n");
 }
 
 TEST_F(EngineTest, AThreadThatForksEndsItsChild) {
-    EXPECT_EQ(eval("import os, threading\n"
-                   "def work():\n"
-                   "    global status\n"
-                   "    pid = os.fork()\n"
-                   "    if pid: status = os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])\n"
-                   "t = threading.Thread(target=work); t.start(); t.join(); status"),
+    EXPECT_EQ(eval(reap + "import threading\n"
+                          "def work():\n"
+                          "    global status\n"
+                          "    pid = os.fork()\n"
+                          "    if pid: status = reap(pid)\n"
+                          "t = threading.Thread(target=work); t.start(); t.join(); status"),
               "0\n");
+}
+
+TEST_F(EngineTest, AForkWhileOtherThreadsWorkForCommandsDoesNotHang) {
+    // Their commands are let go of in the child, by the interpreter's own work after the fork.
+    eval(
+        "import threading\nstop = threading.Event()\n"
+        "def chatter():\n    while not stop.is_set(): print('x', end='')\n"
+        "threads = [threading.Thread(target=chatter) for i in range(4)]\n"
+        "for t in threads: t.start()");
+    EXPECT_EQ(eval(reap + "import yvm\ncodes = set()\n"
+                          "for i in range(20):\n"
+                          "    pid = os.fork()\n"
+                          "    if pid == 0: raise SystemExit(0 if yvm.queue() == [] else 3)\n"
+                          "    codes.add(reap(pid))\n"
+                          "stop.set()\n"
+                          "for t in threads: t.join()\n"
+                          "codes"),
+              "{0}\n");
+}
+
+TEST_F(EngineTest, AChildThatUsesThreadsEndsWithItsOwnStatus) {
+    EXPECT_EQ(eval("import multiprocessing, sys, threading\n"
+                   "from concurrent.futures import ThreadPoolExecutor\n"
+                   "def work():\n"
+                   "    with ThreadPoolExecutor(2) as pool: total = sum(pool.map(abs, range(-3, 0)))\n"
+                   "    t = threading.Thread(target=abs, args=(1,)); t.start(); t.join()\n"
+                   "    sys.exit(total + 1)\n"
+                   "p = multiprocessing.get_context('fork').Process(target=work); p.start(); p.join(20)\n"
+                   "if p.exitcode is None: p.kill(); p.join()\n"
+                   "p.exitcode"),
+              "7\n");
+}
+
+TEST_F(EngineTest, WorkersOfAPoolMayStartThreads) {
+    EXPECT_EQ(eval("import multiprocessing, threading\n"
+                   "def threaded(x):\n"
+                   "    result = []\n"
+                   "    t = threading.Thread(target=lambda: result.append(x * x)); t.start(); t.join()\n"
+                   "    return result[0]\n"
+                   "with multiprocessing.get_context('fork').Pool(2) as pool:\n"
+                   "    print(pool.map_async(threaded, range(5)).get(20))"),
+              "[0, 1, 4, 9, 16]\n");
 }
 
 TEST_F(EngineTest, MultiprocessingByForkWorks) {

@@ -22,14 +22,12 @@ def install():
 
 def _inherit_the_command_in_threads():
     """A thread works for the command that started it: its text carries that command's identity and goes
-    to that command's streams, also after the command has ended."""
+    to that command's streams, also after the command has ended. One that starts while no command runs
+    works for none."""
     start = _thread.start_new_thread
 
     def start_new_thread(function, args, kwargs={}):
-        command = _yvm.current_command()
-        if command is None:
-            return start(function, args, kwargs)
-        return start(_yvm.run_for_command, (command, function, args, kwargs))
+        return start(_yvm.run_thread, (_yvm.current_command(), function, args, kwargs))
 
     _thread.start_new_thread = _thread.start_new = start_new_thread
     threading._start_new_thread = start_new_thread
@@ -58,17 +56,15 @@ def _with_signals_unblocked(function):
 
 
 def end_child(exception):
-    """Ends a forked process whose code has come to its end, with the status that Python would give. By
-    `_exit`, since the destructors of the server are none of its business."""
-    status = 0
+    """Ends a forked process whose code has come to its end by an exception, with the status that Python
+    would give. By `_exit`, since the destructors of the server are none of its business."""
+    status = 1
     if isinstance(exception, SystemExit):
         code = exception.code
         if code is None or isinstance(code, int):
             status = code or 0
         else:
             print(code, file=sys.stderr)
-            status = 1
-    elif exception is not None:
+    else:
         traceback.print_exception(exception)
-        status = 1
     os._exit(status & 0xFF)
