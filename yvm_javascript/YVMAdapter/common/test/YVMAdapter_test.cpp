@@ -31,7 +31,6 @@ using platform_testing::FakeMessageService;
 using platform_testing::FakeYvm;
 using platform_testing::LogCapture;
 using test::expectPlainError;
-using test::parseObject;
 
 const std::string logChannel = "yvm::JSClient::YVMAdapter";
 

@@ -220,10 +220,10 @@ TEST(TextCallback, AnEventOfAnotherKindIsABadCast) {
 
 TEST(TextCallback, EachCopyOfTheRunOptionsPublishes) {
     int published = 0;
-    const auto runOptions =
-        read(R"({"useNullErrSink":false})", [&published](std::string, JsonObject) { ++published; });
-    const RunOptions copy =
-        runOptions;  // NOLINT(performance-unnecessary-copy-initialization): the copy is the point
+    const auto runOptions = read(R"({"useNullErrSink":false})",
+                                 [&published](const std::string&, const JsonObject&) { ++published; });
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what is tested.
+    const RunOptions copy = runOptions;
     copy.getCallbacks().at(textEventName)(TextBaseEvent(IDType(), StreamTypeEnum::Output, u"x"));
     runOptions.getCallbacks().at(textEventName)(TextBaseEvent(IDType(), StreamTypeEnum::Output, u"x"));
     EXPECT_EQ(published, 2);
@@ -274,7 +274,7 @@ class TextEventBuffer : public testing::Test {
 
     /// Installs receivers of log and diary that record "log TEXT" and "diary TEXT".
     void recordCopies() {
-        const auto recorder = [this](std::u16string name) {
+        const auto recorder = [this](const std::u16string& name) {
             return [this, name](std::u16string_view text, bool synchronise) {
                 EXPECT_FALSE(synchronise);
                 copies.push_back(name + u" " + std::u16string(text));
