@@ -18,10 +18,9 @@ build_packages=(
     libboost-system1.81-dev libboost-chrono1.81-dev libboost-regex1.81-dev
     libtbb-dev libsimdjson-dev libzip-dev zlib1g-dev libssl-dev libcli11-dev libtomlplusplus-dev
     libfast-float-dev python3 python3-dev python3-numpy pybind11-dev
-    python3-matplotlib
 )
-# What the tests need beyond that. libgmock and google-benchmark are headers and
-# libraries; chromium runs the console; the fonts are what it draws text with.
+# What the tests need beyond that; chromium runs the console, the fonts are what
+# it draws text with.
 check_packages=(
     git libgtest-dev libgmock-dev clang-format-19 clang-tidy-19 python3-pytest
     chromium fonts-dejavu-core
