@@ -18,6 +18,33 @@ bool isEmptyObject(std::string_view object) {
     return first != std::string_view::npos && object[first] == '}';
 }
 
+/// Whether a key may be "ywtype", spelled with escapes or without.
+bool mayHoldTypes(std::string_view text) {
+    return text.find("ywtype") != std::string_view::npos || text.find("\\u006") != std::string_view::npos ||
+           text.find("\\u007") != std::string_view::npos;
+}
+
+/// Whether some "ywtype" is no string: the module would then give no answer at all.
+bool holdsWrongType(const simdjson::dom::element& value) {
+    simdjson::dom::object object;
+    if (!value.get(object)) {
+        for (const auto& [key, member] : object) {
+            if ((key == "ywtype" && !member.is_string()) || holdsWrongType(member)) {
+                return true;
+            }
+        }
+    }
+    simdjson::dom::array array;
+    if (!value.get(array)) {
+        for (const simdjson::dom::element element : array) {
+            if (holdsWrongType(element)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
@@ -43,6 +70,9 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
     simdjson::dom::element parsed;
     switch (const auto error = parser.parse(text.data(), text.size(), false).get(parsed); error) {
         case simdjson::SUCCESS:
+            if (mayHoldTypes(text) && holdsWrongType(parsed)) {
+                return badRequest("every ywtype in the data must be a string");
+            }
             break;
         case simdjson::UTF8_ERROR:
             return badRequest("the data is not UTF-8");

@@ -14,7 +14,7 @@ namespace server::bayeux {
 ///
 /// The module's parser keeps its thread for ever on some damaged texts and on empty objects, and
 /// says nothing at all to others. So only strict JSON in UTF-8 passes, an object that is not empty,
-/// of at most `maxBytes` and `maxDepth` levels.
+/// of at most `maxBytes` and `maxDepth` levels, in which every "ywtype" is a string.
 class Ingress {
   public:
     static constexpr std::size_t kMaxDepth = 512;

@@ -33,6 +33,18 @@ TEST(Ingress, AdmitsNumbersBeyondTheRangeOfSimdjson) {
     }
 }
 
+TEST(Ingress, RefusesATypeThatIsNoString) {
+    const std::string refusal = "400 every ywtype in the data must be a string";
+    for (const char* data :
+         {R"({"requestID":"1","requestIDtoDetach":"a","ywtype":5})", R"({"a":[[{"ywtype":null}]]})",
+          R"({"\u0079wtype":{}})", R"({"ywtyp\u0065":[]})", R"({"ywtype":"int8","ywtype":8})"}) {
+        EXPECT_EQ(verdictOn(data), refusal) << data;
+    }
+    for (const char* data : {R"({"ywtype":"int8"})", R"({"a":"ywtype"})", R"({"ywtypes":5})"}) {
+        EXPECT_EQ(verdictOn(data), "admitted") << data;
+    }
+}
+
 TEST(Ingress, RefusesWhatIsNoObject) {
     EXPECT_EQ(verdictOn(""), "400 a publish needs data");
     for (const char* data : {"[1]", "5", "\"x\"", "null", "true"}) {
