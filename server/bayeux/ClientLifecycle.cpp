@@ -80,6 +80,18 @@ Fields readResponse(const DataBuffer& payload) {
     }
 }
 
+/// The answer to a request that the module does not answer, in the module's form.
+DataBuffer errorResponse(const std::string& requestID, const std::string& why) {
+    std::string response =
+        R"({"error":{"arguments":[],"causes":[],"exceptionJson":null,"functionName":"","identifier":"",)"
+        R"("message":)";
+    appendJsonString(response, why);
+    response += R"(,"shutdown":false,"stackFrames":[],"status":5},"requestID":)";
+    appendJsonString(response, requestID);
+    response += '}';
+    return DataBuffer(std::move(response));
+}
+
 }  // namespace
 
 ClientLifecycle::ClientLifecycle(std::shared_ptr<connector::message_service::Broker> broker,
@@ -151,7 +163,7 @@ std::optional<Refusal> ClientLifecycle::detach(SessionNumber session, const std:
     std::deque<DetachRequest>& waiting = detachRequests_[fields.requestID];
     waiting.push_back({session, lane, std::move(request)});
     if (waiting.size() == 1) {
-        publishDetach(waiting.front(), fields.requestIDtoDetach.value_or(""));
+        publishDetach(waiting.front(), fields.requestID, fields.requestIDtoDetach.value_or(""));
     }
     return std::nullopt;
 }
@@ -162,24 +174,25 @@ void ClientLifecycle::detachAll(SessionNumber session, const std::string& lane) 
         std::string request = R"({"requestID":")" + requestID + R"(","requestIDtoDetach":)";
         appendJsonString(request, identifier);
         request += '}';
-        detachRequests_[requestID].push_back({session, lane, std::move(request)});
-        publishDetach(detachRequests_[requestID].front(), identifier);
+        std::deque<DetachRequest>& waiting = detachRequests_[requestID];
+        waiting.push_back({session, lane, std::move(request)});
+        publishDetach(waiting.front(), requestID, identifier);
     }
 }
 
-void ClientLifecycle::publishDetach(const DetachRequest& detachRequest, const std::string& identifier) {
-    const std::string& lane = detachRequest.lane;
-    broker_->publish(std::string(kDetachRequest), DataBuffer(detachRequest.request), lane);
-    if (!isClientIdentifier(identifier)) {
-        return;
+void ClientLifecycle::publishDetach(DetachRequest& detachRequest, const std::string& requestID,
+                                    const std::string& identifier) {
+    detachRequest.marker = ++lastMarker_;
+    Marker& marker = markers_[detachRequest.marker];
+    marker.requestID = requestID;
+    marker.identifier = identifier;
+    if (isClientIdentifier(identifier)) {
+        // Taken also when nobody has it: an attach of another session in another lane could overtake the
+        // detach, and would be undone.
+        marker.detach = clients_.startDetach(identifier, detachRequest.session);
     }
-    // An identifier that nobody has is taken for the time of the detach: an attach of another session
-    // in another lane could overtake it, and would be undone.
-    clients_.reserve(identifier, detachRequest.session);
-    const auto detach = clients_.startDetach(identifier);
-    const std::string marker = std::to_string(detach);
-    markers_[marker] = {identifier, detach};
-    broker_->publish(kMarkerChannel, DataBuffer(marker), lane);
+    broker_->publish(std::string(kDetachRequest), DataBuffer(detachRequest.request), detachRequest.lane);
+    broker_->publish(kMarkerChannel, DataBuffer(std::to_string(detachRequest.marker)), detachRequest.lane);
 }
 
 void ClientLifecycle::onAttachResponse(const DataBuffer& payload) {
@@ -196,35 +209,47 @@ void ClientLifecycle::onAttachResponse(const DataBuffer& payload) {
 
 void ClientLifecycle::onDetachResponse(const DataBuffer& payload) {
     const auto found = detachRequests_.find(readResponse(payload).requestID);
-    if (found == detachRequests_.end()) {
-        return;
+    if (found != detachRequests_.end()) {
+        settleDetach(found, payload);
     }
+}
+
+void ClientLifecycle::settleDetach(DetachRequests::iterator found, const DataBuffer& response) {
+    const std::string& requestID = found->first;
     std::deque<DetachRequest>& waiting = found->second;
-    callbacks_.deliver(waiting.front().session, {std::string(kDetachResponse), payload});
+    callbacks_.deliver(waiting.front().session, {std::string(kDetachResponse), response});
     waiting.pop_front();
     while (!waiting.empty()) {
-        const DetachRequest& next = waiting.front();
+        DetachRequest& next = waiting.front();
         const std::string identifier = readFields(next.request).requestIDtoDetach.value_or("");
-        if (!policy_.mayDetach(next.session, identifier)) {
-            publishDetach(next, identifier);
+        const auto refusal = policy_.mayDetach(next.session, identifier);
+        if (!refusal) {
+            publishDetach(next, requestID, identifier);
             return;
         }
-        // While it waited another session took the identifier, so it names nothing of its own.
+        // While it waited another session took the identifier.
+        callbacks_.deliver(next.session,
+                           {std::string(kDetachResponse), errorResponse(requestID, refusal->text)});
         waiting.pop_front();
     }
     detachRequests_.erase(found);
 }
 
-void ClientLifecycle::onMarker(const std::string& marker) {
-    const auto found = markers_.find(marker);
-    if (found == markers_.end()) {
+void ClientLifecycle::onMarker(const std::string& text) {
+    const auto marker = markers_.find(std::stoull(text));
+    if (marker == markers_.end()) {
         return;
     }
-    const Marker reached = found->second;
-    markers_.erase(found);
+    const std::uint64_t number = marker->first;
+    const Marker reached = std::move(marker->second);
+    markers_.erase(marker);
     const auto owner = clients_.ownerOf(reached.identifier);
-    if (owner && clients_.finishDetach(reached.identifier, reached.detach)) {
+    if (owner && reached.detach && clients_.finishDetach(reached.identifier, *reached.detach)) {
         callbacks_.freed(*owner, reached.identifier);
+    }
+    const auto unanswered = detachRequests_.find(reached.requestID);
+    if (unanswered != detachRequests_.end() && unanswered->second.front().marker == number) {
+        settleDetach(unanswered, errorResponse(reached.requestID, "the request was not answered"));
     }
 }
 

@@ -5,6 +5,7 @@
 #include "server/bayeux/ClientTable.hpp"
 #include "server/bayeux/DeliveryQueue.hpp"
 
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -20,7 +21,8 @@ namespace server::bayeux {
 /// An answer names its request by the `requestID` alone. For an attach this is the identifier, which
 /// one session owns. Of several detach requests with one `requestID` the next is handed on when the
 /// one before is answered. Behind each detach follows a marker in the same lane: when it arrives, the
-/// detach has been carried out, and the identifier is free.
+/// detach has been carried out, and the identifier is free. A detach that was not answered by then never
+/// will be, and the server answers it.
 ///
 /// All functions and both callbacks run on the server's thread.
 class ClientLifecycle {
@@ -53,25 +55,34 @@ class ClientLifecycle {
         SessionNumber session;
         std::string lane;
         std::string request;
+        /// Of its marker; 0 until it has been handed on.
+        std::uint64_t marker = 0;
     };
+    using DetachRequests = std::map<std::string, std::deque<DetachRequest>>;
 
     void onAttachResponse(const connector::common::DataBuffer& payload);
     void onDetachResponse(const connector::common::DataBuffer& payload);
-    void publishDetach(const DetachRequest& detachRequest, const std::string& identifier);
-    void onMarker(const std::string& marker);
+    void publishDetach(DetachRequest& detachRequest, const std::string& requestID,
+                       const std::string& identifier);
+    /// Delivers the answer to the first of a queue, and hands on the next.
+    void settleDetach(DetachRequests::iterator found, const connector::common::DataBuffer& response);
+    void onMarker(const std::string& text);
 
     const std::shared_ptr<connector::message_service::Broker> broker_;
     const Callbacks callbacks_;
     ClientTable clients_;
     AccessPolicy policy_{clients_};
     /// By `requestID`; the first of each queue has been handed on.
-    std::map<std::string, std::deque<DetachRequest>> detachRequests_;
+    DetachRequests detachRequests_;
 
     struct Marker {
+        std::string requestID;
         std::string identifier;
-        ClientTable::DetachNumber detach;
+        /// Nothing when the identifier is none that a client could have.
+        std::optional<ClientTable::DetachNumber> detach;
     };
-    std::map<std::string, Marker> markers_;
+    std::map<std::uint64_t, Marker> markers_;
+    std::uint64_t lastMarker_ = 0;
 
     /// Tells callbacks that are still on their way to the server's thread that we are gone.
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

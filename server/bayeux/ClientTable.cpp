@@ -1,5 +1,7 @@
 #include "server/bayeux/ClientTable.hpp"
 
+#include <utility>
+
 namespace server::bayeux {
 
 bool ClientTable::reserve(std::string_view identifier, SessionNumber session) {
@@ -13,7 +15,10 @@ bool ClientTable::reserve(std::string_view identifier, SessionNumber session) {
     }
     if (client.detach) {
         // The detach is on its way in the same lane and will be over before this attach is looked at.
-        client = Client(session);
+        client.staleAttachesInFlight += std::exchange(client.attachesInFlight, 0);
+        client.staleUntil = *client.detach;
+        client.attached = false;
+        client.detach.reset();
     }
     ++client.attachesInFlight;
     return true;
@@ -25,6 +30,10 @@ bool ClientTable::attachAnswered(std::string_view identifier, bool successful) {
         return false;
     }
     Client& client = found->second;
+    if (client.staleAttachesInFlight > 0) {
+        --client.staleAttachesInFlight;
+        return false;
+    }
     client.attachesInFlight -= client.attachesInFlight > 0 ? 1 : 0;
     client.attached = client.attached || successful;
     if (client.attached || client.attachesInFlight > 0 || client.detach) {
@@ -34,15 +43,21 @@ bool ClientTable::attachAnswered(std::string_view identifier, bool successful) {
     return true;
 }
 
-ClientTable::DetachNumber ClientTable::startDetach(std::string_view identifier) {
-    Client& client = clients_.find(identifier)->second;
+ClientTable::DetachNumber ClientTable::startDetach(std::string_view identifier, SessionNumber session) {
+    Client& client = clients_.try_emplace(std::string(identifier), session).first->second;
     client.detach = ++lastDetach_;
     return lastDetach_;
 }
 
 bool ClientTable::finishDetach(std::string_view identifier, DetachNumber detach) {
     const auto found = clients_.find(identifier);
-    if (found == clients_.end() || found->second.detach != detach) {
+    if (found == clients_.end()) {
+        return false;
+    }
+    if (found->second.staleUntil == detach) {
+        found->second.staleAttachesInFlight = 0;
+    }
+    if (found->second.detach != detach) {
         return false;
     }
     clients_.erase(found);

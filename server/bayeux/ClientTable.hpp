@@ -28,8 +28,9 @@ class ClientTable {
     /// An attach of `identifier` was answered. True when that freed the identifier.
     bool attachAnswered(std::string_view identifier, bool successful);
 
-    /// From now on the client takes no more requests. The identifier must be reserved.
-    DetachNumber startDetach(std::string_view identifier);
+    /// From now on the client takes no more requests. An identifier that nobody has is taken for
+    /// `session` until the detach has been carried out; one that another session has may not come here.
+    DetachNumber startDetach(std::string_view identifier, SessionNumber session);
 
     /// That detach has been carried out. True when that freed the identifier: the same session may
     /// have attached it anew in the meantime.
@@ -49,6 +50,11 @@ class ClientTable {
 
         SessionNumber owner;
         int attachesInFlight = 0;
+        /// Of the attaches before the latest detach, whose answers say nothing about those behind it. Not
+        /// all are answered: a detach also ends an attach that waits.
+        int staleAttachesInFlight = 0;
+        /// When this detach has been carried out, no stale answer is left to come.
+        DetachNumber staleUntil = 0;
         bool attached = false;
         std::optional<DetachNumber> detach;
     };

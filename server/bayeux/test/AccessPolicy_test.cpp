@@ -11,7 +11,7 @@ class AccessPolicyTest : public ::testing::Test {
     AccessPolicyTest() {
         clients.reserve("own", 1);
         clients.reserve("leaving", 1);
-        clients.startDetach("leaving");
+        clients.startDetach("leaving", 1);
         clients.reserve("other", 2);
     }
 
@@ -122,13 +122,30 @@ TEST_F(AccessPolicyTest, ARefusedSecondAttachLeavesTheFirstInPlace) {
 }
 
 TEST_F(AccessPolicyTest, TheEndOfAnOldDetachLeavesANewAttachInPlace) {
-    const auto detach = clients.startDetach("own");
+    const auto detach = clients.startDetach("own", 1);
     clients.reserve("own", 1);
     EXPECT_FALSE(clients.finishDetach("own", detach));
     EXPECT_FALSE(clients.isDetaching("own"));
-    const auto second = clients.startDetach("own");
+    const auto second = clients.startDetach("own", 1);
     EXPECT_TRUE(clients.finishDetach("own", second));
     EXPECT_EQ(clients.ownerOf("own"), std::nullopt);
+}
+
+TEST_F(AccessPolicyTest, AnAnswerToAnAttachBeforeTheDetachFreesNoNewAttach) {
+    clients.reserve("fresh", 1);
+    clients.startDetach("fresh", 1);
+    clients.reserve("fresh", 1);
+    EXPECT_FALSE(clients.attachAnswered("fresh", false));
+    EXPECT_EQ(clients.ownerOf("fresh"), 1U);
+    EXPECT_TRUE(clients.attachAnswered("fresh", false));
+}
+
+TEST_F(AccessPolicyTest, AnAttachThatADetachEndedIsNotWaitedFor) {
+    clients.reserve("fresh", 1);
+    const auto detach = clients.startDetach("fresh", 1);
+    clients.reserve("fresh", 1);
+    EXPECT_FALSE(clients.finishDetach("fresh", detach));
+    EXPECT_TRUE(clients.attachAnswered("fresh", false));
 }
 
 }  // namespace
