@@ -5,12 +5,10 @@
 namespace server::bayeux {
 
 void RequestsInFlight::observe(std::string_view channel) {
-    const bool isRequest = channel.ends_with("eval/request");
-    if (!isRequest && !channel.ends_with("eval/response")) {
-        return;
-    }
     const auto parts = asClientChannel(channel);
-    if (!parts || (!parts->rest.starts_with("/eval/") && !parts->rest.starts_with("/feval/"))) {
+    const std::string_view rest = parts ? parts->rest : std::string_view();
+    const bool isRequest = rest == "/eval/request" || rest == "/feval/request";
+    if (!isRequest && rest != "/eval/response" && rest != "/feval/response") {
         return;
     }
     const std::lock_guard lock(mutex_);
