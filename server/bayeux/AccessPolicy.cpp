@@ -11,7 +11,7 @@ Refusal forbidden(std::string why) {
 }
 
 Refusal invalidChannel(std::string_view channel) {
-    return {ErrorCode::InvalidChannel, "no valid channel name - " + std::string(channel)};
+    return {ErrorCode::InvalidChannel, "no valid channel name - " + printable(channel)};
 }
 
 }  // namespace

@@ -24,6 +24,9 @@ constexpr std::string_view kNowhere = "/meta/error";
 /// Clients close their socket themselves after a disconnect; the server does it for those that don't.
 constexpr std::chrono::seconds kCloseAfterDisconnect{1};
 
+/// What a client may take from the reply to one poll to the next.
+constexpr std::chrono::seconds kPollPause{1};
+
 foundation::log::diagnostic_logger& logger() {
     static auto& instance = *new foundation::log::diagnostic_logger("server::bayeux");
     return instance;
@@ -148,7 +151,7 @@ void BayeuxServer::handle(Batch& batch, const Message& message) {
     } else if (message.channel == kUnsubscribe) {
         unsubscribe(batch, message, *session);
     } else if (isMetaChannel(message.channel)) {
-        refuse(batch, message, {ErrorCode::UnknownChannel, "unknown channel " + message.channel});
+        refuse(batch, message, {ErrorCode::UnknownChannel, "unknown channel " + printable(message.channel)});
     } else {
         publish(batch, message, *session);
     }
@@ -158,7 +161,7 @@ void BayeuxServer::refuse(Batch& batch, const Message& message, const Refusal& r
                           std::string_view fields) {
     ++refusals_[refusal.code];
     FOUNDATION_LOG(logger(), foundation::log::Normal)
-        << "refused a message on " << message.channel << ": " << errorField(refusal);
+        << "refused a message on " << printable(message.channel) << ": " << errorField(refusal);
     std::string more(fields);
     // Clients are steered by the advice alone. Without it, or with a hot one, they try again hundreds of
     // times a second.
@@ -268,6 +271,12 @@ void BayeuxServer::subscribe(Batch& batch, const Message& message, Session& sess
             return;
         }
     }
+    if (!session.hasRoomFor(message.subscriptions)) {
+        refuse(batch, message,
+               {ErrorCode::TooLarge, "a session may have " + std::to_string(Session::kMaxSubscriptions) +
+                                         " subscriptions at most"});
+        return;
+    }
     for (const std::string& pattern : message.subscriptions) {
         session.subscribe(*broker_, pattern);
     }
@@ -363,6 +372,14 @@ void BayeuxServer::advance() {
             connection->close(CloseCode::Normal, "disconnected");
         }
         return !connection || closing.due <= now;
+    });
+}
+
+bool BayeuxServer::hasUndelivered() const {
+    const auto now = options_.now();
+    return std::any_of(sessions_.begin(), sessions_.end(), [&](const auto& entry) {
+        Session& session = *entry.second;
+        return !session.queue().empty() && (!session.owner.expired() || now - session.lastHeard < kPollPause);
     });
 }
 

@@ -71,6 +71,11 @@ class BayeuxServer {
 
     /// From now on handshakes and requests are refused; what is under way is still delivered.
     void stopAccepting() { accepting_ = false; }
+    bool isAccepting() const { return accepting_; }
+
+    /// Whether events wait for a session that is connected, or was a moment ago: a client that polls has
+    /// no connection between two requests.
+    bool hasUndelivered() const;
 
     /// May be asked from any thread.
     const RequestsInFlight& requestsInFlight() const { return requestsInFlight_; }

@@ -11,7 +11,16 @@ bool isInErrorGrammar(char c) {
            std::string_view(" -_!~()$@/*.").find(c) != std::string_view::npos;
 }
 
+/// What is quoted of a client's text.
+constexpr std::size_t kMaxQuoted = 100;
+
 }  // namespace
+
+std::string printable(std::string_view text) {
+    std::string result(text.substr(0, kMaxQuoted));
+    std::replace_if(result.begin(), result.end(), [](char c) { return !isInErrorGrammar(c); }, '_');
+    return text.size() > kMaxQuoted ? result + "..." : result;
+}
 
 std::string errorField(const Refusal& refusal) {
     std::string field = std::to_string(static_cast<int>(refusal.code)) + "::" + refusal.text;

@@ -25,6 +25,10 @@ struct Refusal {
     std::string text;
 };
 
+/// Text of a client, made fit for logs and errors: at most 100 characters, "..." behind what was cut, and an
+/// underscore for each character that `errorField` would replace.
+std::string printable(std::string_view text);
+
 /// The value of the `error` field, "code::text", as ASCII that needs no JSON escaping.
 ///
 /// One stock client parses the field with a grammar of letters, digits, blank and `-_!~()$@/*.`, and

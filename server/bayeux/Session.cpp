@@ -2,10 +2,13 @@
 
 #include "server/bayeux/Channels.hpp"
 
+#include <set>
+#include <string_view>
+
 namespace server::bayeux {
 
 void Session::subscribe(connector::message_service::Broker& broker, const std::string& pattern) {
-    if (isSubscribedTo(pattern)) {
+    if (isServiceChannel(pattern) || isSubscribedTo(pattern)) {
         return;
     }
     if (!asClientChannel(pattern)) {
@@ -18,6 +21,16 @@ void Session::subscribe(connector::message_service::Broker& broker, const std::s
                                                      const connector::message_service::JsonMessage& message) {
             queue->offer(pattern, message);
         }));
+}
+
+bool Session::hasRoomFor(const std::vector<std::string>& patterns) const {
+    std::set<std::string_view> fresh;
+    for (const std::string& pattern : patterns) {
+        if (!isServiceChannel(pattern) && !isSubscribedTo(pattern)) {
+            fresh.insert(pattern);
+        }
+    }
+    return subscriptions_.size() + fresh.size() <= kMaxSubscriptions;
 }
 
 void Session::unsubscribe(const std::string& pattern) {

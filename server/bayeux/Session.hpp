@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace server::bayeux {
 
@@ -26,6 +27,9 @@ struct HeldConnect {
 /// connections come and go. Confined to the server's thread, but for its queue.
 class Session {
   public:
+    /// Every message is compared with all of them.
+    static constexpr std::size_t kMaxSubscriptions = 1000;
+
     Session(SessionNumber number, std::string clientId, std::shared_ptr<DeliveryQueue> queue)
         : number_(number), clientId_(std::move(clientId)), queue_(std::move(queue)) {}
 
@@ -37,10 +41,13 @@ class Session {
     DeliveryQueue& queue() { return *queue_; }
 
     /// Both are idempotent. Some channels have no subscription with the broker: answers to attach and
-    /// detach are routed by who asked, and nothing is published on service channels.
+    /// detach are routed by who asked. Of service channels no note is taken: nothing is published there.
     void subscribe(connector::message_service::Broker& broker, const std::string& pattern);
     void unsubscribe(const std::string& pattern);
     bool isSubscribedTo(const std::string& pattern) const { return subscriptions_.count(pattern) != 0; }
+
+    /// Whether the session may subscribe to all of `patterns`. Those that it has, or that repeat, count once.
+    bool hasRoomFor(const std::vector<std::string>& patterns) const;
 
     /// Ends all subscriptions to channels of this client.
     void unsubscribeFromClient(const std::string& identifier);

@@ -445,6 +445,78 @@ TEST_F(BayeuxServerTest, DetachesOfOneRequestIdAreAnsweredToWhoeverAsked) {
     EXPECT_EQ(fakeModule.requests().size(), 2U);
 }
 
+/// What the server answers in the module's stead.
+std::string unanswered(const std::string& why) {
+    return R"([{"channel":"/yvm/detach/response","data":{"error":{"arguments":[],"causes":[],)"
+           R"("exceptionJson":null,"functionName":"","identifier":"","message":")" +
+           why + R"(","shutdown":false,"stackFrames":[],"status":5},"requestID":"d"}}])";
+}
+
+TEST_F(BayeuxServerTest, ADetachThatTheModuleDoesNotAnswerIsAnswered) {
+    FakeModule fakeModule(broker);
+    fakeModule.fallSilent();
+    const std::string clientId = openSession(connection);
+    subscribe(connection, clientId, R"("/yvm/detach/response")");
+    for (const char* identifier : {"x", "no identifier"}) {
+        publish(connection, clientId, "/yvm/detach/request",
+                R"({"requestID":"d","requestIDtoDetach":")" + std::string(identifier) + "\"}");
+        EXPECT_EQ(await(*connection), unanswered("the request was not answered"));
+    }
+}
+
+TEST_F(BayeuxServerTest, ADetachWhoseClientWasTakenWhileItWaitedIsAnsweredWithAnError) {
+    FakeModule fakeModule(broker);
+    const auto other = std::make_shared<FakeConnection>();
+    const std::string clientId = openSession(connection);
+    const std::string otherId = openSession(other);
+    subscribe(other, otherId, R"("/yvm/detach/response")");
+    publish(connection, clientId, "/yvm/detach/request", R"({"requestID":"d","requestIDtoDetach":"x"})");
+    publish(other, otherId, "/yvm/detach/request", R"({"requestID":"d","requestIDtoDetach":"y"})");
+    attach(clientId, "y");
+    EXPECT_EQ(await(*other), unanswered("the client belongs to another session"));
+}
+
+TEST_F(BayeuxServerTest, QuotesNoMoreThanTheBeginningOfALongChannel) {
+    const std::string clientId = openSession(connection);
+    const std::string error = R"("error":"404::unknown channel /meta/)" + std::string(94, 'x') + R"(...")";
+    EXPECT_THAT(exchange(connection, request(clientId, "/meta/" + std::string(5000, 'x'), "")),
+                ::testing::HasSubstr(error));
+}
+
+TEST_F(BayeuxServerTest, ASessionHasAThousandSubscriptionsAtMost) {
+    FakeModule fakeModule(broker);
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    const auto channels = [](int first, int count) {
+        std::string text = "[";
+        for (int i = first; i < first + count; ++i) {
+            text += (i == first ? "\"/yvm/one/" : ",\"/yvm/one/") + std::to_string(i) + '"';
+        }
+        return text + "]";
+    };
+    const std::string refusal = R"("error":"413::a session may have 1000 subscriptions at most")";
+    EXPECT_THAT(subscribe(connection, clientId, channels(0, 1001)), ::testing::HasSubstr(refusal));
+    EXPECT_THAT(subscribe(connection, clientId, channels(0, 1000)),
+                ::testing::HasSubstr(R"("successful":true)"));
+    EXPECT_THAT(subscribe(connection, clientId, channels(999, 2)), ::testing::HasSubstr(refusal));
+    EXPECT_THAT(subscribe(connection, clientId, R"(["/service/a","/service/**","/yvm/one/5"])"),
+                ::testing::HasSubstr(R"("successful":true)"));
+}
+
+TEST_F(BayeuxServerTest, OnlyEvalsAndFevalsOfAClientAreInFlight) {
+    FakeModule fakeModule(broker);
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    for (const char* rest :
+         {"eval/sub/eval/request", "eval/x/request", "sub/eval/request", "xeval/request"}) {
+        publish(connection, clientId, "/yvm/one/" + std::string(rest), R"({"requestID":"e"})");
+    }
+    EXPECT_EQ(server->requestsInFlight().count(), 0U);
+    publish(connection, clientId, "/yvm/one/eval/request", R"({"requestID":"e"})");
+    publish(connection, clientId, "/yvm/one/feval/request", R"({"requestID":"f"})");
+    EXPECT_EQ(server->requestsInFlight().count(), 2U);
+}
+
 TEST_F(BayeuxServerTest, ADisconnectAnswersTheConnectFirstAndDetachesTheClients) {
     FakeModule fakeModule(broker);
     const std::string clientId = openSession(connection);
