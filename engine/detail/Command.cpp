@@ -1,9 +1,11 @@
 #include "engine/detail/Command.hpp"
 
 #include "engine/detail/ForkedChild.hpp"
+#include "engine/detail/Gil.hpp"
 
 #include <boost/shared_ptr.hpp>
 
+#include <optional>
 #include <utility>
 
 namespace yvm::engine {
@@ -91,6 +93,12 @@ std::shared_ptr<Command> CommandTable::create(cmddistributor::TakenCommand taken
         {
             const std::lock_guard lock(table->mutex_);
             table->commands_.erase(command->id());
+        }
+        // Held last by an object of Python when a thread outlived the command, it dies under the GIL. Its
+        // streams and callbacks may wait for whoever needs that.
+        std::optional<WithoutGil> released;
+        if (PyGILState_Check() != 0) {
+            released.emplace();
         }
         delete command;
     };

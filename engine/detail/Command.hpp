@@ -65,7 +65,13 @@ class Command {
     /// command, counts again.
     void requestInterrupt() noexcept { interruptRequested_ = true; }
     /// Whether an interrupt is to be raised now; it counts as raised. Engine thread.
-    bool takeInterrupt() noexcept { return interruptRequested_.exchange(false); }
+    bool takeInterrupt() noexcept {
+        const bool taken = interruptRequested_.exchange(false);
+        wasInterrupted_ = wasInterrupted_ || taken;
+        return taken;
+    }
+    /// Whether one has been raised in it. Engine thread.
+    bool wasInterrupted() const noexcept { return wasInterrupted_; }
     bool isInterruptRequested() const noexcept { return interruptRequested_; }
 
     /// Whether code of the user runs in it, and not code of the engine that an interrupt would damage.
@@ -83,7 +89,8 @@ class Command {
     OutputStreams output_;
     std::atomic<bool> interruptRequested_{false};
     std::atomic<bool> settled_{false};
-    bool interruptible_ = false;  // engine thread
+    bool interruptible_ = false;   // engine thread
+    bool wasInterrupted_ = false;  // engine thread
 };
 
 /// Marks the calling thread as working for a command while the scope lasts: its text goes to that command's

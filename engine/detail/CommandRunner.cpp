@@ -216,11 +216,11 @@ Outcome CommandRunner::describe(Command& command, py::error_already_set& error) 
     // The texts of exceptions are made by code of the user, which may be slow or fail in its turn.
     bool stopped = false;
     try {
-        stopped = isInterrupt_(exception).cast<bool>();
-        if (stopped) {
-            // Asked for twice, it has been obeyed: the description of the first must not fall to the second.
-            command.takeInterrupt();
-        }
+        // An interrupt of another command, kept and raised again, or one of the user's own making is an error
+        // like any other.
+        stopped = command.wasInterrupted() && isInterrupt_(exception).cast<bool>();
+        // One that comes now has been obeyed or is too late: the error must not fall to it.
+        command.takeInterrupt();
         const UserCode userCode(command);
         return {toRuntimeException(exception, stopped ? Status::Cancelled : Status::CommandFailed), stopped};
     } catch (const std::exception&) {

@@ -367,8 +367,9 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
     {
         const CommandScope scope(command);
         outcome = runInPython(*command);
-        command->output().synchroniseAll();
+        // In this order: a thread of the command that writes in between brings its text out itself.
         command->markSettled();
+        command->output().synchroniseAll();
     }
     popFrame();
     if (auto* result = std::get_if<FEvalResult>(&outcome.value)) {

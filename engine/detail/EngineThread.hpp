@@ -31,7 +31,10 @@ namespace yvm::engine {
 /// the signal's Python handler raises if the innermost frame is the target and code of the user runs in it.
 /// So it never hits another command: one that nests above the target ends first, and a note on a command
 /// that has ended is gone with its frame. It is not lost either: one that comes while a command is on its
-/// way from the queue to its frame is kept until the frame stands.
+/// way from the queue to its frame is kept until the frame stands. But it is raised once: code of the user
+/// that catches and swallows it goes on, as it may with KeyboardInterrupt anywhere, or loses it where Python
+/// itself drops exceptions (a destructor, a callback of a weak reference). The command then runs until it
+/// ends or the next cancel or interrupt, which raises anew.
 ///
 /// `framesMutex_` and `wakeMutex_` are leaves: nothing is called, and the GIL not taken, with one held.
 /// Completions run without GIL and locks.

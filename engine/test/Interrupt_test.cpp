@@ -1,6 +1,8 @@
 #include "engine/test/EngineFixture.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 namespace yvm::engine::test {
 namespace {
@@ -86,6 +88,35 @@ TEST_F(EngineTest, AnInterruptNeverHitsAnotherCommand) {
         distributor()->cancel(first.id, true);
         EXPECT_NO_THROW(second.get()) << round;
     }
+}
+
+TEST_F(EngineTest, AnInterruptThatTheUserRaisesIsAnOrdinaryError) {
+    const auto error = evalError("import _yvm\nraise _yvm.Interrupt('mine')");
+    EXPECT_EQ(error.getExecutionStatus(), Status::CommandFailed);
+    EXPECT_EQ(error.GetID(), "yvm.Interrupt");
+    EXPECT_STREQ(error.what(), "mine");
+}
+
+TEST_F(EngineTest, AnErrorThatAnInterruptComesTooLateForIsTold) {
+    // The signal waits until the command has failed.
+    int gate[2];
+    ASSERT_EQ(::pipe2(gate, O_CLOEXEC), 0);
+    auto failing = submitEval(
+        "import os, signal\n"
+        "before = signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())\n"
+        "print('deaf', flush=True)\nos.read(" +
+        std::to_string(gate[0]) + ", 1)\nraise ValueError('real')");
+    failing.transcript->waitFor("deaf\n");
+    auto answer = distributor()->cancel(failing.id, true);
+    ASSERT_EQ(::write(gate[1], "x", 1), 1);
+    const auto error = failing.error();
+    EXPECT_EQ(error.getExecutionStatus(), Status::CommandFailed);
+    EXPECT_EQ(error.GetID(), "ValueError");
+    EXPECT_STREQ(error.what(), "real");
+    EXPECT_EQ(answer.get(), CmdDistributor::UNABLE_TO_CANCEL_ALREADY_DONE);
+    eval("signal.pthread_sigmask(signal.SIG_SETMASK, before);");
+    ::close(gate[0]);
+    ::close(gate[1]);
 }
 
 TEST_F(EngineTest, AKeyboardInterruptOfTheUserIsAnOrdinaryError) {

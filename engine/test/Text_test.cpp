@@ -209,6 +209,45 @@ TEST_F(EngineTest, EventsOfACommandReachItsOwnCallback) {
     EXPECT_EQ(*received, u"by event\n");
 }
 
+/// Its end takes as long as it is told to.
+class LingeringBuffer final : public std::basic_streambuf<char16_t> {
+  public:
+    LingeringBuffer(std::promise<void>& ending, std::shared_future<void> mayEnd)
+        : ending_(ending), mayEnd_(std::move(mayEnd)) {}
+    ~LingeringBuffer() override {
+        ending_.set_value();
+        // Longer than a command that it holds up is waited for.
+        mayEnd_.wait_for(2 * deadline);
+    }
+
+  private:
+    std::promise<void>& ending_;
+    const std::shared_future<void> mayEnd_;
+};
+
+TEST_F(EngineTest, TheEndOfACommandThatAThreadOutlivesHoldsNobodyUp) {
+    std::promise<void> ending;
+    std::promise<void> mayEnd;
+    {
+        Submission submission;
+        submission.ownStreams = false;
+        submission.runOptions.setOutStream(
+            boost::make_shared<LingeringBuffer>(ending, mayEnd.get_future().share()),
+            RunOptions::getDefaultSinkTraits());
+        submitEval("import threading\nlate = threading.Event()\nthreading.Thread(target=late.wait).start()",
+                   std::move(submission))
+            .get();
+    }
+    auto lastHolderIsGone = ending.get_future();
+    EXPECT_EQ(lastHolderIsGone.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    eval("late.set()");
+    ASSERT_EQ(lastHolderIsGone.wait_for(deadline), std::future_status::ready);
+    auto other = submitEval("1+1");
+    EXPECT_NO_THROW(other.get());
+    mayEnd.set_value();
+    EXPECT_EQ(other.transcript->text(), "2\n");
+}
+
 TEST_F(EngineTest, EventsOfAThreadReachTheCallbackOfACommandThatHasEnded) {
     Submission submission;
     submission.ownStreams = false;
