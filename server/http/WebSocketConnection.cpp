@@ -17,6 +17,10 @@ constexpr std::size_t kEnvelopeBytes = 1024UL * 1024;
 /// What one message may leave allocated for the next.
 constexpr std::size_t kKeptBytes = 1024UL * 1024;
 
+/// While more than this waits behind the frame that is being written, nothing more is read. Events are sent
+/// only when nothing waits, so these are replies, which a peer that does not read asks for without end.
+constexpr std::size_t kMaxWaitingBytes = 1024UL * 1024;
+
 /// A peer that is silent for so long, our pings included, has gone.
 constexpr std::chrono::seconds kIdleTimeout{60};
 
@@ -83,7 +87,10 @@ void WebSocketConnection::onRead(beast::error_code error) {
     if (frame_.capacity() > kKeptBytes) {
         frame_.shrink_to_fit();
     }
-    read();
+    isReadingPaused_ = waitingBytes_ > kMaxWaitingBytes;
+    if (!isReadingPaused_) {
+        read();
+    }
 }
 
 void WebSocketConnection::send(std::string frame) {
@@ -93,6 +100,8 @@ void WebSocketConnection::send(std::string frame) {
     outgoing_.push_back(std::move(frame));
     if (outgoing_.size() == 1) {
         write();
+    } else {
+        waitingBytes_ += outgoing_.back().size();
     }
 }
 
@@ -109,11 +118,16 @@ void WebSocketConnection::onWritten(beast::error_code error) {
     }
     outgoing_.pop_front();
     if (!outgoing_.empty()) {
+        waitingBytes_ -= outgoing_.front().size();
         write();
     } else if (closeReason_) {
         startClosing();
     } else {
         server_.writable(*this);
+    }
+    if (isReadingPaused_ && isOpen_ && !closeReason_ && waitingBytes_ <= kMaxWaitingBytes) {
+        isReadingPaused_ = false;
+        read();
     }
 }
 

@@ -20,7 +20,8 @@ namespace server::http {
 /// than that is read, so that it can be answered that a payload is too long.
 std::size_t maxFrameBytes(std::size_t maxMessageBytes);
 
-/// One WebSocket of a client. Keeps itself alive by its read; confined to the server's thread.
+/// One WebSocket of a client. Keeps itself alive by its read, or by its write while it takes no more
+/// messages from a peer that does not read its replies; confined to the server's thread.
 class WebSocketConnection final : public bayeux::Connection,
                                   public std::enable_shared_from_this<WebSocketConnection> {
   public:
@@ -55,6 +56,9 @@ class WebSocketConnection final : public bayeux::Connection,
     boost::asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>> buffer_{frame_};
     /// The first one is being written.
     std::deque<std::string> outgoing_;
+    /// Of all of `outgoing_` but the first.
+    std::size_t waitingBytes_ = 0;
+    bool isReadingPaused_ = false;
     std::optional<boost::beast::websocket::close_reason> closeReason_;
     boost::asio::steady_timer closeTimer_;
     bool isOpen_ = false;
