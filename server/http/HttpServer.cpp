@@ -9,6 +9,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include <algorithm>
 #include <future>
 #include <list>
 #include <stdexcept>
@@ -28,6 +29,9 @@ constexpr std::chrono::milliseconds kTick{250};
 /// After a failure to accept, such as too many open files, the next try waits.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
+/// How often it is looked at whether all has been written, at the end.
+constexpr std::chrono::milliseconds kDrainStep{10};
+
 foundation::log::diagnostic_logger& logger() {
     static auto& instance = *new foundation::log::diagnostic_logger("server::http");
     return instance;
@@ -45,7 +49,7 @@ struct HttpServer::Impl {
               guard,
               files,
               options.maxMessageBytes,
-              std::move(options.isReady),
+              [this, isReady = std::move(options.isReady)] { return bayeux.isAccepting() && isReady(); },
               [this](std::weak_ptr<WebSocketConnection> socket) { remember(sockets, std::move(socket)); }} {
         listen(options.host, options.port);
     }
@@ -99,6 +103,8 @@ struct HttpServer::Impl {
                 });
                 return;
             }
+            // First, so that a fault in what follows ends this connection only.
+            accept();
             // Answers are small and wait for nobody.
             beast::error_code ignored;
             socket.set_option(tcp::no_delay(true), ignored);
@@ -106,18 +112,18 @@ struct HttpServer::Impl {
                 std::make_shared<HttpSession>(beast::tcp_stream(std::move(socket)), services);
             remember(sessions, std::weak_ptr(session));
             session->run();
-            accept();
         });
     }
 
     void tick() {
-        bayeux.advance();
+        // First, so that a fault in what follows ends this turn only.
         ticker.expires_after(kTick);
         ticker.async_wait([this](beast::error_code cancelled) {
             if (!cancelled) {
                 tick();
             }
         });
+        bayeux.advance();
     }
 
     void run() {
@@ -139,9 +145,24 @@ struct HttpServer::Impl {
         all.push_back(std::move(one));
     }
 
-    void closeAll() {
+    /// Closes all connections when what waits for them has been written, or at `deadline`.
+    void drain(std::chrono::steady_clock::time_point deadline) {
         acceptor.close();
         acceptTimer.cancel();
+        const bool isWritten =
+            !bayeux.hasUndelivered() && std::none_of(sockets.begin(), sockets.end(), [](const auto& weak) {
+                const auto socket = weak.lock();
+                return socket && !socket->isWritable();
+            });
+        if (isWritten || std::chrono::steady_clock::now() >= deadline) {
+            closeAll();
+            return;
+        }
+        drainTimer.expires_after(kDrainStep);
+        drainTimer.async_wait([this, deadline](beast::error_code) { drain(deadline); });
+    }
+
+    void closeAll() {
         ticker.cancel();
         for (const auto& weak : sockets) {
             if (const auto socket = weak.lock()) {
@@ -162,6 +183,7 @@ struct HttpServer::Impl {
     tcp::acceptor acceptor{context};
     asio::steady_timer acceptTimer{context};
     asio::steady_timer ticker{context};
+    asio::steady_timer drainTimer{context};
     bayeux::BayeuxServer bayeux;
     const HttpServices services;
     std::list<std::weak_ptr<HttpSession>> sessions;
@@ -205,7 +227,9 @@ void HttpServer::stop(std::chrono::milliseconds bound) {
     if (!impl_->thread.joinable()) {
         return;
     }
-    asio::post(impl_->context, [impl = impl_.get()] { impl->closeAll(); });
+    // What remains is for the peers to answer the close.
+    const auto deadline = std::chrono::steady_clock::now() + bound * 3 / 4;
+    asio::post(impl_->context, [impl = impl_.get(), deadline] { impl->drain(deadline); });
     // The context runs out of work when the last connection has gone.
     if (impl_->ended.get_future().wait_for(bound) != std::future_status::ready) {
         impl_->context.stop();

@@ -30,7 +30,7 @@ class HttpServer {
         std::size_t maxQueueBytes = 64UL * 1024 * 1024;
         std::chrono::milliseconds connectTimeout{30'000};
         std::chrono::milliseconds graceTime{60'000};
-        /// What /readyz tells. Called on the server's thread.
+        /// What /readyz tells until `stopAccepting`. Called on the server's thread.
         std::function<bool()> isReady = [] { return true; };
     };
 
@@ -51,7 +51,8 @@ class HttpServer {
     /// than `bound`.
     bool waitForAnswers(std::chrono::milliseconds bound) const;
 
-    /// Closes all connections, WebSockets with 1001, and ends the thread. Takes at most `bound`.
+    /// Writes what waits for connected clients, closes all connections, WebSockets with 1001, and ends the
+    /// thread. Takes at most `bound`; what is not written by then is lost.
     void stop(std::chrono::milliseconds bound);
 
   private:

@@ -16,6 +16,12 @@ namespace {
 /// Ample for cookies and a token; a bigger header is no client of ours.
 constexpr std::uint32_t kMaxHeaderBytes = 16 * 1024;
 
+/// A body that is read and passed over, for the sake of the connection.
+constexpr std::size_t kMaxIgnoredBody = 64 * 1024;
+
+/// How long what a peer still sends is read after the last answer.
+constexpr std::chrono::seconds kLinger{2};
+
 /// A request that takes longer to come in, or a connection that rests longer, is cut. Longer than the
 /// keep-alive of the clients, which would otherwise send into a connection that is being closed.
 constexpr std::chrono::seconds kRequestTimeout{90};
@@ -103,14 +109,18 @@ Response makePreflight(const http::request<http::string_body>& request) {
 }  // namespace
 
 void HttpSession::close() {
-    stream_.close();
-    waiting_.reset();
+    isClosing_ = true;
+    if (!isWriting_) {
+        stream_.close();
+        waiting_.reset();
+    }
 }
 
 void HttpSession::read() {
     parser_.emplace();
     parser_->header_limit(kMaxHeaderBytes);
-    parser_->body_limit(maxFrameBytes(services_.maxMessageBytes));
+    // Until the header tells what is to be done with the body. Beast compares with the limit already there.
+    parser_->body_limit(boost::none);
     stream_.expires_after(kRequestTimeout);
     http::async_read_header(
         stream_, buffer_, *parser_,
@@ -145,6 +155,20 @@ void HttpSession::onHeader(beast::error_code error) {
         upgrade();
         return;
     }
+    const Request& request = parser_->get();
+    const auto length = parser_->content_length();
+    if (isPoll(request)) {
+        parser_->body_limit(maxFrameBytes(services_.maxMessageBytes));
+        if (length && *length > maxFrameBytes(services_.maxMessageBytes)) {
+            refuseBody();
+            return;
+        }
+    } else if (parser_->chunked() || length.value_or(0) > kMaxIgnoredBody) {
+        // A body that nobody wants is not read, and what remains of it would be taken for the next request.
+        parser_->get().keep_alive(false);
+        write(answer(request), false);
+        return;
+    }
     http::async_read(
         stream_, buffer_, *parser_,
         [self = shared_from_this()](beast::error_code readError, std::size_t) { self->onRead(readError); });
@@ -159,12 +183,16 @@ void HttpSession::onRead(beast::error_code error) {
         return;
     }
     const Request& request = parser_->get();
-    if (request.method() == http::verb::post && isPollPath(pathOf(request.target())) &&
-        allowsOrigin(request) && isJson(request[http::field::content_type])) {
+    if (isPoll(request)) {
         poll();
     } else {
         write(answer(request), request.keep_alive());
     }
+}
+
+bool HttpSession::isPoll(const Request& request) const {
+    return request.method() == http::verb::post && isPollPath(pathOf(request.target())) &&
+           allowsOrigin(request) && isJson(request[http::field::content_type]);
 }
 
 void HttpSession::poll() {
@@ -224,6 +252,7 @@ bool HttpSession::allowsOrigin(const Request& request) const {
 }
 
 void HttpSession::refuseBody() {
+    parser_->get().keep_alive(false);
     write(makeText(parser_->get(), http::status::payload_too_large, "the body is too long"), false);
 }
 
@@ -292,19 +321,33 @@ http::message_generator HttpSession::answer(const Request& request) {
 }
 
 void HttpSession::write(http::message_generator response, bool keepAlive) {
+    isWriting_ = true;
     beast::async_write(stream_, std::move(response),
                        [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
+                           self->isWriting_ = false;
                            if (error) {
                                return;
                            }
-                           if (keepAlive) {
+                           if (keepAlive && !self->isClosing_) {
                                self->read();
                            } else {
                                beast::error_code ignored;
                                self->stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send,
                                                                ignored);
+                               self->stream_.expires_after(kLinger);
+                               self->linger();
                            }
                        });
+}
+
+void HttpSession::linger() {
+    buffer_.clear();
+    stream_.async_read_some(buffer_.prepare(kMaxIgnoredBody),
+                            [self = shared_from_this()](beast::error_code error, std::size_t) {
+                                if (!error && !self->isClosing_) {
+                                    self->linger();
+                                }
+                            });
 }
 
 }  // namespace server::http

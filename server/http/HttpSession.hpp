@@ -40,7 +40,7 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
 
     void run() { read(); }
 
-    /// Cuts the connection.
+    /// Cuts the connection, when the reply that is being written is out.
     void close();
 
   private:
@@ -52,11 +52,16 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
     void refuseBody();
     void upgrade();
     boost::beast::http::message_generator answer(const Request& request);
+    bool isPoll(const Request& request) const;
     void poll();
     void answerPoll(unsigned status, std::string body);
     void watchForTheEnd();
     bool allowsOrigin(const Request& request) const;
     void write(boost::beast::http::message_generator response, bool keepAlive);
+
+    /// Reads and forgets what still comes: a connection that is closed before would be reset, and the peer
+    /// could lose the answer.
+    void linger();
 
     boost::beast::tcp_stream stream_;
     const HttpServices& services_;
@@ -66,6 +71,8 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
     std::shared_ptr<LongPollExchange> exchange_;
     /// Itself, while a request is held and nothing is being read or written.
     std::shared_ptr<HttpSession> waiting_;
+    bool isWriting_ = false;
+    bool isClosing_ = false;
 };
 
 }  // namespace server::http

@@ -154,6 +154,50 @@ TEST_F(HttpServerTest, KeepsAConnectionForTheNextRequest) {
     }
 }
 
+TEST_F(HttpServerTest, IsNotReadyOnceItAcceptsNoMore) {
+    asio::io_context context;
+    beast::tcp_stream stream(context);
+    stream.connect(tcp::endpoint(asio::ip::address_v4::loopback(), server->port()));
+    beast::flat_buffer buffer;
+    const auto readiness = [&] {
+        asio::write(stream, asio::buffer(std::string("GET /readyz HTTP/1.1\r\nHost: x\r\n\r\n")));
+        beast::http::response<beast::http::string_body> response;
+        beast::http::read(stream, buffer, response);
+        return response.result_int();
+    };
+    EXPECT_EQ(readiness(), 200U);
+    server->stopAccepting();
+    EXPECT_EQ(readiness(), 503U);
+}
+
+TEST_F(HttpServerTest, RefusesByTheHeaderBeforeABodyHasCome) {
+    const auto statusOf = [&](const std::string& header) {
+        asio::io_context context;
+        beast::tcp_stream stream(context);
+        stream.connect(tcp::endpoint(asio::ip::address_v4::loopback(), server->port()));
+        asio::write(stream, asio::buffer(header + "\r\nHost: x\r\n\r\n"));
+        beast::flat_buffer buffer;
+        beast::http::response<beast::http::string_body> response;
+        beast::error_code error;
+        stream.expires_after(std::chrono::seconds(10));
+        beast::http::async_read(stream, buffer, response,
+                                [&](beast::error_code e, std::size_t) { error = e; });
+        context.run();
+        EXPECT_FALSE(error) << error.message();
+        EXPECT_FALSE(response.keep_alive());
+        return response.result_int();
+    };
+    const std::string json = "\r\nContent-Type: application/json";
+    const std::string body = "\r\nContent-Length: 100000";
+    EXPECT_EQ(statusOf("POST /bayeux HTTP/1.1\r\nContent-Type: text/plain" + body), 415U);
+    EXPECT_EQ(statusOf("POST /bayeux HTTP/1.1\r\nOrigin: https://evil.example" + json + body), 403U);
+    EXPECT_EQ(statusOf("POST /other HTTP/1.1" + json + body), 405U);
+    EXPECT_EQ(statusOf("PUT /bayeux HTTP/1.1" + json + body), 405U);
+    EXPECT_EQ(statusOf("GET /nothing HTTP/1.1" + body), 404U);
+    EXPECT_EQ(statusOf("POST /other HTTP/1.1\r\nTransfer-Encoding: chunked" + json), 405U);
+    EXPECT_EQ(statusOf("POST /bayeux HTTP/1.1" + json + "\r\nContent-Length: 9999999999"), 413U);
+}
+
 TEST_F(HttpServerTest, AnUpgradeWithAWrongTokenIs401) {
     const WebSocketClient inQuery(server->port(), "/bayeux?token=wrong");
     EXPECT_FALSE(inQuery.isOpen);
@@ -280,6 +324,70 @@ TEST_F(HttpServerTest, ClosesSocketsAsGoingAwayAtItsEnd) {
     std::thread stopper([this] { server->stop(std::chrono::seconds(10)); });
     EXPECT_EQ(client.receive(), "closed 1001 the server is shutting down");
     stopper.join();
+}
+
+TEST_F(HttpServerTest, WritesWhatWaitsForItsClientsBeforeItsEnd) {
+    FakeModule fakeModule(broker);
+    WebSocketClient client = openClient();
+    client.handshake();
+    client.exchange(client.message("/meta/connect", R"(,"advice":{"timeout":0})"));
+    client.exchange(client.message("/yvm/attach/request", R"(,"data":{"requestID":"a"})"));
+    client.exchange(client.message("/meta/subscribe", R"(,"subscription":"/yvm/a/**")"));
+    // More than the system keeps for a connection, and all of it before the client reads.
+    constexpr int kEvents = 30;
+    for (int i = 0; i < kEvents; ++i) {
+        const std::string text = std::to_string(i) + std::string(1'000'000, 'x');
+        broker->publish("/yvm/a/text/output", connector::common::DataBuffer('"' + text + '"'), "test");
+    }
+    std::thread stopper([this] { server->stop(std::chrono::seconds(20)); });
+    for (int i = 0; i < kEvents; ++i) {
+        EXPECT_THAT(client.receive(),
+                    StartsWith(R"([{"channel":"/yvm/a/text/output","data":")" + std::to_string(i) + "xx"));
+    }
+    EXPECT_EQ(client.receive(), "closed 1001 the server is shutting down");
+    stopper.join();
+}
+
+TEST_F(HttpServerTest, ReadsNoMoreFromAPeerThatDoesNotReadItsReplies) {
+    namespace websocket = beast::websocket;
+    asio::io_context context;
+    websocket::stream<beast::tcp_stream> socket(context);
+    beast::get_lowest_layer(socket).connect(tcp::endpoint(asio::ip::address_v4::loopback(), server->port()));
+    socket.handshake("127.0.0.1", "/bayeux");
+    // Each message is answered with its id, so that requests and replies are of one size.
+    const std::string message = R"([{"channel":"/a","id":")" + std::string(500'000, 'x') + R"("}])";
+    constexpr int kMessages = 120;
+    int written = 0;
+    std::function<void()> write = [&] {
+        socket.async_write(asio::buffer(message), [&](beast::error_code error, std::size_t) {
+            ASSERT_FALSE(error) << error.message();
+            if (++written < kMessages) {
+                write();
+            }
+        });
+    };
+    write();
+    // As long as nobody reads this can't end, however much time it has.
+    context.run_for(std::chrono::seconds(1));
+    EXPECT_LT(written, kMessages);
+    int received = 0;
+    beast::flat_buffer buffer;
+    std::function<void()> read = [&] {
+        socket.async_read(buffer, [&](beast::error_code error, std::size_t) {
+            ASSERT_FALSE(error) << error.message();
+            EXPECT_THAT(beast::buffers_to_string(buffer.data()).substr(0, 40),
+                        StartsWith(R"([{"channel":"/a","id":"xxx)"));
+            buffer.clear();
+            if (++received < kMessages) {
+                read();
+            }
+        });
+    };
+    read();
+    context.restart();
+    context.run_for(std::chrono::seconds(30));
+    EXPECT_EQ(written, kMessages);
+    EXPECT_EQ(received, kMessages);
 }
 
 TEST_F(HttpServerTest, WaitsForTheAnswersThatAreDue) {
