@@ -59,16 +59,15 @@ struct TakenCommand {
 /// The command distributor of an engine with one thread: the queues, the table of what runs, and the
 /// answers to cancels. It knows no interpreter.
 ///
-/// | Mode                          | Boot | PreemptionPoint | Pause, Input | DebugPrompt | TopPrompt |
-/// |-------------------------------|------|-----------------|--------------|-------------|----------------------|
-/// | `DEQUEUE_AT_PPE`              |      | yes             | yes          | yes         | yes | |
-/// `DEQUEUE_AT_PAUSE`            |      |                 | yes          | yes         | yes | |
-/// `DEQUEUE_AT_PROMPT`           |      |                 |              | yes         | yes | |
-/// `DEQUEUE_AT_NON_DEBUG_PROMPT` |      |                 |              |             | yes | |
-/// `DEQUEUE_AT_DEBUG_PROMPT`     |      |                 |              | yes         | | |
-/// `DEQUEUE_AT_IDLE`             |      |                 |              |             | if nothing else may
-/// | | `DEQUEUE_AT_BOOTSTRAP`        | yes  |                 |              |             | before all else
-/// |
+/// | Mode                          | Boot | PreemptionPoint | Pause, Input | DebugPrompt | TopPrompt    |
+/// |-------------------------------|------|-----------------|--------------|-------------|--------------|
+/// | `DEQUEUE_AT_PPE`              |      | yes             | yes          | yes         | yes          |
+/// | `DEQUEUE_AT_PAUSE`            |      |                 | yes          | yes         | yes          |
+/// | `DEQUEUE_AT_PROMPT`           |      |                 |              | yes         | yes          |
+/// | `DEQUEUE_AT_NON_DEBUG_PROMPT` |      |                 |              |             | yes          |
+/// | `DEQUEUE_AT_DEBUG_PROMPT`     |      |                 |              | yes         |              |
+/// | `DEQUEUE_AT_IDLE`             |      |                 |              |             | last of all  |
+/// | `DEQUEUE_AT_BOOTSTRAP`        | yes  |                 |              |             | first of all |
 ///
 /// First in, first out within a queue name, queues served in turn; a command that may not run at the
 /// moment is skipped and is no barrier.
