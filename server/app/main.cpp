@@ -31,6 +31,8 @@ void writeConsole(std::string_view text, bool error) {
 void waitForSignal(boost::asio::io_context& context, boost::asio::signal_set& signals) {
     signals.async_wait([](const boost::system::error_code&, int) {});
     context.run();
+    // A second signal ends the process at once.
+    signals.clear();
 }
 
 void run(const server::app::Options& options) {

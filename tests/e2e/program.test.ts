@@ -101,6 +101,23 @@ describe("the program", () => {
         await client.disconnect();
     });
 
+    it("ends at once on a second signal", async () => {
+        const server = await ServerProcess.start("--shutdown-timeout", "600");
+        const client = await StockClient.attached(server, "busy");
+        await client.publish("/yvm/busy/eval/request", {
+            requestID: "endless",
+            command: "print('running')\nwhile True: pass",
+            runOptions: { useNullOutSink: false },
+        });
+        await client.event(({ channel }) => channel === "/yvm/busy/text/output");
+        server.kill("SIGTERM");
+        // What comes now is refused, which tells that the stop is under way.
+        while ((await client.publish("/yvm/busy/variable/request", { requestID: "late" })).successful);
+        server.kill("SIGINT");
+        expect(await server.ended).toMatchObject({ code: null, signal: "SIGINT" });
+        await client.disconnect();
+    });
+
     it("reads a configuration file, and options win over it", async () => {
         const file = join(folder, "good.toml");
         writeFileSync(file, 'token = "from-file"\nport = 1\n');
