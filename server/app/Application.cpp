@@ -18,6 +18,23 @@ using connector::message_service::MessageServiceOptions;
 /// How long clients may take to read the last that was sent to them.
 constexpr std::chrono::seconds kGoodbye{2};
 
+/// As the value of a query parameter: what could end it, or mean something else there, is escaped.
+std::string percentEncoded(std::string_view text) {
+    constexpr std::string_view kUnreserved =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+    constexpr std::string_view kHex = "0123456789ABCDEF";
+    std::string encoded;
+    for (const char c : text) {
+        if (kUnreserved.find(c) != std::string_view::npos) {
+            encoded += c;
+        } else {
+            const auto byte = static_cast<unsigned char>(c);
+            encoded += {'%', kHex[byte >> 4U], kHex[byte & 15U]};
+        }
+    }
+    return encoded;
+}
+
 void openLog(const Options& options) {
     if (options.logFile) {
         foundation::log::addFileSink(*options.logFile);
@@ -90,7 +107,8 @@ void Application::start(std::shared_ptr<yvm::YVM> engine) {
 std::string Application::address() const {
     const bool isIpv6 = options_.host.find(':') != std::string::npos;
     return "http://" + (isIpv6 ? "[" + options_.host + "]" : options_.host) + ":" +
-           std::to_string(server_->port()) + "/" + (options_.token ? "?token=" + *options_.token : "");
+           std::to_string(server_->port()) + "/" +
+           (options_.token ? "?token=" + percentEncoded(*options_.token) : "");
 }
 
 void Application::stop(std::chrono::milliseconds bound, const std::function<void()>& stopEngine) {

@@ -31,7 +31,7 @@ class Application {
     /// Makes the engine known to the plug-ins, and opens the doors.
     void start(std::shared_ptr<yvm::YVM> engine);
 
-    /// "http://<host>:<port>/", with "?token=..." where one is asked for.
+    /// "http://<host>:<port>/", with "?token=...", percent-encoded, where one is asked for.
     std::string address() const;
 
     /// Takes no more requests, waits for those under way for at most `bound`, calls `stopEngine`, and

@@ -131,6 +131,8 @@ TEST(Application, PrintsItsAddress) {
     Options open = options();
     EXPECT_THAT(Application(open).address(),
                 ::testing::MatchesRegex("http://127.0.0.1:[0-9]+/\\?token=s3cret"));
+    open.token = "a&b #+%/\xc3\xa4~";
+    EXPECT_THAT(Application(open).address(), HasSubstr("/?token=a%26b%20%23%2B%25%2F%C3%A4~"));
     open.token.reset();
     EXPECT_THAT(Application(open).address(), ::testing::MatchesRegex("http://127.0.0.1:[0-9]+/"));
 }
