@@ -334,8 +334,10 @@ void HttpSession::write(http::message_generator response, bool keepAlive) {
                                beast::error_code ignored;
                                self->stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send,
                                                                ignored);
-                               self->stream_.expires_after(kLinger);
-                               self->linger();
+                               if (!self->isClosing_) {
+                                   self->stream_.expires_after(kLinger);
+                                   self->linger();
+                               }
                            }
                        });
 }
