@@ -293,10 +293,15 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
         isInImport(frame)) {
         return;
     }
-    const WithoutGil released;
-    while (const auto command = takeNext(Moment::PreemptionPoint)) {
-        runCommand(command);
+    {
+        const WithoutGil released;
+        while (const auto command = takeNext(Moment::PreemptionPoint)) {
+            runCommand(command);
+        }
     }
+    // An interrupt of the command beneath may have come meanwhile. Python looks at each signal once before it
+    // goes back to a system call that the pre-emption broke into, and may have passed this one already.
+    onInterruptSignal();
 }
 
 void EngineThread::serve(Moment moment, Deadline deadline) {
