@@ -63,10 +63,14 @@ void Transcript::append(const std::string& mark, std::u16string_view text) {
 }
 
 void Transcript::noteSynchronised() {
-    const std::lock_guard lock(mutex_);
-    if (std::exchange(hasUnsynchronised_, false)) {
-        ++synchronised_;
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::exchange(hasUnsynchronised_, false)) {
+            ++synchronised_;
+            synchronisedText_ = text_;
+        }
     }
+    changed_.notify_all();
 }
 
 std::string Transcript::text() const {
@@ -84,16 +88,29 @@ int Transcript::synchronised() const {
     return synchronised_;
 }
 
+std::string Transcript::synchronisedText() const {
+    const std::lock_guard lock(mutex_);
+    return synchronisedText_;
+}
+
 int Transcript::writes() const {
     const std::lock_guard lock(mutex_);
     return writes_;
 }
 
 void Transcript::waitFor(const std::string& part) const {
+    waitFor(part, text_);
+}
+
+void Transcript::waitForSynchronised(const std::string& part) const {
+    waitFor(part, synchronisedText_);
+}
+
+void Transcript::waitFor(const std::string& part, const std::string& text) const {
     std::unique_lock lock(mutex_);
     const bool found =
-        changed_.wait_for(lock, deadline, [&] { return text_.find(part) != std::string::npos; });
-    ASSERT_TRUE(found) << "no \"" << part << "\" in: " << text_;
+        changed_.wait_for(lock, deadline, [&] { return text.find(part) != std::string::npos; });
+    ASSERT_TRUE(found) << "no \"" << part << "\" in: " << text;
 }
 
 Arrays Submitted::get() {

@@ -43,15 +43,22 @@ class Transcript {
     std::u16string units() const;
     /// Number of synchronisations that had text to bring out.
     int synchronised() const;
+    /// The text that had come when the latest of those began, as `text` shows it.
+    std::string synchronisedText() const;
     /// Number of writes.
     int writes() const;
     /// Waits until the text contains `part`. Fails the test at the deadline.
     void waitFor(const std::string& part) const;
+    /// Waits until the synchronised text contains `part`. Fails the test at the deadline.
+    void waitForSynchronised(const std::string& part) const;
 
   private:
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
+    void waitFor(const std::string& part, const std::string& text) const;
+
     std::string text_;
+    std::string synchronisedText_;
     std::u16string units_;
     std::string lastMark_;
     int writes_ = 0;

@@ -88,7 +88,8 @@ TEST_F(EngineTest, APauseOnAnotherThreadIsRefused) {
 
 TEST_F(EngineTest, APauseShowsTheTextBeforeIt) {
     auto host = submitEval("import yvm\nprint('a')\nprint('b')\nyvm.pause(1000)");
-    host.transcript->waitFor("b\n");
+    host.transcript->waitForSynchronised("a\nb\n");
+    EXPECT_FALSE(host.isDone());
     cancel(host.id, true);
     host.error();
 }
