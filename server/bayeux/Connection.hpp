@@ -11,7 +11,7 @@ namespace server::bayeux {
 class Session;
 
 /// Why a connection is closed, as WebSocket close codes.
-enum class CloseCode { Normal = 1000, GoingAway = 1001, PolicyViolation = 1008 };
+enum class CloseCode { Normal = 1000, GoingAway = 1001, PolicyViolation = 1008, TooBig = 1009 };
 
 /// One place from which messages of clients come and to which replies and events are written: a
 /// WebSocket, or the exchange of one long-polling request.

@@ -21,6 +21,9 @@ constexpr std::size_t kKeptBytes = 1024UL * 1024;
 /// only when nothing waits, so these are replies, which a peer that does not read asks for without end.
 constexpr std::size_t kMaxWaitingBytes = 1024UL * 1024;
 
+/// How much of a frame is taken in at once.
+constexpr std::size_t kReadBytes = 64UL * 1024;
+
 /// A peer that is silent for so long, our pings included, has gone.
 constexpr std::chrono::seconds kIdleTimeout{60};
 
@@ -41,8 +44,11 @@ WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::Bay
     : socket_(std::move(stream)),
       server_(server),
       isAuthenticated_(isAuthenticated),
+      maxFrameBytes_(maxFrameBytes(maxMessageBytes)),
       closeTimer_(socket_.get_executor()) {
-    socket_.read_message_max(maxFrameBytes(maxMessageBytes));
+    // The library's own limit closes the socket with data unread: the reset that follows may reach the peer
+    // before the close frame that tells why. `onRead` counts instead.
+    socket_.read_message_max(0);
     // One frame a message: some clients count frames, and there is nothing to interleave.
     socket_.auto_fragment(false);
     socket_.text(true);
@@ -72,13 +78,27 @@ void WebSocketConnection::run(const Request& upgrade) {
 }
 
 void WebSocketConnection::read() {
-    socket_.async_read(
-        buffer_, [self = shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
+    socket_.async_read_some(
+        buffer_, kReadBytes,
+        [self = shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
 }
 
 void WebSocketConnection::onRead(beast::error_code error) {
     if (error) {
         drop();
+        return;
+    }
+    if (closeReason_) {
+        return;
+    }
+    if (buffer_.size() > maxFrameBytes_) {
+        // Closing reads on and throws away what comes, so that the peer can finish and read the reason.
+        buffer_.consume(buffer_.size());
+        close(bayeux::CloseCode::TooBig, "the frame is too long");
+        return;
+    }
+    if (!socket_.is_message_done()) {
+        read();
         return;
     }
     frame_.resize(buffer_.size());

@@ -52,6 +52,7 @@ class WebSocketConnection final : public bayeux::Connection,
     boost::beast::websocket::stream<boost::beast::tcp_stream> socket_;
     bayeux::BayeuxServer& server_;
     const bool isAuthenticated_;
+    const std::size_t maxFrameBytes_;
     std::string frame_;
     boost::asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>> buffer_{frame_};
     /// The first one is being written.
