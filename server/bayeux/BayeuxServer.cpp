@@ -21,8 +21,9 @@ constexpr std::string_view kUnsubscribe = "/meta/unsubscribe";
 /// The channel of a reply to what has none, or to a frame that could not be read.
 constexpr std::string_view kNowhere = "/meta/error";
 
-/// Clients close their socket themselves after a disconnect; the server does it for those that don't.
-constexpr std::chrono::seconds kCloseAfterDisconnect{1};
+/// Clients close their socket themselves when their session has ended; the server does it for those that
+/// don't.
+constexpr std::chrono::seconds kCloseAfterEnd{1};
 
 /// What a client may take from the reply to one poll to the next.
 constexpr std::chrono::seconds kPollPause{1};
@@ -50,9 +51,15 @@ std::string adviceField(std::string_view advice) {
     return R"(,"advice":)" + std::string(advice);
 }
 
-/// Whether two pointers, either of which may be empty, mean one connection.
-bool isSame(const std::weak_ptr<Connection>& a, const std::weak_ptr<Connection>& b) {
+/// Whether two pointers, either of which may be empty, mean one object.
+template <typename T>
+bool isSame(const std::weak_ptr<T>& a, const std::weak_ptr<T>& b) {
     return !a.owner_before(b) && !b.owner_before(a);
+}
+
+/// Whether events may be sent only together with the reply to a connect.
+bool travelWithReplies(Session& session, const Connection& connection) {
+    return session.unacknowledged() != nullptr || !connection.isStreaming();
 }
 
 }  // namespace
@@ -63,7 +70,7 @@ struct BayeuxServer::Batch {
     bool holdsHandshake = false;
     bool isSingle = false;
     Frame frame;
-    /// The sessions that connected: what waits for them goes out behind the replies.
+    /// The sessions that connected, each once: what waits for them goes out behind the replies.
     std::vector<std::shared_ptr<Session>> connected;
 };
 
@@ -111,12 +118,10 @@ void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string&
     for (const Message& message : messages) {
         handle(batch, message);
     }
+    std::erase_if(batch.connected, [this](const auto& session) { return !find(session->number()); });
     for (const auto& session : batch.connected) {
-        // Events may travel with the reply to a connect only, where they cannot travel by themselves.
-        if (!from->isStreaming() && !session->held) {
-            for (const Event& event : session->queue().take(options_.maxFrameBytes)) {
-                batch.frame.addEvent(event);
-            }
+        if (travelWithReplies(*session, *from) && !session->held) {
+            addEvents(batch.frame, *session);
         }
     }
     if (!batch.frame.empty()) {
@@ -212,21 +217,40 @@ void BayeuxServer::handshake(Batch& batch, const Message& message) {
     const auto session = std::make_shared<Session>(
         number, randomHex(20), std::make_shared<DeliveryQueue>(options_.maxQueueBytes, std::move(wake)));
     session->lastHeard = options_.now();
+    std::string extensions;
+    if (message.wantsAcknowledgement) {
+        session->acknowledgeEvents();
+        extensions = R"(,"ext":{"ack":true})";
+    }
     sessions_.emplace(session->clientId(), session);
     sessionsByNumber_.emplace(number, session);
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "session " << number << " begins";
     batch.frame.addReply(kHandshake, message.id,
                          R"(,"version":"1.0","minimumVersion":"1.0","clientId":")" + session->clientId() +
                              R"(","supportedConnectionTypes":[)" + types + "]" +
-                             adviceField(retryAdvice(options_.connectTimeout)));
+                             adviceField(retryAdvice(options_.connectTimeout)) + extensions);
 }
 
 void BayeuxServer::connect(Batch& batch, const Message& message, const std::shared_ptr<Session>& session) {
+    if (UnacknowledgedEvents* unacknowledged = session->unacknowledged()) {
+        if (message.acknowledged) {
+            unacknowledged->acknowledge(*message.acknowledged);
+        }
+        if (unacknowledged->isUndeliverable()) {
+            refuse(batch, message,
+                   {ErrorCode::TooLarge, "the same events were sent " +
+                                             std::to_string(UnacknowledgedEvents::kMaxDeliveries) +
+                                             " times and never acknowledged"});
+            closeSoon(batch.from);
+            end(session);
+            return;
+        }
+    }
     if (session->held) {
         const auto older = session->held->from.lock();
         if (older == batch.from) {
             Frame frame;
-            frame.addReply(kConnect, session->held->id, connectFields());
+            frame.addReply(kConnect, session->held->id, connectFields(*session));
             answerHeld(*session, std::move(frame));
         } else if (older) {
             // Answered as a success, two pages that share one client id would drive each other in a
@@ -236,10 +260,12 @@ void BayeuxServer::connect(Batch& batch, const Message& message, const std::shar
         }
     }
     bind(session, batch.from);
-    batch.connected.push_back(session);
+    if (std::find(batch.connected.begin(), batch.connected.end(), session) == batch.connected.end()) {
+        batch.connected.push_back(session);
+    }
     const auto hold = std::min(message.timeout.value_or(options_.connectTimeout), options_.connectTimeout);
     if (!batch.isSingle || hold.count() == 0) {
-        batch.frame.addReply(kConnect, message.id, connectFields());
+        batch.frame.addReply(kConnect, message.id, connectFields(*session));
     } else {
         session->held = HeldConnect{batch.from, message.id, options_.now() + hold};
     }
@@ -253,9 +279,7 @@ void BayeuxServer::disconnect(Batch& batch, const Message& message, const std::s
         answerHeld(*session, std::move(frame));
     }
     batch.frame.addReply(kDisconnect, message.id);
-    if (batch.from->isStreaming()) {
-        closing_.push_back({batch.from, options_.now() + kCloseAfterDisconnect});
-    }
+    closeSoon(batch.from);
     end(session);
 }
 
@@ -327,17 +351,18 @@ void BayeuxServer::publish(Batch& batch, const Message& message, Session& sessio
 }
 
 void BayeuxServer::writable(Connection& connection) {
-    for (const auto& weak : connection.boundSessions) {
-        if (const auto session = weak.lock()) {
+    // From the end, since a session that ends here leaves the list.
+    for (std::size_t i = connection.boundSessions.size(); i-- > 0;) {
+        if (const auto session = connection.boundSessions[i].lock()) {
             flush(session);
         }
     }
 }
 
 void BayeuxServer::closed(Connection& connection) {
-    for (const auto& weak : connection.boundSessions) {
+    for (const auto& weak : std::exchange(connection.boundSessions, {})) {
         const auto session = weak.lock();
-        if (!session || session->owner.lock().get() != &connection) {
+        if (!session) {
             continue;
         }
         session->owner.reset();
@@ -354,10 +379,11 @@ void BayeuxServer::advance() {
     for (const auto& [clientId, session] : sessions_) {
         if (session->held && session->held->from.expired()) {
             session->held.reset();
+            session->lastHeard = now;
         }
         if (session->held && session->held->due <= now) {
             Frame frame;
-            frame.addReply(kConnect, session->held->id, connectFields());
+            frame.addReply(kConnect, session->held->id, connectFields(*session));
             answerHeld(*session, std::move(frame));
         } else if (!session->held && now - session->lastHeard > options_.graceTime) {
             expired.push_back(session);
@@ -368,7 +394,8 @@ void BayeuxServer::advance() {
     }
     std::erase_if(closing_, [&](const Closing& closing) {
         const auto connection = closing.connection.lock();
-        if (connection && closing.due <= now) {
+        // It may have served another session at the same time, or a new one since.
+        if (connection && closing.due <= now && connection->boundSessions.empty()) {
             connection->close(CloseCode::Normal, "disconnected");
         }
         return !connection || closing.due <= now;
@@ -395,12 +422,19 @@ std::shared_ptr<Session> BayeuxServer::find(SessionNumber number) const {
 
 void BayeuxServer::bind(const std::shared_ptr<Session>& session,
                         const std::shared_ptr<Connection>& connection) {
-    if (isSame(session->owner, connection)) {
-        return;
+    if (!isSame(session->owner, std::weak_ptr(connection))) {
+        unbind(session);
+        session->owner = connection;
+        connection->boundSessions.push_back(session);
     }
-    session->owner = connection;
-    std::erase_if(connection->boundSessions, [](const auto& weak) { return weak.expired(); });
-    connection->boundSessions.push_back(session);
+}
+
+void BayeuxServer::unbind(const std::shared_ptr<Session>& session) {
+    if (const auto connection = session->owner.lock()) {
+        std::erase_if(connection->boundSessions,
+                      [&](const auto& bound) { return isSame(bound, std::weak_ptr(session)); });
+    }
+    session->owner.reset();
 }
 
 void BayeuxServer::flush(const std::shared_ptr<Session>& session) {
@@ -412,22 +446,18 @@ void BayeuxServer::flush(const std::shared_ptr<Session>& session) {
     if (!connection) {
         return;
     }
-    if (!connection->isStreaming()) {
-        if (session->held && !session->queue().empty()) {
+    if (travelWithReplies(*session, *connection)) {
+        if (session->held && session->hasEvents()) {
             Frame frame;
-            frame.addReply(kConnect, session->held->id, connectFields());
-            for (const Event& event : session->queue().take(options_.maxFrameBytes)) {
-                frame.addEvent(event);
-            }
+            frame.addReply(kConnect, session->held->id, connectFields(*session));
+            addEvents(frame, *session);
             answerHeld(*session, std::move(frame));
         }
         return;
     }
     while (connection->isWritable()) {
         Frame frame;
-        for (const Event& event : session->queue().take(options_.maxFrameBytes)) {
-            frame.addEvent(event);
-        }
+        addEvents(frame, *session);
         if (frame.empty()) {
             return;
         }
@@ -444,8 +474,24 @@ void BayeuxServer::answerHeld(Session& session, Frame&& frame) {
     }
 }
 
-std::string BayeuxServer::connectFields() const {
-    return adviceField(retryAdvice(options_.connectTimeout));
+void BayeuxServer::addEvents(Frame& frame, Session& session) const {
+    for (const Event& event : session.nextEvents(options_.maxFrameBytes)) {
+        frame.addEvent(event);
+    }
+}
+
+std::string BayeuxServer::connectFields(Session& session) const {
+    std::string fields = adviceField(retryAdvice(options_.connectTimeout));
+    if (UnacknowledgedEvents* unacknowledged = session.unacknowledged()) {
+        fields += R"(,"ext":{"ack":)" + std::to_string(unacknowledged->nextReply()) + "}";
+    }
+    return fields;
+}
+
+void BayeuxServer::closeSoon(const std::shared_ptr<Connection>& connection) {
+    if (connection->isStreaming()) {
+        closing_.push_back({connection, options_.now() + kCloseAfterEnd});
+    }
 }
 
 void BayeuxServer::evict(const std::shared_ptr<Session>& session, const Refusal& why) {
@@ -453,16 +499,18 @@ void BayeuxServer::evict(const std::shared_ptr<Session>& session, const Refusal&
     FOUNDATION_LOG(logger(), foundation::log::Normal)
         << "session " << session->number() << " is ended: " << errorField(why);
     const auto connection = session->owner.lock();
+    // A page that handshakes anew leaves its old session behind on the same connection.
+    const bool servesOthers = connection && connection->boundSessions.size() > 1;
     if (session->held) {
         Frame frame;
         frame.addFailure(kConnect, session->held->id, why, adviceField(kStopAdvice));
         answerHeld(*session, std::move(frame));
-    } else if (connection && connection->isStreaming()) {
+    } else if (connection && connection->isStreaming() && !servesOthers) {
         Frame frame;
         frame.addReply(kDisconnect, {}, R"(,"error":")" + errorField(why) + '"');
         connection->send(frame.take());
     }
-    if (connection) {
+    if (connection && !servesOthers) {
         connection->close(CloseCode::PolicyViolation, errorField(why));
     }
     end(session);
@@ -471,6 +519,7 @@ void BayeuxServer::evict(const std::shared_ptr<Session>& session, const Refusal&
 void BayeuxServer::end(const std::shared_ptr<Session>& session) {
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "session " << session->number() << " ends";
     lifecycle_.detachAll(session->number(), session->lane());
+    unbind(session);
     session->close();
     sessionsByNumber_.erase(session->number());
     sessions_.erase(session->clientId());

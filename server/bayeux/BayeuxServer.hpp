@@ -103,11 +103,16 @@ class BayeuxServer {
 
     std::shared_ptr<Session> find(const std::string& clientId) const;
     std::shared_ptr<Session> find(SessionNumber number) const;
+    /// From now on the events of the session go to this connection, and to no other.
     void bind(const std::shared_ptr<Session>& session, const std::shared_ptr<Connection>& connection);
+    static void unbind(const std::shared_ptr<Session>& session);
     void flush(const std::shared_ptr<Session>& session);
     void answerHeld(Session& session, Frame&& frame);
-    std::string connectFields() const;
-    /// Tells the client why, closes its connection and ends the session.
+    void addEvents(Frame& frame, Session& session) const;
+    /// Of a successful reply to a connect that is made now.
+    std::string connectFields(Session& session) const;
+    void closeSoon(const std::shared_ptr<Connection>& connection);
+    /// Tells the client why, closes its connection unless others use it too, and ends the session.
     void evict(const std::shared_ptr<Session>& session, const Refusal& why);
     void end(const std::shared_ptr<Session>& session);
 

@@ -169,6 +169,11 @@ std::optional<Refusal> ClientLifecycle::detach(SessionNumber session, const std:
 }
 
 void ClientLifecycle::detachAll(SessionNumber session, const std::string& lane) {
+    for (auto& [requestID, waiting] : detachRequests_) {
+        std::erase_if(waiting, [session](const DetachRequest& detachRequest) {
+            return detachRequest.session == session && detachRequest.marker == 0;
+        });
+    }
     for (const std::string& identifier : clients_.clientsOf(session)) {
         const std::string requestID = "server-" + randomHex(16);
         std::string request = R"({"requestID":")" + requestID + R"(","requestIDtoDetach":)";

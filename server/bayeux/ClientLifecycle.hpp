@@ -47,7 +47,9 @@ class ClientLifecycle {
     std::optional<Refusal> attach(SessionNumber session, const std::string& lane, std::string request);
     std::optional<Refusal> detach(SessionNumber session, const std::string& lane, std::string request);
 
-    /// Detaches all clients of a session that has ended. Its lane stays in use until that is done.
+    /// Detaches all clients of a session that has ended, each once: those whose detach is on its way are
+    /// left to it, and detaches that wait for their turn are dropped. Its lane stays in use until that is
+    /// done.
     void detachAll(SessionNumber session, const std::string& lane);
 
   private:

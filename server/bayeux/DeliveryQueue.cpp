@@ -56,9 +56,9 @@ void DeliveryQueue::pushLocked(Event event, bool& wakeDue) {
     if (overflowed_ || closed_) {
         return;
     }
-    const std::size_t size = event.channel.size() + event.payload.size();
+    const std::size_t size = event.size();
     wakeDue = events_.empty();
-    if (!events_.empty() && bytes_ + size > maxBytes_) {
+    if (bytes_ != 0 && bytes_ + size > maxBytes_) {
         overflowed_ = true;
         wakeDue = true;
         return;
@@ -67,7 +67,7 @@ void DeliveryQueue::pushLocked(Event event, bool& wakeDue) {
     events_.push_back(std::move(event));
 }
 
-std::vector<Event> DeliveryQueue::take(std::size_t maxBytes) {
+std::vector<Event> DeliveryQueue::take(std::size_t maxBytes, Counting counting) {
     std::vector<Event> taken;
     const std::lock_guard lock(mutex_);
     std::size_t bytes = 0;
@@ -77,11 +77,20 @@ std::vector<Event> DeliveryQueue::take(std::size_t maxBytes) {
             break;
         }
         bytes += size;
-        bytes_ -= events_.front().channel.size() + size;
+        if (counting == Counting::Ends) {
+            bytes_ -= events_.front().size();
+        }
         taken.push_back(std::move(events_.front()));
         events_.pop_front();
     }
     return taken;
+}
+
+void DeliveryQueue::release(const std::vector<Event>& events) {
+    const std::lock_guard lock(mutex_);
+    for (const Event& event : events) {
+        bytes_ -= event.size();
+    }
 }
 
 bool DeliveryQueue::empty() const {
@@ -99,7 +108,6 @@ void DeliveryQueue::close() {
     closed_ = true;
     events_.clear();
     patterns_.clear();
-    bytes_ = 0;
 }
 
 }  // namespace server::bayeux

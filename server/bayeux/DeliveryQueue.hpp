@@ -16,15 +16,22 @@ namespace server::bayeux {
 struct Event {
     std::string channel;
     connector::common::DataBuffer payload;
+
+    /// What it counts for in bounds.
+    std::size_t size() const { return channel.size() + payload.size(); }
 };
 
 /// What waits to be sent to one session.
 ///
 /// Publishers put events in from any thread, with their own locks held, and never wait; the server's
 /// thread takes them out. Bounded in bytes: an event that does not fit in marks the queue as
-/// overflowed for good, and it takes nothing more. An empty queue takes one event of any size.
+/// overflowed for good, and it takes nothing more. A queue for which nothing counts takes one event of any
+/// size.
 class DeliveryQueue {
   public:
+    /// Whether what is taken out still counts against the bound, until it is released.
+    enum class Counting { Ends, Continues };
+
     /// `wake` is called, from the publishing thread, when the queue stops being empty and when it
     /// overflows. It may not block.
     DeliveryQueue(std::size_t maxBytes, std::function<void()> wake)
@@ -41,7 +48,10 @@ class DeliveryQueue {
     void push(Event event);
 
     /// The oldest events, at most `maxBytes` of payload, but at least one if there is one.
-    std::vector<Event> take(std::size_t maxBytes);
+    std::vector<Event> take(std::size_t maxBytes, Counting counting = Counting::Ends);
+
+    /// These events, which were taken and went on counting, count no more.
+    void release(const std::vector<Event>& events);
 
     bool empty() const;
     bool hasOverflowed() const;
@@ -59,6 +69,7 @@ class DeliveryQueue {
     // Guarded by mutex_.
     std::vector<std::string> patterns_;
     std::deque<Event> events_;
+    /// Of what counts: `events_`, and what was taken and not released.
     std::size_t bytes_ = 0;
     bool overflowed_ = false;
     bool closed_ = false;

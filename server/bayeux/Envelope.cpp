@@ -65,6 +65,24 @@ SplitMessage split(ondemand::object object) {
     return parts;
 }
 
+/// As JavaScript sees it.
+bool isTrue(dom::element value) {
+    switch (value.type()) {
+        case dom::element_type::BOOL:
+            return bool(value);
+        case dom::element_type::NULL_VALUE:
+            return false;
+        case dom::element_type::STRING:
+            return value.get_string_length().value_unsafe() != 0;
+        case dom::element_type::INT64:
+        case dom::element_type::UINT64:
+        case dom::element_type::DOUBLE:
+            return double(value) != 0;
+        default:
+            return true;
+    }
+}
+
 /// Copies the fields of one header, and remembers the first that is of a wrong type.
 class HeaderReader {
   public:
@@ -86,10 +104,7 @@ class HeaderReader {
                 subscription.is_string() ? std::vector{text("subscription")} : texts("subscription");
         }
         readTimeout();
-        // `ext` is open to anybody's extensions: a token of another type is no token.
-        if (std::string_view token; !header_["ext"]["token"].get(token)) {
-            message_.token = token;
-        }
+        readExtensions();
     }
 
   private:
@@ -119,6 +134,23 @@ class HeaderReader {
         }
         message_.timeout =
             std::chrono::milliseconds(static_cast<std::int64_t>(std::min(milliseconds, kLongest)));
+    }
+
+    /// `ext` is open to anybody's extensions: a token or number of another type is none of ours.
+    void readExtensions() {
+        if (std::string_view token; !header_["ext"]["token"].get(token)) {
+            message_.token = token;
+        }
+        dom::element ack;
+        if (header_["ext"]["ack"].get(ack)) {
+            return;
+        }
+        dom::element enabled;
+        message_.wantsAcknowledgement =
+            ack["enabled"].get(enabled) ? ack.is_bool() && isTrue(ack) : isTrue(enabled);
+        if (std::uint64_t number = 0; !ack.get(number)) {
+            message_.acknowledged = number;
+        }
     }
 
     std::string text(const char* key) {

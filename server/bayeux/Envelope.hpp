@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,6 +33,11 @@ struct Message {
     std::optional<std::chrono::milliseconds> timeout;
     /// `ext.token`.
     std::string token;
+    /// Whether `ext.ack` of a handshake asks for events that are acknowledged: `true`, or an object whose
+    /// `enabled` is true by the rules of JavaScript.
+    bool wantsAcknowledgement = false;
+    /// `ext.ack` of a connect: the number of the last reply that the client received.
+    std::optional<std::uint64_t> acknowledged;
     /// Set when a field is missing or of a wrong type. The fields above hold what could be read.
     std::optional<Refusal> malformed;
 };

@@ -50,8 +50,17 @@ void Session::unsubscribeFromClient(const std::string& identifier) {
     }
 }
 
+bool Session::hasEvents() const {
+    return unacknowledged_ ? unacknowledged_->hasEvents() : !queue_->empty();
+}
+
+std::vector<Event> Session::nextEvents(std::size_t maxBytes) {
+    return unacknowledged_ ? unacknowledged_->deliver(maxBytes) : queue_->take(maxBytes);
+}
+
 void Session::close() {
     queue_->close();
+    unacknowledged_.reset();
     subscriptions_.clear();
 }
 

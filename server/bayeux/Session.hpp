@@ -4,6 +4,7 @@
 #include "server/bayeux/ClientTable.hpp"
 #include "server/bayeux/Connection.hpp"
 #include "server/bayeux/DeliveryQueue.hpp"
+#include "server/bayeux/UnacknowledgedEvents.hpp"
 
 #include <chrono>
 #include <map>
@@ -40,6 +41,15 @@ class Session {
     std::string lane() const { return "session/" + std::to_string(number_); }
     DeliveryQueue& queue() { return *queue_; }
 
+    /// From now on events travel only with the replies to connects, and again until they are acknowledged.
+    void acknowledgeEvents() { unacknowledged_.emplace(queue_); }
+    /// Null unless events are acknowledged.
+    UnacknowledgedEvents* unacknowledged() { return unacknowledged_ ? &*unacknowledged_ : nullptr; }
+
+    /// What is to be sent next, bounded as `DeliveryQueue::take` says.
+    bool hasEvents() const;
+    std::vector<Event> nextEvents(std::size_t maxBytes);
+
     /// Both are idempotent. Some channels have no subscription with the broker: answers to attach and
     /// detach are routed by who asked. Of service channels no note is taken: nothing is published there.
     void subscribe(connector::message_service::Broker& broker, const std::string& pattern);
@@ -65,6 +75,7 @@ class Session {
     const SessionNumber number_;
     const std::string clientId_;
     const std::shared_ptr<DeliveryQueue> queue_;
+    std::optional<UnacknowledgedEvents> unacknowledged_;
     /// By channel or pattern; null where the broker has no part in it.
     std::map<std::string, std::shared_ptr<connector::message_service::Subscription>> subscriptions_;
 };

@@ -15,6 +15,11 @@ const maxMessageSize = 64 * 1024 * 1024;
 export interface CometdOptions {
     /** Run timers in a worker, so that a page in the background keeps its connection. Default true. */
     readonly useWorkerScheduler?: boolean;
+    /**
+     * Have what the server sends redelivered until it has arrived, so that requests outlive a lost
+     * connection. Everything then waits for a round trip that acknowledges what came before. Default false.
+     */
+    readonly acknowledge?: boolean;
 }
 
 /**
@@ -36,7 +41,9 @@ export class CometdTransport implements Transport {
         this.#events = events;
         // The server offers no JSONP, and trying it would only delay the error.
         this.#cometd.unregisterTransport("callback-polling");
-        this.#cometd.registerExtension("ack", new AckExtension());
+        if (options.acknowledge === true) {
+            this.#cometd.registerExtension("ack", new AckExtension());
+        }
         this.#cometd.configure({
             url: address.endpoint,
             logLevel: "warn",
