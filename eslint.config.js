@@ -11,9 +11,16 @@ export default tseslint.config(
         files: ["**/*.{js,mjs}"],
         languageOptions: {
             globals: Object.fromEntries(
-                ["Buffer", "URL", "clearTimeout", "console", "performance", "process", "setTimeout"].map(
-                    (name) => [name, "readonly"],
-                ),
+                [
+                    "Buffer",
+                    "URL",
+                    "clearTimeout",
+                    "console",
+                    "fetch",
+                    "performance",
+                    "process",
+                    "setTimeout",
+                ].map((name) => [name, "readonly"]),
             ),
         },
     },

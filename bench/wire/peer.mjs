@@ -1,0 +1,181 @@
+// The peer: a notebook server with its kernel, as Debian packages them, over the subprotocol that its own front
+// end picks (the server hands the kernel's messages on without parsing them).
+
+import { mkdtempSync, rmSync } from "node:fs";
+import { createServer } from "node:net";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+import { fileURLToPath } from "node:url";
+
+import { openSocket } from "./openSocket.mjs";
+import { killAtExit, spare, start } from "./processes.mjs";
+
+export const name = "jupyter-server";
+
+const subprotocol = "v1.kernel.websocket.jupyter.org";
+const token = "bench";
+const headers = { Authorization: `token ${token}`, "Content-Type": "application/json" };
+
+function freePort() {
+    return new Promise((resolve, reject) => {
+        const server = createServer().once("error", reject);
+        server.listen(0, "127.0.0.1", () => {
+            const { port } = server.address();
+            server.close(() => resolve(port));
+        });
+    });
+}
+
+/** A notebook server that keeps to a folder of its own, without the user's settings. No kernel runs yet. */
+export async function startServer() {
+    const folder = mkdtempSync(join(tmpdir(), "yvm-bench-"));
+    const removeFolder = () => rmSync(folder, { recursive: true, force: true });
+    process.once("exit", removeFolder);
+    const server = await start(
+        "/usr/bin/jupyter-server",
+        [
+            `--config=${fileURLToPath(new URL("peer_config.py", import.meta.url))}`,
+            "--no-browser",
+            "--allow-root",
+            "--ip=127.0.0.1",
+            `--port=${await freePort()}`,
+            "--ServerApp.port_retries=0",
+            `--ServerApp.token=${token}`,
+            `--ServerApp.root_dir=${folder}`,
+        ],
+        / (http:\/\/127\.0\.0\.1:\d+\/)/,
+        {
+            stream: "stderr",
+            env: {
+                PATH: "/usr/bin:/bin",
+                LANG: "C.UTF-8",
+                HOME: folder,
+                IPYTHONDIR: join(folder, "ipython"),
+                JUPYTER_CONFIG_DIR: join(folder, "config"),
+                JUPYTER_DATA_DIR: join(folder, "data"),
+                JUPYTER_RUNTIME_DIR: join(folder, "runtime"),
+                PYTHONNOUSERSITE: "1",
+            },
+        },
+    );
+    return {
+        ...server,
+        kernels: [],
+        async stop() {
+            await server.stop();
+            this.kernels.forEach(spare);
+            process.off("exit", removeFolder);
+            removeFolder();
+        },
+    };
+}
+
+export async function version(server) {
+    return (await (await fetch(`${server.address}api`)).json()).version;
+}
+
+/** The subprotocol: offsets as 64-bit integers, then channel, header, parent header, metadata and content. */
+function encode(channel, ...parts) {
+    const segments = [channel, ...parts.map((part) => JSON.stringify(part))].map((text) => Buffer.from(text));
+    const offsets = Buffer.alloc(8 * (segments.length + 2));
+    let offset = offsets.length;
+    offsets.writeBigUInt64LE(BigInt(segments.length + 1), 0);
+    offsets.writeBigUInt64LE(BigInt(offset), 8);
+    segments.forEach((segment, i) => {
+        offset += segment.length;
+        offsets.writeBigUInt64LE(BigInt(offset), 8 * (i + 2));
+    });
+    return Buffer.concat([offsets, ...segments]);
+}
+
+function decoder(frame) {
+    const offset = (i) => frame.readUInt32LE(8 * (i + 1));
+    const part = (i) => JSON.parse(frame.toString("utf8", offset(i), offset(i + 1)));
+    return { header: () => part(1), parent: () => part(2), content: () => part(4) };
+}
+
+let lastMessageId = 0;
+
+/** Starts a kernel and connects to it. */
+export async function connect(server) {
+    const created = await fetch(`${server.address}api/kernels`, { method: "POST", headers, body: "{}" });
+    const kernel = await created.json();
+    if (!created.ok) {
+        throw new Error(`${name} started no kernel: ${kernel.message}`);
+    }
+    const session = `session${process.pid}`;
+    const socket = await openSocket(
+        `${server.address.replace("http", "ws")}api/kernels/${kernel.id}/channels` +
+            `?session_id=${session}&token=${token}`,
+        [subprotocol],
+    );
+    const requests = new Map();
+    socket.on("message", (frame) => {
+        const message = decoder(frame);
+        const request = requests.get(message.parent().msg_id);
+        if (request === undefined) {
+            return;
+        }
+        // In either order: the kernel sends the reply and its output on two sockets.
+        const type = message.header().msg_type;
+        if (type === "execute_reply") {
+            const content = message.content();
+            if (content.status !== "ok") {
+                request.reject(new Error(`${content.ename}: ${content.evalue}`));
+            }
+            request.replied = true;
+        } else if (type === "execute_result" || type === "display_data") {
+            request.output = message.content().data;
+        }
+        if (request.replied && request.output !== undefined) {
+            requests.delete(message.parent().msg_id);
+            request.resolve(request.output);
+        }
+    });
+    /** The output of code that has exactly one. */
+    const execute = (code) =>
+        new Promise((resolve, reject) => {
+            const msg_id = `bench${++lastMessageId}`;
+            requests.set(msg_id, { resolve, reject, replied: false, output: undefined });
+            socket.send(
+                encode(
+                    "shell",
+                    {
+                        msg_id,
+                        msg_type: "execute_request",
+                        username: "bench",
+                        session,
+                        date: new Date().toISOString(),
+                        version: "5.3",
+                    },
+                    {},
+                    {},
+                    {
+                        code,
+                        silent: false,
+                        store_history: false,
+                        user_expressions: {},
+                        allow_stdin: false,
+                        stop_on_error: false,
+                    },
+                ),
+            );
+        });
+    const evaluate = async (code) => (await execute(code))["text/plain"];
+    return {
+        eval: evaluate,
+        /** What code displays as JSON, as it was parsed. */
+        async display(code) {
+            return (await execute(code))["application/json"];
+        },
+        /** Ids of the server and its kernel. To be asked before a measurement that may fail, and outside what is
+         *  timed: from then on the kernel cannot outlive this process. */
+        async processes() {
+            const kernelPid = Number(await evaluate("__import__('os').getpid()"));
+            server.kernels.push(kernelPid);
+            killAtExit(kernelPid);
+            return [server.pid, kernelPid];
+        },
+        close: () => socket.close(),
+    };
+}
