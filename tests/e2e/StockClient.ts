@@ -1,12 +1,6 @@
-import { CometD, type Message } from "cometd";
-import { adapt } from "cometd-nodejs-client";
-
+import type { Driver, Message } from "./Driver.js";
+import { nodeDriver } from "./nodeDriver.js";
 import type { ServerProcess } from "./ServerProcess.js";
-
-// It also redirects console.debug to console.log, for everybody.
-const { debug } = console;
-adapt();
-console.debug = debug;
 
 export type Data = Record<string, unknown>;
 
@@ -15,30 +9,50 @@ export interface Event {
     readonly data: Data;
 }
 
-/** The stock `cometd` package, used by hand, with what it receives recorded in order. */
+/** A stock Bayeux library, used by hand, with what it receives recorded in order. */
 export class StockClient {
-    readonly cometd = new CometD();
     /** Every event of every subscription, in the order of arrival. */
     readonly events: Event[] = [];
+    readonly driver: Driver;
+    readonly #server: ServerProcess;
     #waiting: (() => void)[] = [];
     #requestCount = 0;
 
-    constructor(server: ServerProcess) {
-        this.cometd.configure({
-            url: server.endpoint,
-            logLevel: "warn",
-            // The library would refuse to send anything above 8192 characters.
-            maxSendBayeuxMessageSize: 64 * 1024 * 1024,
-        });
+    /** Uses the `cometd` package in this process, unless it is given another driver. */
+    constructor(server: ServerProcess, driver: Driver = nodeDriver("cometd", { url: server.endpoint })) {
+        this.#server = server;
+        this.driver = driver;
+        driver.onEvent = ({ channel, data }) => {
+            this.events.push({ channel, data: data as Data });
+            const waiting = this.#waiting;
+            this.#waiting = [];
+            for (const wake of waiting) {
+                wake();
+            }
+        };
     }
 
     /** A client that has shaken hands, subscribed to the two public responses and attached as `id`. */
-    static async attached(server: ServerProcess, id: string): Promise<StockClient> {
-        const client = new StockClient(server);
-        await client.handshake(server.token);
-        await client.subscribe("/yvm/attach/response");
-        await client.subscribe("/yvm/detach/response");
-        const response = await client.attach({
+    static async attached(server: ServerProcess, id: string, driver?: Driver): Promise<StockClient> {
+        const client = new StockClient(server, driver);
+        await client.begin();
+        await client.attachAs(id);
+        return client;
+    }
+
+    /** Shakes hands with the server's token and subscribes to the two public responses. */
+    async begin(): Promise<void> {
+        const reply = await this.handshake(this.#server.token);
+        if (!reply.successful) {
+            throw new Error(`the handshake failed: ${JSON.stringify(reply)}`);
+        }
+        await this.subscribe("/yvm/attach/response");
+        await this.subscribe("/yvm/detach/response");
+    }
+
+    /** Attaches as `id` and subscribes to everything below its prefix. */
+    async attachAs(id: string): Promise<void> {
+        const response = await this.attach({
             requestID: id,
             yvmID: "user-yvm",
             supportedApiVersions: ["r24a0"],
@@ -46,39 +60,21 @@ export class StockClient {
         if (response["channelPrefix"] !== `/yvm/${id}`) {
             throw new Error(`the attach failed: ${JSON.stringify(response)}`);
         }
-        await client.subscribe(`/yvm/${id}/**`);
-        return client;
+        await this.subscribe(`/yvm/${id}/**`);
     }
 
     /** Resolves to the reply, also to an unsuccessful one. */
     handshake(token?: string): Promise<Message> {
-        return new Promise((resolve) => {
-            this.cometd.handshake(token === undefined ? {} : { ext: { token } }, resolve);
-        });
+        return this.driver.handshake(token);
     }
 
     subscribe(channel: string): Promise<Message> {
-        return new Promise((resolve) => {
-            this.cometd.subscribe(
-                channel,
-                (message) => {
-                    this.events.push({ channel: message.channel, data: message.data as Data });
-                    const waiting = this.#waiting;
-                    this.#waiting = [];
-                    for (const wake of waiting) {
-                        wake();
-                    }
-                },
-                resolve,
-            );
-        });
+        return this.driver.subscribe(channel);
     }
 
     /** Resolves to the reply of the server, which says no more than that it took the message. */
     publish(channel: string, data: unknown): Promise<Message> {
-        return new Promise((resolve) => {
-            this.cometd.publish(channel, data, resolve);
-        });
+        return this.driver.publish(channel, data);
     }
 
     /** Waits for an event. Only the test's own time limit bounds the wait. */
@@ -151,13 +147,6 @@ export class StockClient {
     }
 
     disconnect(): Promise<void> {
-        if (this.cometd.isDisconnected()) {
-            return Promise.resolve();
-        }
-        return new Promise((resolve) => {
-            this.cometd.disconnect(() => {
-                resolve();
-            });
-        });
+        return this.driver.disconnect();
     }
 }

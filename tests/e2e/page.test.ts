@@ -1,9 +1,10 @@
 import { mkdirSync } from "node:fs";
 import { fileURLToPath } from "node:url";
 
-import { chromium, type Browser, type Page } from "playwright-core";
+import type { Browser, Page } from "playwright-core";
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
+import { launchChromium } from "./Chromium.js";
 import { ServerProcess } from "./ServerProcess.js";
 
 /** The web console in a real browser, served by the real server under its own policy. */
@@ -18,18 +19,7 @@ let complaints: string[];
 beforeAll(async () => {
     mkdirSync(screenshots, { recursive: true });
     server = await ServerProcess.start();
-    browser = await chromium.launch({
-        executablePath: process.env["CHROMIUM"] ?? "/usr/bin/chromium",
-        args: [
-            "--no-sandbox",
-            "--disable-gpu",
-            "--disable-quic",
-            "--no-first-run",
-            "--disable-background-networking",
-            "--disable-component-update",
-            "--disable-sync",
-        ],
-    });
+    browser = await launchChromium();
 });
 
 afterAll(async () => {
