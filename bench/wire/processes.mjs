@@ -133,6 +133,15 @@ export async function memoryAtRest(pids) {
     return last;
 }
 
+/** Milliseconds of processor time that processes have used so far, in all their threads. */
+export function processorTime(pids) {
+    return pids.reduce((total, pid) => {
+        // Behind the name, which may hold blanks and brackets; user and system time, in hundredths of a second.
+        const fields = readFileSync(`/proc/${pid}/stat`, "utf8").split(") ").at(-1).split(" ");
+        return total + 10 * (Number(fields[11]) + Number(fields[12]));
+    }, 0);
+}
+
 /** The processors that this process was given, such as "0-3,8". */
 const allProcessors = /^Cpus_allowed_list:\s+(\S+)$/m.exec(readFileSync("/proc/self/status", "utf8"))[1];
 const [firstProcessor, ...otherProcessors] = allProcessors.split(",").flatMap((range) => {

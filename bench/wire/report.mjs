@@ -16,7 +16,7 @@ export function heading(text) {
 
 /** A row of samples: `figures` are texts, one a column. */
 export function row(name, ...figures) {
-    console.log(`  ${name.padEnd(18)}${figures.map((figure) => figure.padEnd(20)).join("")}`.trimEnd());
+    console.log(`  ${name.padEnd(18)}${figures.map((figure) => figure.padEnd(22)).join("")}`.trimEnd());
 }
 
 function goal(what, value, unit, word, limit, isMet) {

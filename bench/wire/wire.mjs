@@ -10,7 +10,7 @@ import { cpus, loadavg } from "node:os";
 
 import * as bare from "./bare.mjs";
 import * as peer from "./peer.mjs";
-import { canKeepApart, keepApart, letFloat, memoryAtRest, within } from "./processes.mjs";
+import { canKeepApart, keepApart, letFloat, memoryAtRest, processorTime, within } from "./processes.mjs";
 import { atLeast, atMost, below, heading, median, quantile, row, summary } from "./report.mjs";
 import * as yvm from "./yvm.mjs";
 
@@ -109,23 +109,29 @@ async function pipeline(sides) {
     const perRound = { [yvm.name]: 10_000, [peer.name]: 300 };
     heading("evals of 1+1 in a pipeline");
     for (const side of sides) {
-        side.rates = [];
+        Object.assign(side, { pids: await side.client.processes(), rates: [], serverTime: 0, clientTime: 0 });
     }
-    await inTurns(rounds, sides, async ({ module, client, rates }) => {
-        const count = perRound[module.name];
+    await inTurns(rounds, sides, async (side) => {
+        const count = perRound[side.module.name];
+        const before = [processorTime(side.pids), processorTime([process.pid])];
         const time = await milliseconds(async () => {
-            const answers = await Promise.all(Array.from({ length: count }, () => client.eval("1+1")));
+            const answers = await Promise.all(Array.from({ length: count }, () => side.client.eval("1+1")));
             answers.forEach((answer) => check(answer, "2"));
         });
-        rates.push(count / (time / 1000));
+        side.rates.push(count / (time / 1000));
+        side.serverTime += processorTime(side.pids) - before[0];
+        side.clientTime += processorTime([process.pid]) - before[1];
     });
     const rate = {};
-    for (const { module, rates } of sides) {
+    for (const { module, rates, serverTime, clientTime } of sides) {
+        const count = perRound[module.name];
+        const each = (time) => `${((time * 1000) / (rounds * count)).toFixed(0)} us`;
         rate[module.name] = median(rates);
         row(
             module.name,
             `${rate[module.name].toFixed(0)} a second`,
-            `${rounds} times ${perRound[module.name]} evals`,
+            `${rounds} times ${count} evals`,
+            `processor time of one: server ${each(serverTime)}, client ${each(clientTime)}`,
         );
     }
     atLeast("our rate to the peer's", rate[yvm.name] / rate[peer.name], "times", 75);
