@@ -18,6 +18,8 @@ namespace {
 
 using namespace server::bayeux;
 
+constexpr Limits kLimits{.maxMessageBytes = 1UL << 20U};
+
 void check(bool holds, const char* claim, std::string_view text) {
     if (!holds) {
         std::fprintf(stderr, "broken: %s\n%.*s\n", claim, static_cast<int>(text.size()), text.data());
@@ -34,7 +36,7 @@ bool isJson(std::string_view text) {
 /// tries to mend others. Only what makes it give up at once may pass besides what it can read: typed integer
 /// arrays with other elements, which are JSON all the same.
 void checkAdmitted(std::string_view admitted, std::string_view frame) {
-    check(!whyNotStrictJson(admitted, Ingress::kMaxDepth), "what is admitted is strict JSON", frame);
+    check(!whyNotStrictJson(admitted, Limits::kGreatestDepth), "what is admitted is strict JSON", frame);
     try {
         const foundation::json::Value value = foundation::json::parseText(admitted);
         const auto* object = value.getIf<foundation::json::Object>();
@@ -56,7 +58,7 @@ void checkMessage(const Message& message, std::string_view frame) {
     }
     check(isJson(reply.take()), "the replies are JSON", frame);
 
-    const auto admitted = Ingress(1 << 20).admit(message.data);
+    const auto admitted = Ingress(kLimits).admit(message.data);
     if (const auto* refusal = std::get_if<Refusal>(&admitted)) {
         check(!refusal->text.empty(), "a refusal says why", frame);
     } else {
@@ -69,7 +71,7 @@ void checkMessage(const Message& message, std::string_view frame) {
 
 void fuzzEnvelope(std::string_view text) {
     std::string frame(text);
-    const auto parsed = parseEnvelope(frame);
+    const auto parsed = parseEnvelope(frame, kLimits.maxBatchMessages);
     check(frame == text, "the frame stays as it is", text);
     if (const auto* messages = std::get_if<std::vector<Message>>(&parsed)) {
         check(!messages->empty(), "there is a message", text);
@@ -80,7 +82,7 @@ void fuzzEnvelope(std::string_view text) {
         check(!std::get<Refusal>(parsed).text.empty(), "a refusal says why", text);
     }
     // A whole frame as data: the fuzzer reaches more of the gate so.
-    const auto admitted = Ingress(1 << 20).admit(text);
+    const auto admitted = Ingress(kLimits).admit(text);
     if (std::get_if<std::string>(&admitted) != nullptr) {
         checkAdmitted(text, text);
     }

@@ -53,8 +53,7 @@ http::HttpServer::Options serverOptions(const Options& options) {
     if (options.consoleFolder) {
         result.files = http::StaticFiles(*options.consoleFolder);
     }
-    result.maxMessageBytes = options.maxMessageBytes;
-    result.maxQueueBytes = options.maxQueueBytes;
+    result.limits = options.limits;
     result.connectTimeout = options.connectTimeout;
     result.graceTime = options.graceTime;
     return result;

@@ -41,6 +41,9 @@ struct RawOptions {
     std::vector<std::string> features;
 };
 
+constexpr std::size_t kMillion = 1'000'000;
+constexpr std::size_t kGiB = 1UL << 30U;
+
 void declare(CLI::App& app, RawOptions& raw, Options& options) {
     app.add_option("--config", raw.configFile, "A TOML file with any of these options, by their long names")
         ->type_name("FILE");
@@ -106,15 +109,33 @@ void declare(CLI::App& app, RawOptions& raw, Options& options) {
         ->group(folders);
 
     const std::string limits = "Limits";
-    app.add_option("--max-message-bytes", options.maxMessageBytes, "The longest request that is accepted")
-        ->capture_default_str()
-        ->type_name("BYTES")
-        ->group(limits);
-    app.add_option("--max-queue-bytes", options.maxQueueBytes,
-                   "What may wait for a session that reads slowly, before it is closed")
-        ->capture_default_str()
-        ->type_name("BYTES")
-        ->group(limits);
+    const auto limit = [&](const char* name, std::size_t& value, std::size_t greatest, const char* unit,
+                           const char* meaning) {
+        app.add_option(name, value, meaning)
+            ->check(CLI::Range(std::size_t{1}, greatest))
+            ->capture_default_str()
+            ->type_name(unit)
+            ->group(limits);
+    };
+    auto& values = options.limits;
+    limit("--max-message-bytes", values.maxMessageBytes, kGiB, "BYTES",
+          "The longest request that is accepted");
+    limit("--max-depth", values.maxDepth, bayeux::Limits::kGreatestDepth, "LEVELS",
+          "How deeply a request may be nested");
+    limit("--max-batch-messages", values.maxBatchMessages, kMillion, "NUMBER",
+          "How many messages one frame or body may hold");
+    limit("--max-sessions", values.maxSessions, kMillion, "NUMBER", "How many sessions there may be");
+    limit("--max-sessions-per-address", values.maxSessionsPerAddress, kMillion, "NUMBER",
+          "How many of them may be of one address, or of one IPv6 network of 64 bits; behind a proxy all are "
+          "of the proxy");
+    limit("--max-clients-per-session", values.maxClientsPerSession, kMillion, "NUMBER",
+          "How many clients a session may have attached");
+    limit("--max-subscriptions-per-session", values.maxSubscriptionsPerSession, kMillion, "NUMBER",
+          "How many channels and patterns a session may subscribe to");
+    limit("--max-queue-bytes", values.maxQueueBytes, 64 * kGiB, "BYTES",
+          "What may wait for a session that reads slowly, before it is ended");
+    limit("--max-failed-handshakes", values.maxFailedHandshakesPerMinute, kMillion, "NUMBER",
+          "How many handshakes of one address may fail in a minute, before it is refused for the rest of it");
     app.add_option("--connect-timeout", raw.connectTimeout, "How long an idle client's connect is held")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str()

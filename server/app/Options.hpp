@@ -1,5 +1,7 @@
 #pragma once
 
+#include "server/bayeux/Limits.hpp"
+
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -27,8 +29,7 @@ struct Options {
     std::optional<std::filesystem::path> startupFile;
     std::optional<std::filesystem::path> workingFolder;
 
-    std::size_t maxMessageBytes = 64UL * 1024 * 1024;
-    std::size_t maxQueueBytes = 64UL * 1024 * 1024;
+    bayeux::Limits limits;
     std::chrono::seconds connectTimeout{30};
     std::chrono::seconds graceTime{60};
     std::chrono::seconds shutdownTimeout{5};

@@ -51,6 +51,14 @@ std::string adviceField(std::string_view advice) {
     return R"(,"advice":)" + std::string(advice);
 }
 
+std::string connectionTypesField(const std::vector<std::string>& types) {
+    std::string text;
+    for (const std::string& type : types) {
+        text += (text.empty() ? "\"" : ",\"") + type + '"';
+    }
+    return R"(,"supportedConnectionTypes":[)" + text + ']';
+}
+
 /// Whether two pointers, either of which may be empty, mean one object.
 template <typename T>
 bool isSame(const std::weak_ptr<T>& a, const std::weak_ptr<T>& b) {
@@ -77,22 +85,24 @@ struct BayeuxServer::Batch {
 BayeuxServer::BayeuxServer(std::shared_ptr<connector::message_service::Broker> broker, Options options)
     : broker_(std::move(broker)),
       options_(std::move(options)),
-      ingress_(options_.maxMessageBytes),
-      lifecycle_(broker_, {.deliver =
-                               [this](SessionNumber number, Event event) {
-                                   const auto session = find(number);
-                                   if (session && session->isSubscribedTo(event.channel)) {
-                                       session->queue().push(std::move(event));
-                                   }
-                               },
-                           .freed =
-                               [this](SessionNumber number, const std::string& identifier) {
-                                   requestsInFlight_.forget(identifier);
-                                   if (const auto session = find(number)) {
-                                       session->unsubscribeFromClient(identifier);
-                                   }
-                               },
-                           .post = options_.post}),
+      ingress_(options_.limits),
+      failedHandshakes_(options_.limits.maxFailedHandshakesPerMinute, options_.now),
+      lifecycle_(broker_, options_.limits.maxClientsPerSession,
+                 {.deliver =
+                      [this](SessionNumber number, Event event) {
+                          const auto session = find(number);
+                          if (session && session->isSubscribedTo(event.channel)) {
+                              session->queue().push(std::move(event));
+                          }
+                      },
+                  .freed =
+                      [this](SessionNumber number, const std::string& identifier) {
+                          requestsInFlight_.forget(identifier);
+                          if (const auto session = find(number)) {
+                              session->unsubscribeFromClient(identifier);
+                          }
+                      },
+                  .post = options_.post}),
       responses_(
           broker_->subscribeInline("/yvm/**", [this](const connector::message_service::JsonMessage& message) {
               if (!isRequestChannel(message.channel())) {
@@ -105,7 +115,7 @@ BayeuxServer::~BayeuxServer() = default;
 void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string& frame) {
     Batch batch;
     batch.from = from;
-    const auto parsed = parseEnvelope(frame);
+    const auto parsed = parseEnvelope(frame, options_.limits.maxBatchMessages);
     if (const auto* refusal = std::get_if<Refusal>(&parsed)) {
         refuse(batch, Message(), *refusal);
         from->refuseFrame(batch.frame.take(), *refusal);
@@ -164,7 +174,7 @@ void BayeuxServer::handle(Batch& batch, const Message& message) {
 
 void BayeuxServer::refuse(Batch& batch, const Message& message, const Refusal& refusal,
                           std::string_view fields) {
-    ++refusals_[refusal.code];
+    ++refusals_[refusal.reason];
     FOUNDATION_LOG(logger(), foundation::log::Normal)
         << "refused a message on " << printable(message.channel) << ": " << errorField(refusal);
     std::string more(fields);
@@ -174,35 +184,56 @@ void BayeuxServer::refuse(Batch& batch, const Message& message, const Refusal& r
         more += adviceField(refusal.code == ErrorCode::UnknownClient ? kHandshakeAdvice : kStopAdvice);
     } else if (message.channel == kHandshake && refusal.code != ErrorCode::Unavailable) {
         more += adviceField(kStopAdvice);
+        failedHandshakes_.add(batch.from->peerAddress());
     } else if (!message.subscriptionText.empty()) {
         more += R"(,"subscription":)" + message.subscriptionText;
     }
     batch.frame.addFailure(message.channel.empty() ? kNowhere : message.channel, message.id, refusal, more);
 }
 
-void BayeuxServer::handshake(Batch& batch, const Message& message) {
+std::optional<Refusal> BayeuxServer::refuseHandshake(const Connection& from, const Message& message) {
+    using metrics::RefusalReason;
     if (!accepting_) {
-        refuse(batch, message, {ErrorCode::Unavailable, "the server is shutting down"});
-        return;
+        return Refusal{ErrorCode::Unavailable, "the server is shutting down"};
     }
-    if (!batch.from->isAuthenticated() && !options_.acceptsToken(message.token)) {
-        refuse(batch, message, {ErrorCode::Unauthorized, "the token is missing or wrong"});
-        return;
+    const Limits& limits = options_.limits;
+    if (failedHandshakes_.isBlocked(from.peerAddress())) {
+        return Refusal{ErrorCode::Unavailable,
+                       "too many failed handshakes - one address may have " +
+                           std::to_string(limits.maxFailedHandshakesPerMinute) + " a minute at most",
+                       RefusalReason::FailedHandshakes};
+    }
+    if (!from.isAuthenticated() && !options_.acceptsToken(message.token)) {
+        return Refusal{ErrorCode::Unauthorized, "the token is missing or wrong"};
     }
     if (isAboveOwnVersion(message.minimumVersion)) {
-        refuse(batch, message, {ErrorCode::VersionTooLow, "the server speaks version 1.0"});
-        return;
+        return Refusal{ErrorCode::VersionTooLow, "the server speaks version 1.0"};
     }
-    std::string types;
-    bool hasCommonType = false;
-    for (const std::string& type : options_.connectionTypes) {
-        types += (types.empty() ? "\"" : ",\"") + type + '"';
-        const auto& offered = message.supportedConnectionTypes;
-        hasCommonType = hasCommonType || std::find(offered.begin(), offered.end(), type) != offered.end();
+    const auto& offered = message.supportedConnectionTypes;
+    if (std::find_first_of(offered.begin(), offered.end(), options_.connectionTypes.begin(),
+                           options_.connectionTypes.end()) == offered.end()) {
+        return Refusal{ErrorCode::NoCommonTransport, "no common connection type"};
     }
-    if (!hasCommonType) {
-        refuse(batch, message, {ErrorCode::NoCommonTransport, "no common connection type"},
-               R"(,"supportedConnectionTypes":[)" + types + "]");
+    if (sessions_.size() >= limits.maxSessions) {
+        return Refusal{
+            ErrorCode::Unavailable,
+            "the server is full - it may have " + std::to_string(limits.maxSessions) + " sessions at most",
+            RefusalReason::Sessions};
+    }
+    const auto ofAddress = sessionsByAddress_.find(from.peerAddress());
+    if (ofAddress != sessionsByAddress_.end() && ofAddress->second >= limits.maxSessionsPerAddress) {
+        return Refusal{
+            ErrorCode::Unavailable,
+            "one address may have " + std::to_string(limits.maxSessionsPerAddress) + " sessions at most",
+            RefusalReason::SessionsPerAddress};
+    }
+    return std::nullopt;
+}
+
+void BayeuxServer::handshake(Batch& batch, const Message& message) {
+    const std::string types = connectionTypesField(options_.connectionTypes);
+    if (const auto refusal = refuseHandshake(*batch.from, message)) {
+        refuse(batch, message, *refusal, refusal->code == ErrorCode::NoCommonTransport ? types : "");
         return;
     }
     const SessionNumber number = ++lastSession_;
@@ -215,7 +246,8 @@ void BayeuxServer::handshake(Batch& batch, const Message& message) {
         });
     };
     const auto session = std::make_shared<Session>(
-        number, randomHex(20), std::make_shared<DeliveryQueue>(options_.maxQueueBytes, std::move(wake)));
+        number, randomHex(20), batch.from->peerAddress(),
+        std::make_shared<DeliveryQueue>(options_.limits.maxQueueBytes, std::move(wake)));
     session->lastHeard = options_.now();
     std::string extensions;
     if (message.wantsAcknowledgement) {
@@ -224,11 +256,11 @@ void BayeuxServer::handshake(Batch& batch, const Message& message) {
     }
     sessions_.emplace(session->clientId(), session);
     sessionsByNumber_.emplace(number, session);
+    ++sessionsByAddress_[session->address()];
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "session " << number << " begins";
     batch.frame.addReply(kHandshake, message.id,
                          R"(,"version":"1.0","minimumVersion":"1.0","clientId":")" + session->clientId() +
-                             R"(","supportedConnectionTypes":[)" + types + "]" +
-                             adviceField(retryAdvice(options_.connectTimeout)) + extensions);
+                             '"' + types + adviceField(retryAdvice(options_.connectTimeout)) + extensions);
 }
 
 void BayeuxServer::connect(Batch& batch, const Message& message, const std::shared_ptr<Session>& session) {
@@ -238,9 +270,10 @@ void BayeuxServer::connect(Batch& batch, const Message& message, const std::shar
         }
         if (unacknowledged->isUndeliverable()) {
             refuse(batch, message,
-                   {ErrorCode::TooLarge, "the same events were sent " +
-                                             std::to_string(UnacknowledgedEvents::kMaxDeliveries) +
-                                             " times and never acknowledged"});
+                   {ErrorCode::TooLarge,
+                    "the same events were sent " + std::to_string(UnacknowledgedEvents::kMaxDeliveries) +
+                        " times and never acknowledged",
+                    metrics::RefusalReason::Unacknowledged});
             closeSoon(batch.from);
             end(session);
             return;
@@ -295,10 +328,12 @@ void BayeuxServer::subscribe(Batch& batch, const Message& message, Session& sess
             return;
         }
     }
-    if (!session.hasRoomFor(message.subscriptions)) {
+    const std::size_t maxSubscriptions = options_.limits.maxSubscriptionsPerSession;
+    if (session.subscriptionCountWith(message.subscriptions) > maxSubscriptions) {
         refuse(batch, message,
-               {ErrorCode::TooLarge, "a session may have " + std::to_string(Session::kMaxSubscriptions) +
-                                         " subscriptions at most"});
+               {ErrorCode::TooLarge,
+                "a session may have " + std::to_string(maxSubscriptions) + " subscriptions at most",
+                metrics::RefusalReason::SubscriptionsPerSession});
         return;
     }
     for (const std::string& pattern : message.subscriptions) {
@@ -439,7 +474,12 @@ void BayeuxServer::unbind(const std::shared_ptr<Session>& session) {
 
 void BayeuxServer::flush(const std::shared_ptr<Session>& session) {
     if (session->queue().hasOverflowed()) {
-        evict(session, {ErrorCode::TooLarge, "more messages wait for this session than it may have"});
+        const Refusal why{
+            ErrorCode::TooLarge,
+            "more than " + std::to_string(options_.limits.maxQueueBytes) + " bytes wait for this session",
+            metrics::RefusalReason::QueueBytes};
+        ++refusals_[why.reason];
+        evict(session, why);
         return;
     }
     const auto connection = session->owner.lock();
@@ -495,7 +535,6 @@ void BayeuxServer::closeSoon(const std::shared_ptr<Connection>& connection) {
 }
 
 void BayeuxServer::evict(const std::shared_ptr<Session>& session, const Refusal& why) {
-    ++refusals_[why.code];
     FOUNDATION_LOG(logger(), foundation::log::Normal)
         << "session " << session->number() << " is ended: " << errorField(why);
     const auto connection = session->owner.lock();
@@ -522,6 +561,9 @@ void BayeuxServer::end(const std::shared_ptr<Session>& session) {
     unbind(session);
     session->close();
     sessionsByNumber_.erase(session->number());
+    if (const auto ofAddress = sessionsByAddress_.find(session->address()); --ofAddress->second == 0) {
+        sessionsByAddress_.erase(ofAddress);
+    }
     sessions_.erase(session->clientId());
 }
 

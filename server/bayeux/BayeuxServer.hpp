@@ -5,7 +5,9 @@
 #include "server/bayeux/ClientLifecycle.hpp"
 #include "server/bayeux/Connection.hpp"
 #include "server/bayeux/Envelope.hpp"
+#include "server/bayeux/FailedHandshakes.hpp"
 #include "server/bayeux/Ingress.hpp"
+#include "server/bayeux/Limits.hpp"
 #include "server/bayeux/Reply.hpp"
 #include "server/bayeux/RequestsInFlight.hpp"
 #include "server/bayeux/Session.hpp"
@@ -34,10 +36,7 @@ class BayeuxServer {
         /// How long a session lives without a held connect. Longer than the connect timeout and what
         /// clients wait beyond it, or a client that lost its network in silence loses its session.
         std::chrono::milliseconds graceTime{60'000};
-        /// The longest payload of a request.
-        std::size_t maxMessageBytes = 64UL * 1024 * 1024;
-        /// What may wait for a slow reader.
-        std::size_t maxQueueBytes = 64UL * 1024 * 1024;
+        Limits limits;
         /// Clients refuse frames from 64 MiB on; small frames also keep a slow reader's share small.
         std::size_t maxFrameBytes = 1024UL * 1024;
         /// What `supportedConnectionTypes` offers.
@@ -80,10 +79,13 @@ class BayeuxServer {
     /// May be asked from any thread.
     const RequestsInFlight& requestsInFlight() const { return requestsInFlight_; }
 
+    /// Where a transport looks before it tells whether a token is right, and notes that one was wrong.
+    FailedHandshakes& failedHandshakes() { return failedHandshakes_; }
+
     std::size_t sessionCount() const { return sessions_.size(); }
     std::size_t clientCount() const { return lifecycle_.clients().size(); }
-    /// How many messages were refused, by code.
-    const std::map<ErrorCode, std::uint64_t>& refusals() const { return refusals_; }
+    /// How many messages were refused, by reason.
+    const std::map<metrics::RefusalReason, std::uint64_t>& refusals() const { return refusals_; }
 
   private:
     struct Batch;
@@ -94,6 +96,8 @@ class BayeuxServer {
 
     void handle(Batch& batch, const Message& message);
     void handshake(Batch& batch, const Message& message);
+    /// Nothing when the handshake may go on.
+    std::optional<Refusal> refuseHandshake(const Connection& from, const Message& message);
     void connect(Batch& batch, const Message& message, const std::shared_ptr<Session>& session);
     void disconnect(Batch& batch, const Message& message, const std::shared_ptr<Session>& session);
     void subscribe(Batch& batch, const Message& message, Session& session);
@@ -123,9 +127,12 @@ class BayeuxServer {
 
     std::unordered_map<std::string, std::shared_ptr<Session>> sessions_;
     std::unordered_map<SessionNumber, std::weak_ptr<Session>> sessionsByNumber_;
+    /// How many sessions a peer has, without those that have none.
+    std::unordered_map<std::string, std::size_t> sessionsByAddress_;
+    FailedHandshakes failedHandshakes_;
     SessionNumber lastSession_ = 0;
     std::vector<Closing> closing_;
-    std::map<ErrorCode, std::uint64_t> refusals_;
+    std::map<metrics::RefusalReason, std::uint64_t> refusals_;
     bool accepting_ = true;
 
     RequestsInFlight requestsInFlight_;

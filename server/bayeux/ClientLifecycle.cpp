@@ -95,8 +95,9 @@ DataBuffer errorResponse(const std::string& requestID, const std::string& why) {
 }  // namespace
 
 ClientLifecycle::ClientLifecycle(std::shared_ptr<connector::message_service::Broker> broker,
-                                 Callbacks callbacks)
+                                 std::size_t maxClientsPerSession, Callbacks callbacks)
     : broker_(std::move(broker)),
+      maxClientsPerSession_(maxClientsPerSession),
       callbacks_(std::move(callbacks)),
       service_(broker_->createService("server")) {
     const auto onServerThread = [this](void (ClientLifecycle::*handler)(const DataBuffer&)) {
@@ -142,6 +143,12 @@ std::optional<Refusal> ClientLifecycle::attach(SessionNumber session, const std:
     }
     if (auto refusal = refuseUnservedVersions(fields.supportedApiVersions)) {
         return refusal;
+    }
+    const bool isNew = !clients_.ownerOf(fields.requestID) || clients_.isDetaching(fields.requestID);
+    if (isNew && clients_.countOf(session) >= maxClientsPerSession_) {
+        return Refusal{ErrorCode::TooLarge,
+                       "a session may have " + std::to_string(maxClientsPerSession_) + " clients at most",
+                       metrics::RefusalReason::ClientsPerSession};
     }
     clients_.reserve(fields.requestID, session);
     broker_->publish(std::string(kAttachRequest), DataBuffer(std::move(request)), lane);

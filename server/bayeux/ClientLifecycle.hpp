@@ -36,7 +36,8 @@ class ClientLifecycle {
         std::function<void(std::function<void()>)> post;
     };
 
-    ClientLifecycle(std::shared_ptr<connector::message_service::Broker> broker, Callbacks callbacks);
+    ClientLifecycle(std::shared_ptr<connector::message_service::Broker> broker,
+                    std::size_t maxClientsPerSession, Callbacks callbacks);
     ~ClientLifecycle();
     ClientLifecycle(const ClientLifecycle&) = delete;
     ClientLifecycle& operator=(const ClientLifecycle&) = delete;
@@ -71,6 +72,7 @@ class ClientLifecycle {
     void onMarker(const std::string& text);
 
     const std::shared_ptr<connector::message_service::Broker> broker_;
+    const std::size_t maxClientsPerSession_;
     const Callbacks callbacks_;
     ClientTable clients_;
     AccessPolicy policy_{clients_};

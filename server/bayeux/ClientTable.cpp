@@ -1,5 +1,6 @@
 #include "server/bayeux/ClientTable.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace server::bayeux {
@@ -82,6 +83,12 @@ std::vector<std::string> ClientTable::clientsOf(SessionNumber session) const {
         }
     }
     return identifiers;
+}
+
+std::size_t ClientTable::countOf(SessionNumber session) const {
+    return static_cast<std::size_t>(std::count_if(
+        clients_.begin(), clients_.end(),
+        [session](const auto& entry) { return entry.second.owner == session && !entry.second.detach; }));
 }
 
 }  // namespace server::bayeux

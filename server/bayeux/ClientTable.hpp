@@ -42,6 +42,9 @@ class ClientTable {
     /// The identifiers of `session` that no detach has been started for.
     std::vector<std::string> clientsOf(SessionNumber session) const;
 
+    /// How many `clientsOf` would give.
+    std::size_t countOf(SessionNumber session) const;
+
     std::size_t size() const { return clients_.size(); }
 
   private:

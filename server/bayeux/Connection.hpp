@@ -20,7 +20,9 @@ enum class CloseCode { Normal = 1000, GoingAway = 1001, PolicyViolation = 1008, 
 /// `writable` and `closed`.
 class Connection {
   public:
-    Connection() = default;
+    /// `peerAddress` names the peer to limits that count by address: an IP address, or of IPv6 the network
+    /// of 64 bits, since one host may have all the addresses in it.
+    explicit Connection(std::string peerAddress) : peerAddress_(std::move(peerAddress)) {}
     virtual ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -46,8 +48,13 @@ class Connection {
     /// Whether the request or upgrade behind it carried the right token.
     virtual bool isAuthenticated() const = 0;
 
+    const std::string& peerAddress() const { return peerAddress_; }
+
     /// The sessions whose latest connect came from here. Kept by `BayeuxServer`.
     std::vector<std::weak_ptr<Session>> boundSessions;
+
+  private:
+    const std::string peerAddress_;
 };
 
 }  // namespace server::bayeux

@@ -211,7 +211,7 @@ Message readMessage(ondemand::value value, dom::parser& headerParser) {
 
 }  // namespace
 
-std::variant<std::vector<Message>, Refusal> parseEnvelope(std::string& frame) {
+std::variant<std::vector<Message>, Refusal> parseEnvelope(std::string& frame, std::size_t maxMessages) {
     frame.reserve(frame.size() + simdjson::SIMDJSON_PADDING);
     try {
         ondemand::parser parser;
@@ -222,9 +222,10 @@ std::variant<std::vector<Message>, Refusal> parseEnvelope(std::string& frame) {
         switch (document.type()) {
             case ondemand::json_type::array:
                 for (auto element : document.get_array()) {
-                    if (messages.size() == kMaxMessages) {
-                        return Refusal{ErrorCode::TooLarge, "more than " + std::to_string(kMaxMessages) +
-                                                                " messages in one frame"};
+                    if (messages.size() == maxMessages) {
+                        return Refusal{ErrorCode::TooLarge,
+                                       "more than " + std::to_string(maxMessages) + " messages in one frame",
+                                       metrics::RefusalReason::BatchMessages};
                     }
                     messages.push_back(readMessage(element.value(), headerParser));
                 }

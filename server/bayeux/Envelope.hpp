@@ -42,14 +42,11 @@ struct Message {
     std::optional<Refusal> malformed;
 };
 
-/// What one frame may hold. Every message has a reply, and a message of two bytes a longer one by far.
-inline constexpr std::size_t kMaxMessages = 1000;
-
-/// Reads the text of one frame or body: an array of at most `kMaxMessages` messages, or one bare message.
+/// Reads the text of one frame or body: an array of at most `maxMessages` messages, or one bare message.
 ///
 /// Everything but `data` is validated as strict JSON in UTF-8. Gives a refusal, and no message at all,
 /// when the text as a whole cannot be read or holds too many. The capacity of `frame` may grow, its text
 /// stays; the messages are valid as long as it is left alone.
-std::variant<std::vector<Message>, Refusal> parseEnvelope(std::string& frame);
+std::variant<std::vector<Message>, Refusal> parseEnvelope(std::string& frame, std::size_t maxMessages);
 
 }  // namespace server::bayeux

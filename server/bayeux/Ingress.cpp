@@ -64,7 +64,7 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
     text = data;
     simdjson::dom::parser parser;
     // simdjson counts the innermost level only when it is not empty, so it may refuse one level too few.
-    if (parser.allocate(text.size(), kMaxDepth)) {
+    if (parser.allocate(text.size(), maxDepth_)) {
         return Refusal{ErrorCode::Unavailable, "no memory for data of this size"};
     }
     simdjson::dom::element parsed;
@@ -79,10 +79,12 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
         default:
             // simdjson refuses numbers beyond the range of its types, which are JSON all the same; and
             // where it is right, the plain validator knows the place.
-            if (const auto fault = whyNotStrictJson(text, kMaxDepth)) {
+            if (const auto fault = whyNotStrictJson(text, maxDepth_)) {
                 if (fault->isDepth) {
-                    return Refusal{ErrorCode::TooLarge, "the data is nested more than " +
-                                                            std::to_string(kMaxDepth) + " levels deep"};
+                    return Refusal{
+                        ErrorCode::TooLarge,
+                        "the data is nested more than " + std::to_string(maxDepth_) + " levels deep",
+                        metrics::RefusalReason::Depth};
                 }
                 return badRequest("the data is not JSON - " + fault->text);
             }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/bayeux/Limits.hpp"
 #include "server/bayeux/Refusal.hpp"
 
 #include <cstddef>
@@ -14,18 +15,17 @@ namespace server::bayeux {
 ///
 /// The module's parser keeps its thread for ever on some damaged texts and on empty objects, and
 /// says nothing at all to others. So only strict JSON in UTF-8 passes, an object that is not empty,
-/// of at most `maxBytes` and `maxDepth` levels, in which every "ywtype" is a string.
+/// within the limits of bytes and depth, in which every "ywtype" is a string.
 class Ingress {
   public:
-    static constexpr std::size_t kMaxDepth = 512;
-
-    explicit Ingress(std::size_t maxBytes) : maxBytes_(maxBytes) {}
+    explicit Ingress(const Limits& limits) : maxBytes_(limits.maxMessageBytes), maxDepth_(limits.maxDepth) {}
 
     /// The text to publish, a copy of `data`, or the reason why not.
     std::variant<std::string, Refusal> admit(std::string_view data) const;
 
   private:
     std::size_t maxBytes_;
+    std::size_t maxDepth_;
 };
 
 }  // namespace server::bayeux

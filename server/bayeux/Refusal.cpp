@@ -16,6 +16,33 @@ constexpr std::size_t kMaxQuoted = 100;
 
 }  // namespace
 
+metrics::RefusalReason usualReason(ErrorCode code) {
+    using metrics::RefusalReason;
+    switch (code) {
+        case ErrorCode::VersionTooLow:
+            return RefusalReason::Version;
+        case ErrorCode::NoCommonTransport:
+            return RefusalReason::ConnectionType;
+        case ErrorCode::BadRequest:
+            return RefusalReason::BadRequest;
+        case ErrorCode::Unauthorized:
+            return RefusalReason::Unauthorized;
+        case ErrorCode::UnknownClient:
+            return RefusalReason::UnknownSession;
+        case ErrorCode::Forbidden:
+            return RefusalReason::Forbidden;
+        case ErrorCode::UnknownChannel:
+            return RefusalReason::UnknownChannel;
+        case ErrorCode::InvalidChannel:
+            return RefusalReason::InvalidChannel;
+        case ErrorCode::TooLarge:
+            return RefusalReason::MessageBytes;
+        case ErrorCode::Unavailable:
+            break;
+    }
+    return RefusalReason::Unavailable;
+}
+
 std::string printable(std::string_view text) {
     std::string result(text.substr(0, kMaxQuoted));
     std::replace_if(result.begin(), result.end(), [](char c) { return !isInErrorGrammar(c); }, '_');

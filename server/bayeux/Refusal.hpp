@@ -1,5 +1,7 @@
 #pragma once
 
+#include "server/metrics/RefusalReason.hpp"
+
 #include <string>
 #include <string_view>
 
@@ -19,10 +21,14 @@ enum class ErrorCode {
     Unavailable = 503,
 };
 
+/// What a refusal with this code is counted under, unless it says so itself: the limits do.
+metrics::RefusalReason usualReason(ErrorCode code);
+
 /// Why a message was not accepted.
 struct Refusal {
     ErrorCode code;
     std::string text;
+    metrics::RefusalReason reason = usualReason(code);
 };
 
 /// Text of a client, made fit for logs and errors: at most 100 characters, "..." behind what was cut, and an

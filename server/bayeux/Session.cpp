@@ -23,14 +23,14 @@ void Session::subscribe(connector::message_service::Broker& broker, const std::s
         }));
 }
 
-bool Session::hasRoomFor(const std::vector<std::string>& patterns) const {
+std::size_t Session::subscriptionCountWith(const std::vector<std::string>& patterns) const {
     std::set<std::string_view> fresh;
     for (const std::string& pattern : patterns) {
         if (!isServiceChannel(pattern) && !isSubscribedTo(pattern)) {
             fresh.insert(pattern);
         }
     }
-    return subscriptions_.size() + fresh.size() <= kMaxSubscriptions;
+    return subscriptions_.size() + fresh.size();
 }
 
 void Session::unsubscribe(const std::string& pattern) {

@@ -28,15 +28,18 @@ struct HeldConnect {
 /// connections come and go. Confined to the server's thread, but for its queue.
 class Session {
   public:
-    /// Every message is compared with all of them.
-    static constexpr std::size_t kMaxSubscriptions = 1000;
-
-    Session(SessionNumber number, std::string clientId, std::shared_ptr<DeliveryQueue> queue)
-        : number_(number), clientId_(std::move(clientId)), queue_(std::move(queue)) {}
+    /// `address` is that of the peer that shook hands.
+    Session(SessionNumber number, std::string clientId, std::string address,
+            std::shared_ptr<DeliveryQueue> queue)
+        : number_(number),
+          clientId_(std::move(clientId)),
+          address_(std::move(address)),
+          queue_(std::move(queue)) {}
 
     SessionNumber number() const { return number_; }
     /// The client's proof of who it is. Never log it.
     const std::string& clientId() const { return clientId_; }
+    const std::string& address() const { return address_; }
     /// All messages of the session are published in one lane, so that they keep their order.
     std::string lane() const { return "session/" + std::to_string(number_); }
     DeliveryQueue& queue() { return *queue_; }
@@ -56,8 +59,11 @@ class Session {
     void unsubscribe(const std::string& pattern);
     bool isSubscribedTo(const std::string& pattern) const { return subscriptions_.count(pattern) != 0; }
 
-    /// Whether the session may subscribe to all of `patterns`. Those that it has, or that repeat, count once.
-    bool hasRoomFor(const std::vector<std::string>& patterns) const;
+    std::size_t subscriptionCount() const { return subscriptions_.size(); }
+
+    /// How many subscriptions the session has once it subscribed to all of `patterns`. Those that it has, or
+    /// that repeat, count once.
+    std::size_t subscriptionCountWith(const std::vector<std::string>& patterns) const;
 
     /// Ends all subscriptions to channels of this client.
     void unsubscribeFromClient(const std::string& identifier);
@@ -74,6 +80,7 @@ class Session {
   private:
     const SessionNumber number_;
     const std::string clientId_;
+    const std::string address_;
     const std::shared_ptr<DeliveryQueue> queue_;
     std::optional<UnacknowledgedEvents> unacknowledged_;
     /// By channel or pattern; null where the broker has no part in it.

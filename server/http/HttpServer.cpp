@@ -48,7 +48,7 @@ struct HttpServer::Impl {
               bayeux,
               guard,
               files,
-              options.maxMessageBytes,
+              options.limits.maxMessageBytes,
               [this, isReady = std::move(options.isReady)] { return bayeux.isAccepting() && isReady(); },
               [this](std::weak_ptr<WebSocketConnection> socket) { remember(sockets, std::move(socket)); }} {
         listen(options.host, options.port);
@@ -58,8 +58,7 @@ struct HttpServer::Impl {
         bayeux::BayeuxServer::Options result;
         result.connectTimeout = options.connectTimeout;
         result.graceTime = options.graceTime;
-        result.maxMessageBytes = options.maxMessageBytes;
-        result.maxQueueBytes = options.maxQueueBytes;
+        result.limits = options.limits;
         result.acceptsToken = [this](std::string_view token) { return guard.isRight(token); };
         result.post = [this](std::function<void()> work) { asio::post(context, std::move(work)); };
         return result;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "connector/message_service/Broker.hpp"
+#include "server/bayeux/Limits.hpp"
 #include "server/http/RequestGuard.hpp"
 #include "server/http/StaticFiles.hpp"
 
@@ -26,8 +27,7 @@ class HttpServer {
         std::uint16_t port = 8888;
         RequestGuard::Options guard;
         StaticFiles files;
-        std::size_t maxMessageBytes = 64UL * 1024 * 1024;
-        std::size_t maxQueueBytes = 64UL * 1024 * 1024;
+        bayeux::Limits limits;
         std::chrono::milliseconds connectTimeout{30'000};
         std::chrono::milliseconds graceTime{60'000};
         /// What /readyz tells until `stopAccepting`. Called on the server's thread.

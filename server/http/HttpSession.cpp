@@ -1,5 +1,6 @@
 #include "server/http/HttpSession.hpp"
 
+#include "server/http/peerAddress.hpp"
 #include "server/http/serverName.hpp"
 
 #include <boost/beast/http/read.hpp>
@@ -108,6 +109,9 @@ Response makePreflight(const http::request<http::string_body>& request) {
 
 }  // namespace
 
+HttpSession::HttpSession(beast::tcp_stream&& stream, const HttpServices& services)
+    : stream_(std::move(stream)), services_(services), peerAddress_(peerAddressOf(stream_.socket())) {}
+
 void HttpSession::close() {
     isClosing_ = true;
     if (!isWriting_) {
@@ -202,7 +206,7 @@ void HttpSession::poll() {
         services_.guard.tokenOf(request.target(), request[http::field::authorization]) ==
         RequestGuard::Token::Right;
     exchange_ = std::make_shared<LongPollExchange>(
-        isAuthenticated, [weak = weak_from_this()](unsigned status, std::string body) {
+        peerAddress_, isAuthenticated, [weak = weak_from_this()](unsigned status, std::string body) {
             if (const auto self = weak.lock()) {
                 self->answerPoll(status, std::move(body));
             }
@@ -273,12 +277,19 @@ void HttpSession::upgrade() {
     // No token at all may still come in: it can handshake with a token in its message, or speak for a
     // session that exists.
     const auto token = services_.guard.tokenOf(request.target(), request[http::field::authorization]);
+    auto& failedHandshakes = services_.bayeux.failedHandshakes();
+    if (token != RequestGuard::Token::Absent && failedHandshakes.isBlocked(peerAddress_)) {
+        refuse(http::status::too_many_requests, "too many failed handshakes from this address");
+        return;
+    }
     if (token == RequestGuard::Token::Wrong) {
+        failedHandshakes.add(peerAddress_);
         refuse(http::status::unauthorized, "the token is wrong");
         return;
     }
-    const auto socket = std::make_shared<WebSocketConnection>(
-        std::move(stream_), services_.bayeux, services_.maxMessageBytes, token == RequestGuard::Token::Right);
+    const auto socket =
+        std::make_shared<WebSocketConnection>(std::move(stream_), services_.bayeux, services_.maxMessageBytes,
+                                              peerAddress_, token == RequestGuard::Token::Right);
     services_.opened(socket);
     socket->run(request);
 }

@@ -35,8 +35,7 @@ struct HttpServices {
 /// the server's thread.
 class HttpSession final : public std::enable_shared_from_this<HttpSession> {
   public:
-    HttpSession(boost::beast::tcp_stream&& stream, const HttpServices& services)
-        : stream_(std::move(stream)), services_(services) {}
+    HttpSession(boost::beast::tcp_stream&& stream, const HttpServices& services);
 
     void run() { read(); }
 
@@ -65,6 +64,7 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
 
     boost::beast::tcp_stream stream_;
     const HttpServices& services_;
+    const std::string peerAddress_;
     boost::beast::flat_buffer buffer_;
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> parser_;
     /// The long-polling request that is being served.

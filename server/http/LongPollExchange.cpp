@@ -10,7 +10,7 @@ void LongPollExchange::send(std::string frame) {
 }
 
 void LongPollExchange::refuseFrame(std::string, const bayeux::Refusal& why) {
-    answer(400, why.text);
+    answer(why.code == bayeux::ErrorCode::TooLarge ? 413 : 400, why.text);
 }
 
 void LongPollExchange::close(bayeux::CloseCode, std::string reason) {

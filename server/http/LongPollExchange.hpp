@@ -14,8 +14,8 @@ class LongPollExchange final : public bayeux::Connection {
     /// `answer` is called once, with the HTTP status and either a JSON array (200) or a plain text.
     using Answer = std::function<void(unsigned status, std::string body)>;
 
-    LongPollExchange(bool isAuthenticated, Answer answer)
-        : isAuthenticated_(isAuthenticated), answer_(std::move(answer)) {}
+    LongPollExchange(std::string peerAddress, bool isAuthenticated, Answer answer)
+        : Connection(std::move(peerAddress)), isAuthenticated_(isAuthenticated), answer_(std::move(answer)) {}
 
     void send(std::string frame) override;
     void refuseFrame(std::string frame, const bayeux::Refusal& why) override;

@@ -40,8 +40,10 @@ std::size_t maxFrameBytes(std::size_t maxMessageBytes) {
 }
 
 WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::BayeuxServer& server,
-                                         std::size_t maxMessageBytes, bool isAuthenticated)
-    : socket_(std::move(stream)),
+                                         std::size_t maxMessageBytes, std::string peerAddress,
+                                         bool isAuthenticated)
+    : Connection(std::move(peerAddress)),
+      socket_(std::move(stream)),
       server_(server),
       isAuthenticated_(isAuthenticated),
       maxFrameBytes_(maxFrameBytes(maxMessageBytes)),

@@ -29,7 +29,7 @@ class WebSocketConnection final : public bayeux::Connection,
 
     /// `server` must outlive the connection. `isAuthenticated`: the upgrade carried the right token.
     WebSocketConnection(boost::beast::tcp_stream&& stream, bayeux::BayeuxServer& server,
-                        std::size_t maxMessageBytes, bool isAuthenticated);
+                        std::size_t maxMessageBytes, std::string peerAddress, bool isAuthenticated);
 
     /// Answers the upgrade and starts to read.
     void run(const Request& upgrade);

@@ -11,7 +11,6 @@ namespace {
 using server::testing::TemporaryFolder;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
-using ::testing::Not;
 
 Options parse(std::vector<std::string> arguments) {
     return parseOptions(std::move(arguments), "/opt/yvm");
@@ -35,7 +34,15 @@ TEST(Options, HaveDefaults) {
     EXPECT_NE(options.token, parse({}).token);
     EXPECT_EQ(options.pluginFolder, "/opt/yvm/bin/win64/connector_plugins");
     EXPECT_EQ(options.consoleFolder, std::nullopt);
-    EXPECT_EQ(options.maxMessageBytes, 67108864U);
+    EXPECT_EQ(options.limits.maxMessageBytes, 67108864U);
+    EXPECT_EQ(options.limits.maxDepth, 512U);
+    EXPECT_EQ(options.limits.maxBatchMessages, 1000U);
+    EXPECT_EQ(options.limits.maxSessions, 10'000U);
+    EXPECT_EQ(options.limits.maxSessionsPerAddress, 1000U);
+    EXPECT_EQ(options.limits.maxClientsPerSession, 100U);
+    EXPECT_EQ(options.limits.maxSubscriptionsPerSession, 1000U);
+    EXPECT_EQ(options.limits.maxQueueBytes, 67108864U);
+    EXPECT_EQ(options.limits.maxFailedHandshakesPerMinute, 60U);
     EXPECT_EQ(options.graceTime, std::chrono::seconds(60));
     EXPECT_EQ(options.connectTimeout, std::chrono::seconds(30));
     EXPECT_EQ(options.shutdownTimeout, std::chrono::seconds(5));
@@ -89,14 +96,58 @@ TEST(Options, AreReadFromTheCommandLine) {
     EXPECT_EQ(options.venv, "/v");
     EXPECT_EQ(options.startupFile, "s.py");
     EXPECT_EQ(options.workingFolder, "/w");
-    EXPECT_EQ(options.maxMessageBytes, 1000U);
-    EXPECT_EQ(options.maxQueueBytes, 2000U);
+    EXPECT_EQ(options.limits.maxMessageBytes, 1000U);
+    EXPECT_EQ(options.limits.maxQueueBytes, 2000U);
     EXPECT_EQ(options.connectTimeout, std::chrono::seconds(1));
     EXPECT_EQ(options.graceTime, std::chrono::seconds(2));
     EXPECT_EQ(options.shutdownTimeout, std::chrono::seconds(0));
     EXPECT_EQ(options.logMask, 16U | 512U | 8U | 2U);
     EXPECT_EQ(options.logFile, "/l");
     EXPECT_EQ(options.features, (std::map<std::string, bool>{{"webui", true}, {"YVMJS_SmartBuf", false}}));
+}
+
+struct LimitOption {
+    const char* name;
+    std::size_t bayeux::Limits::* member;
+    const char* greatest;
+};
+
+constexpr LimitOption kLimitOptions[] = {
+    {"max-message-bytes", &bayeux::Limits::maxMessageBytes, "1073741824"},
+    {"max-depth", &bayeux::Limits::maxDepth, "512"},
+    {"max-batch-messages", &bayeux::Limits::maxBatchMessages, "1000000"},
+    {"max-sessions", &bayeux::Limits::maxSessions, "1000000"},
+    {"max-sessions-per-address", &bayeux::Limits::maxSessionsPerAddress, "1000000"},
+    {"max-clients-per-session", &bayeux::Limits::maxClientsPerSession, "1000000"},
+    {"max-subscriptions-per-session", &bayeux::Limits::maxSubscriptionsPerSession, "1000000"},
+    {"max-queue-bytes", &bayeux::Limits::maxQueueBytes, "68719476736"},
+    {"max-failed-handshakes", &bayeux::Limits::maxFailedHandshakesPerMinute, "1000000"},
+};
+
+TEST(Options, EachLimitIsReadFromTheCommandLineAndFromAFile) {
+    const TemporaryFolder folder;
+    for (const auto& [name, member, greatest] : kLimitOptions) {
+        EXPECT_EQ(parse({"--" + std::string(name), "77"}).limits.*member, 77U) << name;
+        const auto file = folder.write("c.toml", std::string(name) + " = 78");
+        EXPECT_EQ(parse({"--config", file.string()}).limits.*member, 78U) << name;
+        EXPECT_EQ(std::to_string(parse({"--" + std::string(name), greatest}).limits.*member), greatest);
+    }
+}
+
+TEST(Options, ALimitOutOfRangeIsRefusedWithTheRange) {
+    const TemporaryFolder folder;
+    for (const auto& [name, member, greatest] : kLimitOptions) {
+        const std::string option = "--" + std::string(name);
+        for (const std::string& value : {std::string("0"), greatest + std::string("0")}) {
+            EXPECT_EQ(complaintAbout({option, value}),
+                      option + ": Value " + value + " not in range 1 to " + greatest + "; see --help");
+        }
+        const auto file = folder.write("c.toml", std::string(name) + " = 0");
+        EXPECT_EQ(complaintAbout({"--config", file.string()}),
+                  file.string() + ":1: " + option + ": Value 0 not in range 1 to " + greatest);
+        EXPECT_THAT(complaintAbout({option, "-1"}), HasSubstr(option));
+        EXPECT_THAT(complaintAbout({option, "many"}), HasSubstr(option));
+    }
 }
 
 TEST(Options, AreReadFromAFileAndGiveWayToTheCommandLine) {
@@ -206,14 +257,15 @@ TEST(Options, ExplainThemselves) {
                                    "--root",
                                    "--plugin-dir",
                                    "--console-dir",
-                                   "--max-message-bytes",
-                                   "--max-queue-bytes",
                                    "--connect-timeout",
                                    "--grace-time",
                                    "--shutdown-timeout",
                                    "--log-level",
                                    "--log-file"}) {
             EXPECT_THAT(text, HasSubstr(option));
+        }
+        for (const LimitOption& limit : kLimitOptions) {
+            EXPECT_THAT(text, HasSubstr(std::string("--") + limit.name + " "));
         }
     }
 }

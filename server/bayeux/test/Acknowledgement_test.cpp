@@ -167,13 +167,13 @@ TEST_P(AcknowledgementTest, ABatchIsBoundedAndTheNextConnectBringsTheRest) {
 
 TEST_P(AcknowledgementTest, WhatIsNotAcknowledgedCountsAgainstTheSessionsBound) {
     BayeuxServer::Options options;
-    options.maxQueueBytes = 40;
+    options.limits.maxQueueBytes = 40;
     start(std::move(options));
     deliver("123456789012345");
     EXPECT_EQ(connect(acknowledging(0)), reply(1, event("123456789012345")));
     deliver("123456789012345");
     EXPECT_EQ(server->sessionCount(), 0U);
-    EXPECT_EQ(server->refusals().at(ErrorCode::TooLarge), 1U);
+    EXPECT_EQ(server->refusals().at(metrics::RefusalReason::QueueBytes), 1U);
 }
 
 TEST_P(AcknowledgementTest, ABatchThatWasLostThreeTimesEndsTheSession) {

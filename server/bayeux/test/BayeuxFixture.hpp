@@ -62,8 +62,9 @@ class WorkQueue {
 /// A connection that records what it is told.
 class FakeConnection final : public Connection {
   public:
-    explicit FakeConnection(bool streaming = true, bool authenticated = true)
-        : streaming_(streaming), authenticated_(authenticated) {}
+    explicit FakeConnection(bool streaming = true, bool authenticated = true,
+                            std::string address = "127.0.0.1")
+        : Connection(std::move(address)), streaming_(streaming), authenticated_(authenticated) {}
 
     void send(std::string frame) override { frames.push_back(std::move(frame)); }
     void close(CloseCode code, std::string reason) override {

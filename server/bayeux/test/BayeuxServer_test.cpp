@@ -57,7 +57,7 @@ TEST_F(BayeuxServerTest, RefusesAHandshakeWithoutTheTokenForGood) {
     EXPECT_NE(exchange(stranger, start + R"(,"ext":{"token":"s3cret"}}])").find(R"("successful":true)"),
               std::string::npos);
     EXPECT_NE(exchange(connection, start + "}]").find(R"("successful":true)"), std::string::npos);
-    EXPECT_EQ(server->refusals().at(ErrorCode::Unauthorized), 3U);
+    EXPECT_EQ(server->refusals().at(metrics::RefusalReason::Unauthorized), 3U);
 }
 
 TEST_F(BayeuxServerTest, RefusesAHandshakeOfAnotherVersionOrTransport) {
@@ -175,7 +175,7 @@ TEST_F(BayeuxServerTest, AnswersWhatCannotBeReadAndGoesOn) {
     }
     EXPECT_EQ(exchange(connection, "hello").substr(0, 70),
               R"([{"channel":"/meta/error","successful":false,"error":"400::not JSON - )");
-    EXPECT_EQ(server->refusals().at(ErrorCode::BadRequest), 5U);
+    EXPECT_EQ(server->refusals().at(metrics::RefusalReason::BadRequest), 5U);
     openSession(connection);
 }
 
@@ -616,7 +616,7 @@ TEST_F(BayeuxServerTest, OfTwoConnectsOverOneConnectionTheOlderIsAnswered) {
 
 TEST_F(BayeuxServerTest, ASlowReaderIsToldWhyItsSessionEnds) {
     BayeuxServer::Options options;
-    options.maxQueueBytes = 100;
+    options.limits.maxQueueBytes = 100;
     makeServer(std::move(options));
     FakeModule fakeModule(broker);
     const std::string clientId = openSession(connection);
@@ -628,12 +628,11 @@ TEST_F(BayeuxServerTest, ASlowReaderIsToldWhyItsSessionEnds) {
     workQueue.runAll();
     EXPECT_EQ(server->sessionCount(), 1U) << "an empty queue takes one message of any size";
     deliver("/yvm/one/a", "1");
-    EXPECT_EQ(
-        await(*connection),
-        R"([{"channel":"/meta/connect","id":"7","successful":false,)"
-        R"("error":"413::more messages wait for this session than it may have","advice":{"reconnect":"none"}}])");
+    EXPECT_EQ(await(*connection),
+              R"([{"channel":"/meta/connect","id":"7","successful":false,)"
+              R"("error":"413::more than 100 bytes wait for this session","advice":{"reconnect":"none"}}])");
     EXPECT_EQ(connection->closeCode, CloseCode::PolicyViolation);
-    EXPECT_EQ(connection->closeReason, "413::more messages wait for this session than it may have");
+    EXPECT_EQ(connection->closeReason, "413::more than 100 bytes wait for this session");
     EXPECT_EQ(server->sessionCount(), 0U);
 }
 

@@ -6,7 +6,7 @@ namespace server::bayeux {
 namespace {
 
 std::vector<Message> messagesOf(std::string& frame) {
-    auto parsed = parseEnvelope(frame);
+    auto parsed = parseEnvelope(frame, 1000);
     if (const auto* refusal = std::get_if<Refusal>(&parsed)) {
         ADD_FAILURE() << refusal->text;
         return {};
@@ -23,7 +23,7 @@ Message onlyMessageOf(std::string frame) {
 }
 
 std::string refusalOf(std::string frame) {
-    const auto parsed = parseEnvelope(frame);
+    const auto parsed = parseEnvelope(frame, 1000);
     const auto* refusal = std::get_if<Refusal>(&parsed);
     return refusal == nullptr ? "accepted" : refusal->text;
 }
@@ -162,7 +162,7 @@ TEST(Envelope, RefusesMoreThanAThousandMessages) {
     std::string most = arrayOf(1000);
     EXPECT_EQ(messagesOf(most).size(), 1000U);
     std::string tooMany = arrayOf(1001);
-    const auto refused = parseEnvelope(tooMany);
+    const auto refused = parseEnvelope(tooMany, 1000);
     ASSERT_TRUE(std::holds_alternative<Refusal>(refused));
     EXPECT_EQ(errorField(std::get<Refusal>(refused)), "413::more than 1000 messages in one frame");
 }

@@ -7,7 +7,9 @@ namespace {
 
 /// The text of the refusal, or "admitted".
 std::string verdictOn(const std::string& data, std::size_t maxBytes = 1000) {
-    const auto result = Ingress(maxBytes).admit(data);
+    Limits limits;
+    limits.maxMessageBytes = maxBytes;
+    const auto result = Ingress(limits).admit(data);
     if (const auto* refusal = std::get_if<Refusal>(&result)) {
         return std::to_string(static_cast<int>(refusal->code)) + " " + refusal->text;
     }

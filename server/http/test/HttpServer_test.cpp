@@ -33,7 +33,7 @@ class HttpServerTest : public ::testing::Test {
         HttpServer::Options options;
         options.guard.token = "s3cret";
         options.guard.allowedOrigins = {"https://friend.example"};
-        options.maxMessageBytes = kMaxMessageBytes;
+        options.limits.maxMessageBytes = kMaxMessageBytes;
         options.isReady = [this] { return ready.load(); };
         folder.write("index.html", "<p>hello");
         options.files = StaticFiles(folder.path());
@@ -203,6 +203,24 @@ TEST_F(HttpServerTest, AnUpgradeWithAWrongTokenIs401) {
     EXPECT_EQ(inQuery.response.result_int(), 401U);
     const WebSocketClient inHeader(server->port(), "/bayeux", {{"Authorization", "Bearer wrong"}});
     EXPECT_EQ(inHeader.response.result_int(), 401U);
+}
+
+TEST_F(HttpServerTest, AnUpgradeIsNoWayToGuessATokenWithoutBeingCounted) {
+    HttpServer::Options options;
+    options.guard.token = "s3cret";
+    options.limits.maxFailedHandshakesPerMinute = 2;
+    start(std::move(options));
+    WebSocketClient bystander = openClient();
+    bystander.handshake();
+    EXPECT_EQ(WebSocketClient(server->port(), "/bayeux?token=wrong").response.result_int(), 401U);
+    WebSocketClient(server->port()).handshake(R"(,"ext":{"token":"wrong"})");
+    EXPECT_EQ(WebSocketClient(server->port(), "/bayeux?token=wrong").response.result_int(), 429U);
+    EXPECT_EQ(WebSocketClient(server->port(), "/bayeux?token=s3cret").response.result_int(), 429U);
+    // What needs no token goes on: a session that exists may come over a new socket.
+    WebSocketClient next(server->port());
+    next.clientId = bystander.clientId;
+    EXPECT_THAT(next.exchange(next.message("/meta/connect", R"(,"advice":{"timeout":0})")),
+                HasSubstr(R"("successful":true)"));
 }
 
 TEST_F(HttpServerTest, AHandshakeMayBringTheTokenInEachOfThreeWays) {
@@ -419,6 +437,13 @@ TEST_F(HttpServerTest, RefusesBodiesThatAreNoBayeux) {
     EXPECT_EQ(unreadable["Content-Type"], "text/plain; charset=utf-8");
     EXPECT_THAT(unreadable.body(), StartsWith("not JSON - "));
     EXPECT_EQ(post("application/json", std::string(1'300'000, ' ')).result_int(), 413U);
+    std::string batch = "[5";
+    for (int i = 0; i < 1000; ++i) {
+        batch += ",5";
+    }
+    const auto tooMany = post("application/json", batch + "]");
+    EXPECT_EQ(tooMany.result_int(), 413U);
+    EXPECT_EQ(tooMany.body(), "more than 1000 messages in one frame\n");
     EXPECT_EQ(post("application/json;charset=UTF-8", kHandshake).result_int(), 200U);
     EXPECT_EQ(
         request(beast::http::verb::post, "/bayeux/other", {{"Content-Type", "application/json"}}, kHandshake)
