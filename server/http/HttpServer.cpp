@@ -49,6 +49,7 @@ struct HttpServer::Impl {
               guard,
               files,
               options.limits.maxMessageBytes,
+              options.webSocketIdleTimeout,
               [this, isReady = std::move(options.isReady)] { return bayeux.isAccepting() && isReady(); },
               [this](std::weak_ptr<WebSocketConnection> socket) { remember(sockets, std::move(socket)); }} {
         listen(options.host, options.port);

@@ -30,6 +30,8 @@ class HttpServer {
         bayeux::Limits limits;
         std::chrono::milliseconds connectTimeout{30'000};
         std::chrono::milliseconds graceTime{60'000};
+        /// A peer that has not even answered a ping for so long is taken for dead.
+        std::chrono::milliseconds webSocketIdleTimeout{60'000};
         /// What /readyz tells until `stopAccepting`. Called on the server's thread.
         std::function<bool()> isReady = [] { return true; };
     };

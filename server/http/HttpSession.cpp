@@ -291,7 +291,7 @@ void HttpSession::upgrade() {
         std::make_shared<WebSocketConnection>(std::move(stream_), services_.bayeux, services_.maxMessageBytes,
                                               peerAddress_, token == RequestGuard::Token::Right);
     services_.opened(socket);
-    socket->run(request);
+    socket->run(request, services_.webSocketIdleTimeout);
 }
 
 http::message_generator HttpSession::answer(const Request& request) {

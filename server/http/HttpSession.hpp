@@ -12,6 +12,7 @@
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -25,6 +26,7 @@ struct HttpServices {
     const RequestGuard& guard;
     const StaticFiles& files;
     std::size_t maxMessageBytes;
+    std::chrono::milliseconds webSocketIdleTimeout;
     std::function<bool()> isReady;
     /// Takes note of a WebSocket, so that it can be closed at the end.
     std::function<void(std::weak_ptr<WebSocketConnection>)> opened;

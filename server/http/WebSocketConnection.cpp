@@ -24,9 +24,6 @@ constexpr std::size_t kMaxWaitingBytes = 1024UL * 1024;
 /// How much of a frame is taken in at once.
 constexpr std::size_t kReadBytes = 64UL * 1024;
 
-/// A peer that is silent for so long, our pings included, has gone.
-constexpr std::chrono::seconds kIdleTimeout{60};
-
 /// How long a slow peer may take to read what was sent before its connection is cut.
 constexpr std::chrono::seconds kCloseTimeout{5};
 
@@ -56,11 +53,11 @@ WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::Bay
     socket_.text(true);
 }
 
-void WebSocketConnection::run(const Request& upgrade) {
+void WebSocketConnection::run(const Request& upgrade, std::chrono::milliseconds idleTimeout) {
     beast::get_lowest_layer(socket_).expires_never();
     websocket::stream_base::timeout timeout;
     timeout.handshake_timeout = std::chrono::seconds(30);
-    timeout.idle_timeout = kIdleTimeout;
+    timeout.idle_timeout = idleTimeout;
     timeout.keep_alive_pings = true;
     socket_.set_option(timeout);
     const std::string offered(upgrade[beast::http::field::sec_websocket_protocol]);

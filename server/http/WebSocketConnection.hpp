@@ -10,6 +10,7 @@
 #include <boost/beast/http/string_body.hpp>
 #include <boost/beast/websocket/stream.hpp>
 
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <string>
@@ -31,8 +32,9 @@ class WebSocketConnection final : public bayeux::Connection,
     WebSocketConnection(boost::beast::tcp_stream&& stream, bayeux::BayeuxServer& server,
                         std::size_t maxMessageBytes, std::string peerAddress, bool isAuthenticated);
 
-    /// Answers the upgrade and starts to read.
-    void run(const Request& upgrade);
+    /// Answers the upgrade and starts to read. A peer that is silent for `idleTimeout`, even when it is
+    /// pinged, has gone.
+    void run(const Request& upgrade, std::chrono::milliseconds idleTimeout);
 
     void send(std::string frame) override;
     void close(bayeux::CloseCode code, std::string reason) override;

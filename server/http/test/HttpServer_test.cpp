@@ -335,6 +335,21 @@ TEST_F(HttpServerTest, ASessionIsResumedOverANewSocket) {
     EXPECT_EQ(next.receive(), R"([{"channel":"/yvm/a/text/output","data":1}])");
 }
 
+TEST_F(HttpServerTest, ASessionEndsWhoseSocketDiedWithoutAClose) {
+    HttpServer::Options options;
+    options.webSocketIdleTimeout = std::chrono::milliseconds(200);
+    options.graceTime = std::chrono::milliseconds(500);
+    start(std::move(options));
+    FakeModule fakeModule(broker);
+    WebSocketClient client(server->port());
+    client.handshake();
+    client.exchange(client.message("/yvm/attach/request", R"(,"data":{"requestID":"a"})"));
+    client.send(client.message("/meta/connect", ""));
+    // From here on nobody reads, and so nobody answers pings. The held connect would last for half a minute.
+    ASSERT_TRUE(fakeModule.waitForRequests(2));
+    EXPECT_THAT(fakeModule.requests()[1], HasSubstr(R"("requestIDtoDetach":"a")"));
+}
+
 TEST_F(HttpServerTest, ClosesSocketsAsGoingAwayAtItsEnd) {
     WebSocketClient client = openClient();
     client.handshake();
