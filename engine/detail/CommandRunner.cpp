@@ -158,10 +158,18 @@ void CommandRunner::eval(Command& command, const EvalIIP& iip) {
     if (!compiled[1].is_none()) {
         const py::object value = execute(compiled[1]);
         if (compiled[2].cast<bool>()) {
-            // Looked up anew, since users may install their own.
-            py::module_::import("sys").attr("displayhook")(value);
+            show(value);
         }
     }
+}
+
+void CommandRunner::show(py::handle value) {
+    // Looked up anew, since users may install their own, or delete it.
+    const auto hook = py::reinterpret_borrow<py::object>(PySys_GetObject("displayhook"));
+    if (!hook) {
+        throw RuntimeException(Status::CommandFailed, "lost sys.displayhook", "RuntimeError");
+    }
+    hook(value);
 }
 
 FEvalResult CommandRunner::feval(Command& command, const FEvalIIP& iip) {

@@ -47,6 +47,8 @@ class CommandRunner {
     cmddistributor::FEvalResult feval(Command& command, const cmddistributor::FEvalIIP& iip);
     cmddistributor::FEvalResult convertOutputs(pybind11::handle value, std::uint64_t numOutputs) const;
     pybind11::object execute(pybind11::handle code) const;
+    /// Displays the value of a last bare expression.
+    static void show(pybind11::handle value);
     Outcome describe(Command& command, pybind11::error_already_set& error) const;
     cmddistributor::RuntimeException toRuntimeException(
         pybind11::handle exception, ylutil::cmddistributor::inExecutionStatus status) const;

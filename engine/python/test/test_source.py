@@ -1,4 +1,5 @@
 import linecache
+import warnings
 
 import pytest
 from yvm import _source
@@ -35,6 +36,27 @@ def test_a_semicolon_elsewhere_does_not(text):
 @pytest.mark.parametrize("text", ["", "\n", "# only", "a = 1", "for i in 1, 2: i", "def f(): 1"])
 def test_what_is_no_expression_shows_nothing(text):
     assert run(text)[1] == "nothing"
+
+
+@pytest.mark.parametrize("text", [" 1", "\t1", "\n 1", "1\n 1"])
+def test_an_indented_expression_is_an_error_as_any_indented_command(text):
+    with pytest.raises(IndentationError):
+        _source.compile_command(text, "<command 6>")
+
+
+def test_a_syntax_error_has_no_context():
+    with pytest.raises(SyntaxError) as caught:
+        _source.compile_command("1 +", "<command 7>")
+    assert caught.value.__context__ is None
+
+
+@pytest.mark.parametrize("text", ["a = 1 is 1", "1 is 1", "a = '\\d'", "'\\d'; a = 1", "1 is 1\n"])
+def test_the_parser_warns_once(text):
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        _source.compile_command(text, "<command 8>")
+    assert len(caught) == 1
+    assert caught[0].filename == "<command 8>"
 
 
 def test_nothing_runs_before_everything_compiles():

@@ -9,6 +9,9 @@ import _yvm
 # What NumPy wraps at if nobody has chosen a width.
 _NUMPY_DEFAULT_WIDTH = 75
 
+# Whose representation has no array in it, and so no lines to wrap.
+_PLAIN_TYPES = frozenset((bool, int, float, complex, str, bytes))
+
 
 def display(value):
     """The engine's `sys.displayhook`: None shows nothing; the last value shown is `_`."""
@@ -16,8 +19,11 @@ def display(value):
         return
     # As Python's own hook does: a `_` of the previous value must not show in the representation.
     builtins._ = None
-    with _width_for_arrays():
+    if type(value) in _PLAIN_TYPES:
         text = repr(value)
+    else:
+        with _width_for_arrays():
+            text = repr(value)
     sys.stdout.write(text + "\n")
     builtins._ = value
 
