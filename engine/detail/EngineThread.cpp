@@ -208,11 +208,9 @@ void EngineThread::wake() {
     if (ForkedChild::isThis()) {
         return;
     }
-    {
-        const std::lock_guard lock(wakeMutex_);
-        wakeRequested_ = true;
+    if (!wakeRequested_.exchange(true)) {
+        woken_.release();
     }
-    woken_.notify_one();
 }
 
 void EngineThread::requestPreemption() {
@@ -326,14 +324,13 @@ bool EngineThread::isOver(Moment moment, const Deadline& deadline) const {
 }
 
 void EngineThread::waitForWork(const Deadline& deadline) {
-    std::unique_lock lock(wakeMutex_);
-    const auto isWoken = [this] { return wakeRequested_; };
-    if (deadline) {
-        woken_.wait_until(lock, *deadline, isWoken);
-    } else {
-        woken_.wait(lock, isWoken);
+    if (!deadline) {
+        woken_.acquire();
+    } else if (!woken_.try_acquire_until(*deadline)) {
+        return;
     }
-    wakeRequested_ = false;
+    // Before the caller looks for work: who finds it still set has left the work there already.
+    wakeRequested_.exchange(false);
 }
 
 void EngineThread::releaseWhatWasLent() {

@@ -8,13 +8,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <filesystem>
 #include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,7 +36,7 @@ namespace yvm::engine {
 /// itself drops exceptions (a destructor, a callback of a weak reference). The command then runs until it
 /// ends or the next cancel or interrupt, which raises anew.
 ///
-/// `framesMutex_` and `wakeMutex_` are leaves: nothing is called, and the GIL not taken, with one held.
+/// `framesMutex_` is a leaf: nothing is called, and the GIL not taken, with it held.
 /// Completions run without GIL and locks.
 class EngineThread final : public cmddistributor::EngineSignals {
   public:
@@ -123,9 +123,10 @@ class EngineThread final : public cmddistributor::EngineSignals {
     /// A pre-emption signal was sent and has not reached its handler.
     std::atomic<bool> preemptionRequested_{false};
 
-    std::mutex wakeMutex_;
-    std::condition_variable woken_;
-    bool wakeRequested_ = false;  // guarded by wakeMutex_
+    // A semaphore, since a condition variable's mutex costs each wait a system call more.
+    std::binary_semaphore woken_{0};
+    /// Whether somebody has released the semaphore, or is about to.
+    std::atomic<bool> wakeRequested_{false};
     std::atomic<bool> stopping_{false};
 };
 

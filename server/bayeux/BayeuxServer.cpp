@@ -77,6 +77,8 @@ struct BayeuxServer::Batch {
     std::shared_ptr<Connection> from;
     bool holdsHandshake = false;
     bool isSingle = false;
+    /// Whether all that is replied are acknowledgements of requests, whose answers follow as events.
+    bool isAcknowledgement = true;
     Frame frame;
     /// The sessions that connected, each once: what waits for them goes out behind the replies.
     std::vector<std::shared_ptr<Session>> connected;
@@ -134,7 +136,9 @@ void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string&
             addEvents(batch.frame, *session);
         }
     }
-    if (!batch.frame.empty()) {
+    if (!batch.frame.empty() && batch.isAcknowledgement) {
+        from->sendSoon(batch.frame.take());
+    } else if (!batch.frame.empty()) {
         from->send(batch.frame.take());
     }
     for (const auto& session : batch.connected) {
@@ -147,6 +151,7 @@ void BayeuxServer::handle(Batch& batch, const Message& message) {
         refuse(batch, message, *message.malformed);
         return;
     }
+    batch.isAcknowledgement = batch.isAcknowledgement && !isMetaChannel(message.channel);
     if (message.channel == kHandshake) {
         handshake(batch, message);
         return;
@@ -174,6 +179,7 @@ void BayeuxServer::handle(Batch& batch, const Message& message) {
 
 void BayeuxServer::refuse(Batch& batch, const Message& message, const Refusal& refusal,
                           std::string_view fields) {
+    batch.isAcknowledgement = false;
     ++refusals_[refusal.reason];
     FOUNDATION_LOG(logger(), foundation::log::Normal)
         << "refused a message on " << printable(message.channel) << ": " << errorField(refusal);

@@ -30,6 +30,10 @@ class Connection {
     /// Takes one JSON array, to be written behind what it took before. Ignored once it is closed.
     virtual void send(std::string frame) = 0;
 
+    /// As `send`, of what nobody waits for: may be kept back for a fraction of a millisecond, so that it
+    /// leaves together with what comes next.
+    virtual void sendSoon(std::string frame) { send(std::move(frame)); }
+
     /// The frame that came in could not be read as a whole; `reply` says so in Bayeux.
     virtual void refuseFrame(std::string reply, const Refusal& why);
 

@@ -4,6 +4,8 @@
 
 #include <boost/beast/websocket/rfc6455.hpp>
 
+#include <algorithm>
+
 namespace server::http {
 
 namespace beast = boost::beast;
@@ -21,8 +23,17 @@ constexpr std::size_t kKeptBytes = 1024UL * 1024;
 /// only when nothing waits, so these are replies, which a peer that does not read asks for without end.
 constexpr std::size_t kMaxWaitingBytes = 1024UL * 1024;
 
-/// How much of a frame is taken in at once.
-constexpr std::size_t kReadBytes = 64UL * 1024;
+/// How much is taken in at once: little at first, as most frames are short and the room for them is
+/// cleared each time.
+constexpr std::size_t kMinReadBytes = 4UL * 1024;
+constexpr std::size_t kMaxReadBytes = 1024UL * 1024;
+
+/// Up to here frames are joined to one.
+constexpr std::size_t kJoinedBytes = 64UL * 1024;
+
+/// How long an acknowledgement waits for the answer, to leave in one frame with it. A frame of its own
+/// costs both sides as much as a whole short eval.
+constexpr std::chrono::microseconds kSoon{500};
 
 /// How long a slow peer may take to read what was sent before its connection is cut.
 constexpr std::chrono::seconds kCloseTimeout{5};
@@ -44,6 +55,7 @@ WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::Bay
       server_(server),
       isAuthenticated_(isAuthenticated),
       maxFrameBytes_(maxFrameBytes(maxMessageBytes)),
+      soonTimer_(socket_.get_executor()),
       closeTimer_(socket_.get_executor()) {
     // The library's own limit closes the socket with data unread: the reset that follows may reach the peer
     // before the close frame that tells why. `onRead` counts instead.
@@ -78,7 +90,7 @@ void WebSocketConnection::run(const Request& upgrade, std::chrono::milliseconds 
 
 void WebSocketConnection::read() {
     socket_.async_read_some(
-        buffer_, kReadBytes,
+        buffer_, std::clamp(buffer_.size(), kMinReadBytes, kMaxReadBytes),
         [self = shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
 }
 
@@ -116,17 +128,58 @@ void WebSocketConnection::send(std::string frame) {
     if (!isOpen_ || closeReason_) {
         return;
     }
-    outgoing_.push_back(std::move(frame));
-    if (outgoing_.size() == 1) {
+    append(std::move(frame));
+    isInHurry_ = true;
+    if (writing_.empty()) {
         write();
+    }
+}
+
+void WebSocketConnection::sendSoon(std::string frame) {
+    if (!isOpen_ || closeReason_) {
+        return;
+    }
+    isInHurry_ = isInHurry_ && !waiting_.empty();
+    append(std::move(frame));
+    if (!isInHurry_ && !isSoonTimerRunning_) {
+        startSoonTimer();
+    }
+}
+
+void WebSocketConnection::startSoonTimer() {
+    // Left running when all has been written before: the next frame may leave earlier than it has to.
+    isSoonTimerRunning_ = true;
+    soonTimer_.expires_after(kSoon);
+    soonTimer_.async_wait([self = shared_from_this()](beast::error_code cancelled) {
+        self->isSoonTimerRunning_ = false;
+        if (cancelled) {
+            return;
+        }
+        self->isInHurry_ = true;
+        if (self->writing_.empty() && !self->waiting_.empty() && self->isOpen_ && !self->closeReason_) {
+            self->write();
+        }
+    });
+}
+
+void WebSocketConnection::append(std::string frame) {
+    if (!waiting_.empty() && waiting_.back().size() + frame.size() <= kJoinedBytes) {
+        // Both are JSON arrays that are not empty.
+        waiting_.back().back() = ',';
+        waiting_.back().append(frame, 1);
+        waitingBytes_ += frame.size() - 1;
     } else {
-        waitingBytes_ += outgoing_.back().size();
+        waitingBytes_ += frame.size();
+        waiting_.push_back(std::move(frame));
     }
 }
 
 void WebSocketConnection::write() {
+    writing_ = std::move(waiting_.front());
+    waiting_.pop_front();
+    waitingBytes_ -= writing_.size();
     socket_.async_write(
-        boost::asio::buffer(outgoing_.front()),
+        boost::asio::buffer(writing_),
         [self = shared_from_this()](beast::error_code error, std::size_t) { self->onWritten(error); });
 }
 
@@ -135,9 +188,8 @@ void WebSocketConnection::onWritten(beast::error_code error) {
         drop();
         return;
     }
-    outgoing_.pop_front();
-    if (!outgoing_.empty()) {
-        waitingBytes_ -= outgoing_.front().size();
+    writing_.clear();
+    if (!waiting_.empty() && (isInHurry_ || closeReason_)) {
         write();
     } else if (closeReason_) {
         startClosing();
@@ -162,8 +214,13 @@ void WebSocketConnection::close(bayeux::CloseCode code, std::string reason) {
             self->drop();
         }
     });
-    if (outgoing_.empty()) {
+    if (!writing_.empty()) {
+        return;
+    }
+    if (waiting_.empty()) {
         startClosing();
+    } else {
+        write();
     }
 }
 
@@ -181,6 +238,7 @@ void WebSocketConnection::drop() {
     }
     isOpen_ = false;
     closeTimer_.cancel();
+    soonTimer_.cancel();
     beast::get_lowest_layer(socket_).close();
     server_.closed(*this);
 }

@@ -37,15 +37,19 @@ class WebSocketConnection final : public bayeux::Connection,
     void run(const Request& upgrade, std::chrono::milliseconds idleTimeout);
 
     void send(std::string frame) override;
+    void sendSoon(std::string frame) override;
     void close(bayeux::CloseCode code, std::string reason) override;
     void supersede() override;
-    bool isWritable() const override { return outgoing_.empty() && !closeReason_; }
+    bool isWritable() const override { return writing_.empty() && !closeReason_; }
     bool isStreaming() const override { return true; }
     bool isAuthenticated() const override { return isAuthenticated_; }
 
   private:
     void read();
     void onRead(boost::beast::error_code error);
+    /// Puts a frame behind those that wait, as one with the last of them where that stays short.
+    void append(std::string frame);
+    void startSoonTimer();
     void write();
     void onWritten(boost::beast::error_code error);
     void startClosing();
@@ -57,10 +61,14 @@ class WebSocketConnection final : public bayeux::Connection,
     const std::size_t maxFrameBytes_;
     std::string frame_;
     boost::asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>> buffer_{frame_};
-    /// The first one is being written.
-    std::deque<std::string> outgoing_;
-    /// Of all of `outgoing_` but the first.
+    /// The frame that is being written; empty when there is none.
+    std::string writing_;
+    std::deque<std::string> waiting_;
     std::size_t waitingBytes_ = 0;
+    /// Whether what waits may not be kept back any longer.
+    bool isInHurry_ = true;
+    boost::asio::steady_timer soonTimer_;
+    bool isSoonTimerRunning_ = false;
     bool isReadingPaused_ = false;
     std::optional<boost::beast::websocket::close_reason> closeReason_;
     boost::asio::steady_timer closeTimer_;

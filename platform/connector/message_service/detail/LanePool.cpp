@@ -9,21 +9,23 @@
 namespace connector::message_service::detail {
 
 void LanePool::post(std::string_view laneName, Task task) {
-    const std::lock_guard lock(mutex_);
-    if (stopping_) {
-        return;
+    {
+        const std::lock_guard lock(mutex_);
+        if (stopping_) {
+            return;
+        }
+        if (const auto found = lanes_.find(laneName); found != lanes_.end()) {
+            found->second->tasks.push_back(std::move(task));
+            return;
+        }
+        auto lane = std::make_shared<Lane>();
+        lane->name = laneName;
+        lane->tasks.push_back(std::move(task));
+        lanes_.emplace(lane->name, lane);
+        ready_.push_back(std::move(lane));
+        growLocked();
     }
-    if (const auto found = lanes_.find(laneName); found != lanes_.end()) {
-        found->second->tasks.push_back(std::move(task));
-        return;
-    }
-    auto lane = std::make_shared<Lane>();
-    lane->name = laneName;
-    lane->tasks.push_back(std::move(task));
-    lanes_.emplace(lane->name, lane);
-    ready_.push_back(std::move(lane));
-    growLocked();
-    readyOrStopping_.notify_one();
+    readyOrStopping_.release();
 }
 
 void LanePool::start() {
@@ -45,15 +47,16 @@ void LanePool::growLocked() {
             return;
         }
         workers_.push_back(std::move(worker));
-        // The new thread finds its lane without being notified.
+        // The new thread finds its lane as one that waited does.
         ++idle_;
     }
 }
 
 void LanePool::run(Worker& self) {
-    std::unique_lock lock(mutex_);
+    std::unique_lock lock(mutex_, std::defer_lock);
     for (;;) {
-        readyOrStopping_.wait(lock, [this] { return stopping_ || !ready_.empty(); });
+        readyOrStopping_.acquire();
+        lock.lock();
         --idle_;
         if (stopping_) {
             break;
@@ -78,7 +81,9 @@ void LanePool::run(Worker& self) {
         } else {
             // Behind the others: a lane in flood lets them have their turn.
             ready_.push_back(lane);
+            readyOrStopping_.release();
         }
+        lock.unlock();
     }
     self.ended = true;
     workerEnded_.notify_all();
@@ -91,7 +96,7 @@ std::size_t LanePool::stop(std::chrono::milliseconds timeout) {
     {
         std::unique_lock lock(mutex_);
         stopping_ = true;
-        readyOrStopping_.notify_all();
+        readyOrStopping_.release(static_cast<std::ptrdiff_t>(workers_.size()));
         workers.swap(workers_);
         lanes.swap(lanes_);
         ready.swap(ready_);

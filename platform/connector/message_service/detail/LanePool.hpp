@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <semaphore>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -53,7 +54,9 @@ class LanePool : public std::enable_shared_from_this<LanePool> {
     const std::size_t maxThreads_;
 
     std::mutex mutex_;
-    std::condition_variable readyOrStopping_;
+    /// Counts the lanes in `ready_`, and what `stop` adds for each thread. Apart from the mutex: a thread
+    /// that is woken finds it free.
+    std::counting_semaphore<> readyOrStopping_{0};
     std::condition_variable workerEnded_;
     // All below is guarded by mutex_.
     bool started_ = false;
