@@ -66,7 +66,14 @@ class FakeConnection final : public Connection {
                             std::string address = "127.0.0.1")
         : Connection(std::move(address)), streaming_(streaming), authenticated_(authenticated) {}
 
-    void send(std::string frame) override { frames.push_back(std::move(frame)); }
+    void send(std::string frame) override {
+        frames.push_back(std::move(frame));
+        lastMayWait = false;
+    }
+    void sendSoon(std::string frame) override {
+        frames.push_back(std::move(frame));
+        lastMayWait = true;
+    }
     void close(CloseCode code, std::string reason) override {
         closeCode = code;
         closeReason = std::move(reason);
@@ -87,6 +94,8 @@ class FakeConnection final : public Connection {
     }
 
     std::vector<std::string> frames;
+    /// Whether the last frame is one that nobody waits for.
+    bool lastMayWait = false;
     std::optional<CloseCode> closeCode;
     std::string closeReason;
     bool superseded = false;

@@ -153,6 +153,28 @@ TEST_F(BayeuxServerTest, AnUnknownClientIsToldToHandshakeOnConnectOnly) {
         R"([{"channel":"/meta/disconnect","id":"7","successful":false,"error":"402::Unknown client"}])");
 }
 
+TEST_F(BayeuxServerTest, OnlyAcknowledgementsOfRequestsMayWaitForSomethingToTravelWith) {
+    FakeModule fakeModule(broker);
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    EXPECT_TRUE(connection->lastMayWait);
+    subscribe(connection, clientId, R"("/yvm/one/**")");
+    EXPECT_FALSE(connection->lastMayWait);
+    publish(connection, clientId, "/yvm/one/eval/request", R"({"requestID":"r"})");
+    EXPECT_TRUE(connection->lastMayWait);
+    publish(connection, clientId, "/yvm/two/eval/request", R"({"requestID":"r"})");
+    EXPECT_FALSE(connection->lastMayWait);
+    const auto inOneFrame = [&](const std::string& channel) {
+        exchange(connection, R"([{"channel":"/yvm/one/eval/request","clientId":")" + clientId +
+                                 R"(","data":{"requestID":"s"}},{"channel":")" + channel +
+                                 R"(","clientId":")" + clientId + R"(","data":{"requestID":"t"}}])");
+        return connection->lastMayWait;
+    };
+    EXPECT_TRUE(inOneFrame("/yvm/one/feval/request"));
+    EXPECT_FALSE(inOneFrame("/meta/connect"));
+    EXPECT_FALSE(inOneFrame("/yvm/two/feval/request"));
+}
+
 TEST_F(BayeuxServerTest, AMalformedConnectIsNotRepeated) {
     EXPECT_EQ(
         exchange(connection, R"([{"channel":"/meta/connect","id":"1","clientId":5}])"),

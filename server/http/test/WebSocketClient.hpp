@@ -65,6 +65,16 @@ class WebSocketClient {
         return receive();
     }
 
+    /// Sends, and gives the messages of all frames up to the one that contains `last`, as one array.
+    std::string exchangeUntil(const std::string& frame, std::string_view last) {
+        std::string all = exchange(frame);
+        while (socket_.is_open() && all.find(last) == std::string::npos) {
+            all.back() = ',';
+            all += receive().substr(1);
+        }
+        return all;
+    }
+
     /// A handshake, whose reply is given back.
     std::string handshake(const std::string& fields = "") {
         const std::string reply =
