@@ -414,8 +414,9 @@ void BayeuxServer::closed(Connection& connection) {
     }
 }
 
-void BayeuxServer::advance() {
+Clock::time_point BayeuxServer::advance() {
     const auto now = options_.now();
+    auto next = Clock::time_point::max();
     std::vector<std::shared_ptr<Session>> expired;
     for (const auto& [clientId, session] : sessions_) {
         if (session->held && session->held->from.expired()) {
@@ -426,7 +427,9 @@ void BayeuxServer::advance() {
             Frame frame;
             frame.addReply(kConnect, session->held->id, connectFields(*session));
             answerHeld(*session, std::move(frame));
-        } else if (!session->held && now - session->lastHeard > options_.graceTime) {
+        } else if (session->held) {
+            next = std::min(next, session->held->due);
+        } else if (now - session->lastHeard > options_.graceTime) {
             expired.push_back(session);
         }
     }
@@ -441,6 +444,7 @@ void BayeuxServer::advance() {
         }
         return !connection || closing.due <= now;
     });
+    return next;
 }
 
 bool BayeuxServer::hasUndelivered() const {

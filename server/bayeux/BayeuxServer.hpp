@@ -65,8 +65,9 @@ class BayeuxServer {
     void closed(Connection& connection);
 
     /// Answers connects that are due, ends sessions whose grace time is over, closes connections. To be
-    /// called a few times a second.
-    void advance();
+    /// called a few times a second, and at the moment that it returns: when the next connect is due, or the
+    /// end of all time. A connect that is held longer than advised is given up by its client.
+    Clock::time_point advance();
 
     /// From now on handshakes and requests are refused; what is under way is still delivered.
     void stopAccepting() { accepting_ = false; }

@@ -23,7 +23,7 @@ using asio::ip::tcp;
 
 namespace {
 
-/// How often sessions are looked after: connects are answered and sessions ended so much late at most.
+/// How often sessions are looked after: they are ended so much late at most.
 constexpr std::chrono::milliseconds kTick{250};
 
 /// After a failure to accept, such as too many open files, the next try waits.
@@ -117,13 +117,20 @@ struct HttpServer::Impl {
 
     void tick() {
         // First, so that a fault in what follows ends this turn only.
-        ticker.expires_after(kTick);
+        tickAt(std::chrono::steady_clock::now() + kTick);
+        const auto due = bayeux.advance();
+        if (due < ticker.expiry()) {
+            tickAt(due);
+        }
+    }
+
+    void tickAt(std::chrono::steady_clock::time_point moment) {
+        ticker.expires_at(moment);
         ticker.async_wait([this](beast::error_code cancelled) {
             if (!cancelled) {
                 tick();
             }
         });
-        bayeux.advance();
     }
 
     void run() {

@@ -107,6 +107,18 @@ TEST_F(BayeuxServerTest, HoldsAConnectUntilItsTimeIsOver) {
     EXPECT_EQ(connection->take(), "");
 }
 
+TEST_F(BayeuxServerTest, TellsWhenTheNextConnectIsDue) {
+    EXPECT_EQ(server->advance(), Clock::time_point::max());
+    const auto other = std::make_shared<FakeConnection>();
+    const std::string first = openSession(connection);
+    const std::string second = openSession(other);
+    exchange(connection, request(first, "/meta/connect", ""));
+    exchange(other, request(second, "/meta/connect", R"(,"advice":{"timeout":1000})"));
+    EXPECT_EQ(server->advance(), now + std::chrono::seconds(1));
+    now += std::chrono::seconds(1);
+    EXPECT_EQ(server->advance(), now + std::chrono::seconds(29));
+}
+
 TEST_F(BayeuxServerTest, HoldsAConnectNoLongerThanItAsks) {
     const std::string clientId = openSession(connection);
     const std::string reply =
