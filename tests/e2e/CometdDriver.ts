@@ -40,7 +40,10 @@ export class CometdDriver implements Driver {
     handshake(token?: string): Promise<Message> {
         return new Promise((resolve) => {
             this.cometd.handshake(token === undefined ? {} : { ext: { token } }, (reply) => {
-                resolve(reply as Message);
+                // Where one transport fails it tries the next, and tells of both.
+                if (!("failure" in reply)) {
+                    resolve(reply as Message);
+                }
             });
         });
     }

@@ -1,6 +1,7 @@
 import { afterAll, beforeAll, describe, expect, it } from "vitest";
-import WebSocket from "ws";
 
+import type { Message } from "./Driver.js";
+import { RawSocket } from "./RawSocket.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient } from "./StockClient.js";
 
@@ -21,59 +22,8 @@ afterAll(async () => {
     expect((await server.stop()).code).toBe(0);
 });
 
-type Reply = Record<string, unknown>;
-
-/** A socket on which a test writes what it likes. */
-class RawSocket {
-    readonly #socket: WebSocket;
-    readonly #received: string[] = [];
-    #closed: number | undefined;
-    #wake: () => void = () => undefined;
-
-    private constructor(socket: WebSocket) {
-        this.#socket = socket;
-        socket.on("message", (text: Buffer) => {
-            this.#received.push(text.toString());
-            this.#wake();
-        });
-        socket.on("close", (code) => {
-            this.#closed = code;
-            this.#wake();
-        });
-    }
-
-    static open(query = ""): Promise<RawSocket> {
-        const socket = new WebSocket(`${server.endpoint.replace("http", "ws")}${query}`);
-        return new Promise((resolve, reject) => {
-            socket.on("open", () => {
-                resolve(new RawSocket(socket));
-            });
-            socket.on("error", reject);
-        });
-    }
-
-    /** Sends a text and returns the replies of the next frame, or the code with which the server closed. */
-    async ask(text: string | Buffer, binary = false): Promise<Reply[] | number> {
-        this.#socket.send(text, { binary });
-        for (;;) {
-            const next = this.#received.shift();
-            if (next !== undefined) {
-                return JSON.parse(next) as Reply[];
-            }
-            if (this.#closed !== undefined) {
-                return this.#closed;
-            }
-            await new Promise<void>((resolve) => (this.#wake = resolve));
-        }
-    }
-
-    close(): void {
-        this.#socket.close();
-    }
-}
-
 async function session(): Promise<{ socket: RawSocket; clientId: string }> {
-    const socket = await RawSocket.open();
+    const socket = await RawSocket.open(server.endpoint);
     const [reply] = (await socket.ask(
         JSON.stringify([
             {
@@ -84,9 +34,9 @@ async function session(): Promise<{ socket: RawSocket; clientId: string }> {
                 ext: { token: server.token },
             },
         ]),
-    )) as Reply[];
+    )) as Message[];
     expect(reply).toMatchObject({ successful: true });
-    return { socket, clientId: reply?.["clientId"] as string };
+    return { socket, clientId: reply?.clientId ?? "" };
 }
 
 async function nobodyNoticed(): Promise<void> {
@@ -110,7 +60,7 @@ describe("a handshake", () => {
     });
 
     it("with a wrong token in the query is refused at the upgrade", async () => {
-        await expect(RawSocket.open("?token=guess")).rejects.toThrow("401");
+        await expect(RawSocket.open(`${server.endpoint}?token=guess`)).rejects.toThrow("401");
         await nobodyNoticed();
     });
 });
@@ -124,43 +74,43 @@ describe("a frame", () => {
         ["JSON that breaks off", '[{"channel":"/meta/handshake"'],
         ["nothing", ""],
     ])("of %s gets an unsuccessful reply with a reason", async (_what, text) => {
-        const socket = await RawSocket.open();
-        const replies = (await socket.ask(text)) as Reply[];
+        const socket = await RawSocket.open(server.endpoint);
+        const replies = (await socket.ask(text)) as Message[];
         expect(replies).toHaveLength(1);
         expect(replies[0]).toMatchObject({ successful: false });
-        expect(replies[0]?.["error"]).toMatch(/^400::[A-Za-z0-9 \-_!~()$@/*.]+$/);
+        expect(replies[0]?.error).toMatch(/^400::[A-Za-z0-9 \-_!~()$@/*.]+$/);
         socket.close();
         await nobodyNoticed();
     });
 
     it("of a hundred thousand brackets gets an unsuccessful reply", async () => {
-        const socket = await RawSocket.open();
-        const replies = (await socket.ask("[".repeat(100_000))) as Reply[];
+        const socket = await RawSocket.open(server.endpoint);
+        const replies = (await socket.ask("[".repeat(100_000))) as Message[];
         expect(replies[0]).toMatchObject({ successful: false });
         socket.close();
         await nobodyNoticed();
     });
 
     it("far beyond the longest message ends its own connection, and no other", async () => {
-        const socket = await RawSocket.open();
+        const socket = await RawSocket.open(server.endpoint);
         const closeCode = await socket.ask(`[${" ".repeat(100 * maxMessageBytes)}]`);
         expect(closeCode).toBeTypeOf("number");
         await nobodyNoticed();
     });
 
     it("that is not UTF-8 ends its own connection with 1007", async () => {
-        const socket = await RawSocket.open();
+        const socket = await RawSocket.open(server.endpoint);
         expect(await socket.ask(Buffer.from([0x5b, 0xff, 0x5d]))).toBe(1007);
         await nobodyNoticed();
     });
 
     it("that claims another's session gets 402", async () => {
-        const socket = await RawSocket.open();
+        const socket = await RawSocket.open(server.endpoint);
         const [reply] = (await socket.ask(
             JSON.stringify([
                 { channel: "/meta/connect", id: "1", clientId: "nobody", connectionType: "websocket" },
             ]),
-        )) as Reply[];
+        )) as Message[];
         expect(reply).toMatchObject({ id: "1", successful: false, error: "402::Unknown client" });
         socket.close();
     });
@@ -186,7 +136,7 @@ describe("a request", () => {
         const { socket, clientId } = await session();
         const [reply] = (await socket.ask(
             `[{"channel":"/yvm/attach/request","id":"7","clientId":"${clientId}","data":${data}}]`,
-        )) as Reply[];
+        )) as Message[];
         expect(reply).toEqual({ channel: "/yvm/attach/request", id: "7", successful: false, error });
         socket.close();
         await nobodyNoticed();
@@ -197,9 +147,9 @@ describe("a request", () => {
         for (const data of ["{'a':1}", '{"a":1,}', '{"a":01}', '{"a":"\\x"}', '{"a":1']) {
             const replies = (await socket.ask(
                 `[{"channel":"/yvm/attach/request","id":"7","clientId":"${clientId}","data":${data}}]`,
-            )) as Reply[];
+            )) as Message[];
             expect(replies[0]).toMatchObject({ successful: false });
-            expect(replies[0]?.["error"]).toMatch(/^400::/);
+            expect(replies[0]?.error).toMatch(/^400::/);
         }
         socket.close();
         await nobodyNoticed();
@@ -217,9 +167,9 @@ describe("a request", () => {
         const { socket, clientId } = await session();
         const [reply] = (await socket.ask(
             JSON.stringify([{ channel, id: "7", clientId, data: { requestID: "x", command: "1" } }]),
-        )) as Reply[];
+        )) as Message[];
         expect(reply).toMatchObject({ id: "7", successful: false });
-        expect(reply?.["error"]).toMatch(/^40[0345]::/);
+        expect(reply?.error).toMatch(/^40[0345]::/);
         socket.close();
         await nobodyNoticed();
     });
