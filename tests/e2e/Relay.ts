@@ -2,6 +2,7 @@ import {
     Agent,
     createServer,
     request,
+    type IncomingHttpHeaders,
     type IncomingMessage,
     type Server,
     type ServerResponse,
@@ -16,16 +17,24 @@ export interface RelayOptions {
     readonly refuseUpgrades?: boolean;
 }
 
+export interface Answer {
+    /** Method and path, such as `POST /bayeux/connect`. */
+    readonly request: string;
+    readonly status: number;
+    readonly headers: IncomingHttpHeaders;
+    readonly body: string;
+}
+
 /** Stands between clients and the server, counts what passes, and gets in the way as it is told. */
 export class Relay {
-    /** Method and path of each request that is no upgrade. */
-    readonly requests: string[] = [];
+    /** Each answer to a request that was no upgrade. */
+    readonly answers: Answer[] = [];
+    /** Requests that are no upgrades. */
+    requests = 0;
     /** Upgrades that were asked for, refused ones among them. */
     upgrades = 0;
     /** Requests whose client went away before the answer. */
     abandoned = 0;
-    /** The bodies of the answers to POSTs. */
-    readonly bodies: string[] = [];
     readonly #target: URL;
     readonly #options: RelayOptions;
     readonly #server: Server;
@@ -85,19 +94,24 @@ export class Relay {
     }
 
     #pass(incoming: IncomingMessage, response: ServerResponse): void {
-        this.requests.push(`${incoming.method ?? ""} ${(incoming.url ?? "").replace(/\?.*/, "")}`);
+        this.requests += 1;
         const outgoing = request(
             new URL(incoming.url ?? "", this.#target),
             { method: incoming.method, headers: incoming.headers, agent: this.#agent },
             (answer) => {
                 const chunks: Buffer[] = [];
                 answer.on("data", (chunk: Buffer) => chunks.push(chunk));
+                const { statusCode: status = 502, headers } = answer;
                 answer.on("end", () => {
-                    if (incoming.method === "POST" && answer.statusCode === 200) {
-                        this.bodies.push(Buffer.concat(chunks).toString());
-                    }
+                    const path = (incoming.url ?? "").replace(/\?.*/, "");
+                    this.answers.push({
+                        request: `${incoming.method ?? ""} ${path}`,
+                        status,
+                        headers,
+                        body: Buffer.concat(chunks).toString(),
+                    });
                 });
-                response.writeHead(answer.statusCode ?? 502, answer.headers);
+                response.writeHead(status, headers);
                 answer.pipe(response);
             },
         );

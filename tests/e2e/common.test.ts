@@ -268,11 +268,17 @@ describe.each(cases)("$library by $transport in $place", ({ place, library, tran
         expect(received.filter(({ channel }) => channel.includes("/text/"))).toEqual([]);
     });
 
-    it("reads text of all planes", async () => {
+    it("reads text of all planes, two megabytes of it in one piece", async () => {
         const id = freshId();
         const client = await attached(id);
         const text = "grüße \u{1f600} 日本 \u2028";
         expect(await client.print(id, `print(${JSON.stringify(text)})`)).toBe(`${text}\n`);
+        // Characters of two, three and four bytes.
+        const long = "ü日\u{1f600}".repeat(230_000);
+        const received = await client.print(id, "print('ü日\\U0001f600' * 230_000)");
+        // A comparison that fails would print it all.
+        expect(received.length).toBe(long.length + 1);
+        expect(received === `${long}\n`).toBe(true);
     });
 
     it("is answered while its connect is held", async () => {
