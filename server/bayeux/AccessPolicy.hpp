@@ -11,21 +11,39 @@
 namespace server::bayeux {
 
 /// The one place that decides what a session may do. Each function gives nothing when it may, else why
-/// not.
+/// not. The test of this class is these tables.
 ///
-/// | Publish on                            | Allowed to                                      |
-/// |---------------------------------------|-------------------------------------------------|
-/// | /yvm/attach/request                   | all; a free or own identifier in due form       |
-/// | /yvm/detach/request                   | all; for an own client, or one that nobody has  |
-/// | /yvm/<client>/.../request             | the client's session, until it is detached      |
-/// | anything else                         | nobody                                          |
+/// | Publish on                                | Who may                                                |
+/// |-------------------------------------------|--------------------------------------------------------|
+/// | /yvm/attach/request                       | everybody, within the table of identifiers             |
+/// | /yvm/detach/request                       | everybody, within the table of identifiers             |
+/// | /yvm/<client>/<one or more>/request       | the session of the client, until it is being detached  |
+/// | /yvm/sinks/set                            | nobody: it takes a client of r22a0, which is not served |
+/// | every other channel                       | nobody                                                 |
 ///
-/// | Subscribe to                          | Allowed to                                      |
-/// |---------------------------------------|-------------------------------------------------|
-/// | /yvm/attach/response, /yvm/detach/... | all; only the session that asked is answered    |
-/// | /yvm/<client>/..., wildcards included | the client's session                            |
-/// | /service/...                          | all; nothing is ever published there            |
-/// | anything else                         | nobody                                          |
+/// | Subscribe to                              | Who may                                                |
+/// |-------------------------------------------|--------------------------------------------------------|
+/// | /yvm/attach/response                      | everybody                                              |
+/// | /yvm/detach/response                      | everybody                                              |
+/// | /yvm/<client>/<one or more>               | the session of the client                              |
+/// | /yvm/<client>/*, /yvm/<client>/**         | the session of the client                              |
+/// | /yvm/sinks/response                       | nobody, as above                                       |
+/// | /service/...                              | everybody: nothing is ever published there             |
+/// | every other channel and pattern           | nobody, above all not /yvm/*, /yvm/**, /* and /**      |
+///
+/// | Identifier                                | Attach                    | Detach                     |
+/// |-------------------------------------------|---------------------------|----------------------------|
+/// | not of the form [A-Za-z0-9_-]{1,64}       | nobody                    | everybody: nobody has it   |
+/// | attach, detach, sinks                     | nobody                    | everybody: nobody has it   |
+/// | that nobody has                           | everybody                 | everybody                  |
+/// | of a session, from its request to attach  | that session              | that session               |
+/// | ... while the client is being detached    | that session              | that session               |
+/// | ... after an attach that was refused      | everybody                 | everybody                  |
+/// | ... when the detach has been carried out  | everybody                 | everybody                  |
+///
+/// The end of a session detaches its clients. What reaches a session that subscribed is narrower still:
+/// `ClientLifecycle` hands the answers to attach and detach to the session that asked, and `DeliveryQueue`
+/// lets no request pass.
 class AccessPolicy {
   public:
     /// `clients` must outlive this instance.
