@@ -11,13 +11,19 @@ namespace foundation::json {
 
 namespace {
 
-/// A container that is being written.
+/// A container that is being written: an array or an object.
 struct Open {
-    const Value* container;
+    const Array* array;
+    const Object* object;
     Array::const_iterator element;
     Object::const_iterator member;
     bool first;
 };
+
+/// From so many elements on room is made for them at once, for so many characters each: what a double takes
+/// with its comma. Memory that stays unused is never touched.
+constexpr std::size_t longArray = 1024;
+constexpr std::size_t usualElement = 20;
 
 /// Walks a value with a stack of its own and writes it to a text. `Layout` writes what stands between the
 /// tokens.
@@ -28,12 +34,25 @@ class Writer {
 
     void write(const Value& value) {
         begin(value);
-        while (!open_.empty()) {
-            step();
-        }
+        finish();
+    }
+
+    void write(const Object& object) {
+        beginObject(object);
+        finish();
     }
 
   private:
+    void finish() {
+        while (!open_.empty()) {
+            if (open_.back().array != nullptr) {
+                goOnWithArray();
+            } else {
+                goOnWithObject();
+            }
+        }
+    }
+
     void begin(const Value& value) {
         switch (value.kind()) {
             case Kind::undefined:
@@ -59,59 +78,75 @@ class Writer {
                 detail::appendQuoted(text_, value.get<std::string>());
                 break;
             case Kind::array:
-                beginArray(value);
+                beginArray(value.get<Array>());
                 break;
             case Kind::object:
-                beginObject(value);
+                beginObject(value.get<Object>());
                 break;
         }
     }
 
-    void beginArray(const Value& value) {
-        const Array& array = value.get<Array>();
+    void beginArray(const Array& array) {
         if (array.empty()) {
             text_ += "[]";
             return;
         }
+        if (array.size() >= longArray) {
+            text_.reserve(text_.size() + array.size() * usualElement);
+        }
         text_ += '[';
-        open_.push_back({&value, array.begin(), {}, true});
+        open_.push_back({&array, nullptr, array.begin(), {}, true});
     }
 
-    void beginObject(const Value& value) {
-        const Object& object = value.get<Object>();
+    void beginObject(const Object& object) {
         if (object.empty()) {
             text_ += "{}";
             return;
         }
         text_ += '{';
-        open_.push_back({&value, {}, object.begin(), true});
+        open_.push_back({nullptr, &object, {}, object.begin(), true});
     }
 
-    /// Writes the next child of the innermost container, or closes it.
-    void step() {
+    /// Writes the next elements of the innermost container, an array, until one of them is a container or
+    /// it is closed.
+    void goOnWithArray() {
+        const std::size_t level = open_.size();
         Open& open = open_.back();
-        const bool isArray = open.container->is<Array>();
-        const bool atEnd = isArray ? open.element == open.container->get<Array>().end()
-                                   : open.member == open.container->get<Object>().end();
-        if (atEnd) {
-            open_.pop_back();
-            Layout::breakLine(text_, open_.size());
-            text_ += isArray ? ']' : '}';
+        while (open.element != open.array->end()) {
+            separate(open);
+            begin(*open.element++);
+            if (open_.size() != level) {
+                return;  // And `open` has moved.
+            }
+        }
+        close(']');
+    }
+
+    void goOnWithObject() {
+        Open& open = open_.back();
+        if (open.member == open.object->end()) {
+            close('}');
             return;
         }
+        separate(open);
+        const auto& [key, child] = *open.member++;
+        detail::appendQuoted(text_, key);
+        text_ += Layout::colon;
+        begin(child);
+    }
+
+    void separate(Open& open) {
         if (!open.first) {
             text_ += ',';
         }
         open.first = false;
         Layout::breakLine(text_, open_.size());
-        if (isArray) {
-            begin(*open.element++);
-        } else {
-            const auto& [key, child] = *open.member++;
-            detail::appendQuoted(text_, key);
-            text_ += Layout::colon;
-            begin(child);
-        }
+    }
+
+    void close(char bracket) {
+        open_.pop_back();
+        Layout::breakLine(text_, open_.size());
+        text_ += bracket;
     }
 
     template <typename T>
@@ -149,6 +184,12 @@ struct Indented {
 std::string Serializer::serialize(const Value& value) {
     std::string text;
     append(text, value);
+    return text;
+}
+
+std::string Serializer::serialize(const Object& object) {
+    std::string text;
+    Writer<Compact>(text).write(object);
     return text;
 }
 

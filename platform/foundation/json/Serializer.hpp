@@ -14,6 +14,8 @@ namespace foundation::json {
 class Serializer {
   public:
     static std::string serialize(const Value& value);
+    /// Spares the copy that a Value of it would take.
+    static std::string serialize(const Object& object);
 
     /// Writes at the end of `text`.
     static void append(std::string& text, const Value& value);

@@ -18,6 +18,7 @@ namespace yvm::JSClient {
 namespace {
 
 using connector::message_service::MessageService;
+using foundation::json::Serializer;
 
 const foundation::log::diagnostic_logger& logger() {
     static const auto& instance = *new foundation::log::diagnostic_logger("yvm::JSClient::YVMConnection");
@@ -29,9 +30,8 @@ void logCaughtException() {
         << "Exception caught: " << boost::current_exception_diagnostic_information(true);
 }
 
-void publishJson(MessageService& messageService, const std::string& channel, JsonObject json) {
-    messageService.publish(
-        channel, connector::common::DataBuffer(foundation::json::Serializer::serialize(std::move(json))));
+void publishText(MessageService& messageService, const std::string& channel, std::string text) {
+    messageService.publish(channel, connector::common::DataBuffer(std::move(text)));
 }
 
 }  // namespace
@@ -58,7 +58,8 @@ void YVMConnection::unsubscribe() {
 
 void YVMConnection::publish(const std::string& subChannel, JsonObject message) {
     FOUNDATION_FUNCTION_TRACE(logger());
-    publishJson(*messageService_, channel_ + "/" + subChannel, std::move(message));
+    publishText(*messageService_, channel_ + "/" + subChannel,
+                Serializer::serialize(foundation::json::Value(std::move(message))));
 }
 
 void YVMConnection::publishResponse(const RequestResponse& response) {
@@ -70,7 +71,8 @@ void YVMConnection::publishResponse(MessageService& messageService, const std::s
     FOUNDATION_FUNCTION_TRACE(logger());
     FOUNDATION_LOG(logger(), foundation::log::Normal)
         << "response id = " << response.getRequestID() << " for " << responseChannel;
-    publishJson(messageService, responseChannel, response.getJson());
+    // Not as a Value, into which a long result would be copied.
+    publishText(messageService, responseChannel, Serializer::serialize(response.getJson()));
 }
 
 foundation::core::util::scope_guard YVMConnection::subscribe(const std::string& subChannel,

@@ -152,8 +152,8 @@ void EvalFevalCancel::publishTextCallback(std::string channel, JsonObject messag
     FOUNDATION_FUNCTION_TRACE(logger());
     channel.insert(0, channelPrefix_);
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "publishTextCallback to " << channel;
-    messageService_->publish(
-        channel, connector::common::DataBuffer(foundation::json::Serializer::serialize(std::move(message))));
+    messageService_->publish(channel, connector::common::DataBuffer(foundation::json::Serializer::serialize(
+                                          foundation::json::Value(std::move(message)))));
 }
 
 EvalFevalCancel::IDType EvalFevalCancel::insertNewIIP(

@@ -51,6 +51,28 @@ TEST(Serializer, AppendsBehindWhatIsThere) {
     EXPECT_EQ(target, "x=[1]");
 }
 
+TEST(Serializer, WritesAnObjectAsTheValueOfIt) {
+    const Object object{{"a", Array{1, Object{{"b", Null()}}, Array{}, 2}}, {"c", "d"}};
+    EXPECT_EQ(Serializer::serialize(object), text(Value(object)));
+    EXPECT_EQ(Serializer::serialize(Object{}), "{}");
+}
+
+TEST(Serializer, WritesLongArraysWithContainersBetweenTheNumbers) {
+    Array array;
+    std::string expected = "[";
+    for (int i = 0; i < 3000; ++i) {
+        if (i % 1000 == 999) {
+            array.emplace_back(Array{i, Object{{"k", i}}});
+            expected += "[" + std::to_string(i) + R"(,{"k":)" + std::to_string(i) + "}],";
+        } else {
+            array.emplace_back(i);
+            expected += std::to_string(i) + ",";
+        }
+    }
+    expected.back() = ']';
+    EXPECT_EQ(text(array), expected);
+}
+
 TEST(Serializer, IntegersAreExact) {
     EXPECT_EQ(text(INT64_MIN), "-9223372036854775808");
     EXPECT_EQ(text(INT64_MAX), "9223372036854775807");
