@@ -100,8 +100,9 @@ class HeaderReader {
         message_.supportedConnectionTypes = texts("supportedConnectionTypes");
         if (dom::element subscription; !header_["subscription"].get(subscription)) {
             message_.subscriptionText = parts.subscription;
-            message_.subscriptions =
-                subscription.is_string() ? std::vector{text("subscription")} : texts("subscription");
+            message_.subscriptions = subscription.is_string()
+                                         ? std::vector{text("subscription")}
+                                         : texts("subscription", "a string or an array of strings");
         }
         readTimeout();
         readExtensions();
@@ -165,7 +166,7 @@ class HeaderReader {
         return std::string(characters);
     }
 
-    std::vector<std::string> texts(const char* key) {
+    std::vector<std::string> texts(const char* key, const char* accepted = "an array of strings") {
         dom::element value;
         if (header_[key].get(value) || value.is_null()) {
             return {};
@@ -173,7 +174,7 @@ class HeaderReader {
         std::vector<std::string> result;
         dom::array array;
         if (value.get(array)) {
-            refuse(std::string(key) + " must be an array of strings");
+            refuse(std::string(key) + " must be " + accepted);
             return {};
         }
         for (const dom::element element : array) {

@@ -137,7 +137,7 @@ TEST(Envelope, SaysWhichFieldIsMalformed) {
     EXPECT_EQ(complaintAbout(R"([{"channel":"/a","id":null}])"), "id must be a string or a number");
     EXPECT_EQ(complaintAbout(R"([{"channel":"/a","clientId":5}])"), "clientId must be a string");
     EXPECT_EQ(complaintAbout(R"([{"channel":"/meta/subscribe","subscription":5}])"),
-              "subscription must be an array of strings");
+              "subscription must be a string or an array of strings");
     EXPECT_EQ(complaintAbout(R"([{"channel":"/meta/subscribe","subscription":["/a",5]}])"),
               "subscription must hold strings only");
     EXPECT_EQ(complaintAbout(R"([{"channel":"/meta/connect","advice":{"timeout":-1}}])"),
