@@ -22,8 +22,8 @@ export class RawSocket {
     }
 
     /** Rejects when the upgrade is refused. */
-    static open(endpoint: string): Promise<RawSocket> {
-        const socket = new WebSocket(endpoint.replace("http", "ws"));
+    static open(endpoint: string, options: WebSocket.ClientOptions = {}): Promise<RawSocket> {
+        const socket = new WebSocket(endpoint.replace("http", "ws"), options);
         return new Promise((resolve, reject) => {
             socket.on("open", () => {
                 resolve(new RawSocket(socket));
