@@ -39,8 +39,12 @@ struct SplitMessage {
     std::string_view subscription;
 };
 
+/// What most headers take, with the room behind that the parser reads ahead in.
+constexpr std::size_t kUsualHeader = 256 + simdjson::SIMDJSON_PADDING;
+
 SplitMessage split(ondemand::object object) {
     SplitMessage parts;
+    parts.header.reserve(kUsualHeader);
     parts.header = "{";
     for (auto field : object) {
         const std::string key(std::string_view(field.unescaped_key()));
@@ -198,6 +202,18 @@ class HeaderReader {
     Message& message_;
 };
 
+struct Parsers {
+    ondemand::parser frames;
+    dom::parser headers;
+};
+
+/// Parsers whose memory is kept from one short frame to the next: to make them costs more than to parse it.
+Parsers& keptParsers() {
+    thread_local Parsers parsers;
+    return parsers;
+}
+constexpr std::size_t kShortFrame = 16UL * 1024;
+
 Message readMessage(ondemand::value value, dom::parser& headerParser) {
     Message message;
     if (value.type() != ondemand::json_type::object) {
@@ -215,10 +231,10 @@ Message readMessage(ondemand::value value, dom::parser& headerParser) {
 std::variant<std::vector<Message>, Refusal> parseEnvelope(std::string& frame, std::size_t maxMessages) {
     frame.reserve(frame.size() + simdjson::SIMDJSON_PADDING);
     try {
-        ondemand::parser parser;
-        dom::parser headerParser;
-        ondemand::document document =
-            parser.iterate(simdjson::padded_string_view(frame.data(), frame.size(), frame.capacity()));
+        Parsers own;
+        Parsers& parsers = frame.size() <= kShortFrame ? keptParsers() : own;
+        ondemand::document document = parsers.frames.iterate(
+            simdjson::padded_string_view(frame.data(), frame.size(), frame.capacity()));
         std::vector<Message> messages;
         switch (document.type()) {
             case ondemand::json_type::array:
@@ -228,11 +244,11 @@ std::variant<std::vector<Message>, Refusal> parseEnvelope(std::string& frame, st
                                        "more than " + std::to_string(maxMessages) + " messages in one frame",
                                        metrics::RefusalReason::BatchMessages};
                     }
-                    messages.push_back(readMessage(element.value(), headerParser));
+                    messages.push_back(readMessage(element.value(), parsers.headers));
                 }
                 break;
             case ondemand::json_type::object:
-                messages.push_back(readMessage(document.get_value(), headerParser));
+                messages.push_back(readMessage(document.get_value(), parsers.headers));
                 break;
             default:
                 return Refusal{ErrorCode::BadRequest, "an array of messages is expected"};

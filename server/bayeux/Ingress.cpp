@@ -4,6 +4,8 @@
 
 #include <simdjson.h>
 
+#include <algorithm>
+
 namespace server::bayeux {
 
 namespace {
@@ -45,6 +47,34 @@ bool holdsWrongType(const simdjson::dom::element& value) {
     return false;
 }
 
+/// A parser that has room for `size` bytes, or nothing when there is no memory for it. That for usual texts
+/// is kept: to make one costs more than to parse such a text.
+class Parser {
+  public:
+    Parser(std::size_t size, std::size_t maxDepth) : parser_(size <= kUsualSize ? kept() : own_) {
+        const std::size_t room = std::max(size, kUsualSize);
+        if (parser_.capacity() < size || parser_.max_depth() != maxDepth) {
+            hasRoom_ = parser_.allocate(room, maxDepth) == simdjson::SUCCESS;
+        }
+    }
+
+    bool hasRoom() const { return hasRoom_; }
+
+    auto parse(const std::string& text) { return parser_.parse(text.data(), text.size(), false); }
+
+  private:
+    static constexpr std::size_t kUsualSize = 16UL * 1024;
+
+    static simdjson::dom::parser& kept() {
+        thread_local simdjson::dom::parser parser;
+        return parser;
+    }
+
+    simdjson::dom::parser own_;
+    simdjson::dom::parser& parser_;
+    bool hasRoom_ = true;
+};
+
 }  // namespace
 
 std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
@@ -62,13 +92,13 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
     std::string text;
     text.reserve(data.size() + simdjson::SIMDJSON_PADDING);
     text = data;
-    simdjson::dom::parser parser;
     // simdjson counts the innermost level only when it is not empty, so it may refuse one level too few.
-    if (parser.allocate(text.size(), maxDepth_)) {
+    Parser parser(text.size(), maxDepth_);
+    if (!parser.hasRoom()) {
         return Refusal{ErrorCode::Unavailable, "no memory for data of this size"};
     }
     simdjson::dom::element parsed;
-    switch (const auto error = parser.parse(text.data(), text.size(), false).get(parsed); error) {
+    switch (const auto error = parser.parse(text).get(parsed); error) {
         case simdjson::SUCCESS:
             if (mayHoldTypes(text) && holdsWrongType(parsed)) {
                 return badRequest("every ywtype in the data must be a string");
