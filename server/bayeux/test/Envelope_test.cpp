@@ -90,6 +90,18 @@ TEST(Envelope, ReadsTheFieldsOfAHandshake) {
     EXPECT_EQ(message.timeout, std::chrono::milliseconds(60000));
 }
 
+TEST(Envelope, ReadsTheNumberThatAConnectAcknowledges) {
+    const auto acknowledged = [](const std::string& ext) {
+        return onlyMessageOf(R"([{"channel":"/meta/connect","ext":)" + ext + "}]").acknowledged;
+    };
+    EXPECT_EQ(acknowledged(R"({"ack":0})"), 0U);
+    EXPECT_EQ(acknowledged(R"({"ack":18446744073709551615})"), 18446744073709551615U);
+    for (const char* ext : {"{}", "null", "7", "[]", R"({"ack":-1})", R"({"ack":1.5})", R"({"ack":"1"})",
+                            R"({"ack":true})", R"({"ack":null})", R"({"ack":[1]})", R"({"ack":{"ack":1}})"}) {
+        EXPECT_EQ(acknowledged(ext), std::nullopt) << ext;
+    }
+}
+
 TEST(Envelope, ReadsASubscriptionInBothShapes) {
     const Message one = onlyMessageOf(R"([{"channel":"/meta/subscribe","subscription":"/a"}])");
     EXPECT_EQ(one.subscriptions, std::vector<std::string>{"/a"});
