@@ -21,25 +21,28 @@ export function launchChromium(): Promise<Browser> {
     });
 }
 
-let bundle: Promise<string> | undefined;
+const bundles = new Map<string, Promise<string>>();
 
-/** Both stock libraries and their drivers as one script, with nothing else changed. */
-function bundleDrivers(): Promise<string> {
-    bundle ??= build({
-        configFile: false,
-        logLevel: "error",
-        define: { global: "globalThis" },
-        build: {
-            write: false,
-            minify: false,
-            lib: {
-                entry: fileURLToPath(new URL("inPage.ts", import.meta.url)),
-                formats: ["iife"],
-                name: "inPage",
+/** A module of this folder and all that it imports, the stock libraries among them, as one script for a page. */
+export function bundle(module: string): Promise<string> {
+    const made =
+        bundles.get(module) ??
+        build({
+            configFile: false,
+            logLevel: "error",
+            define: { global: "globalThis" },
+            build: {
+                write: false,
+                minify: false,
+                lib: {
+                    entry: fileURLToPath(new URL(module, import.meta.url)),
+                    formats: ["iife"],
+                    name: "inPage",
+                },
             },
-        },
-    }).then((result) => (result as Rollup.RollupOutput[])[0]?.output[0].code ?? "");
-    return bundle;
+        }).then((result) => (result as Rollup.RollupOutput[])[0]?.output[0].code ?? "");
+    bundles.set(module, made);
+    return made;
 }
 
 /** A page of some origin, blank but for the stock libraries. */
@@ -58,7 +61,7 @@ export class LibraryPage {
             self.#drivers.get(key)?.onEvent(event);
         });
         await page.goto(url);
-        await page.addScriptTag({ content: await bundleDrivers() });
+        await page.addScriptTag({ content: await bundle("inPage.ts") });
         return self;
     }
 
