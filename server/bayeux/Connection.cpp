@@ -4,7 +4,7 @@ namespace server::bayeux {
 
 Connection::~Connection() = default;
 
-void Connection::refuseFrame(std::string reply, const Refusal&) {
+void Connection::refuseFrame(FrameText reply, const Refusal&) {
     send(std::move(reply));
 }
 

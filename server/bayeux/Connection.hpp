@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/bayeux/FrameText.hpp"
 #include "server/bayeux/Refusal.hpp"
 
 #include <memory>
@@ -28,14 +29,14 @@ class Connection {
     Connection& operator=(const Connection&) = delete;
 
     /// Takes one JSON array, to be written behind what it took before. Ignored once it is closed.
-    virtual void send(std::string frame) = 0;
+    virtual void send(FrameText frame) = 0;
 
     /// As `send`, of what nobody waits for: may be kept back for a fraction of a millisecond, so that it
     /// leaves together with what comes next.
-    virtual void sendSoon(std::string frame) { send(std::move(frame)); }
+    virtual void sendSoon(FrameText frame) { send(std::move(frame)); }
 
     /// The frame that came in could not be read as a whole; `reply` says so in Bayeux.
-    virtual void refuseFrame(std::string reply, const Refusal& why);
+    virtual void refuseFrame(FrameText reply, const Refusal& why);
 
     /// Closes after what was sent has been written, or at once if that takes too long.
     virtual void close(CloseCode code, std::string reason) = 0;

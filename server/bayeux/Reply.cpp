@@ -2,6 +2,8 @@
 
 #include "server/bayeux/JsonText.hpp"
 
+#include <utility>
+
 namespace server::bayeux {
 
 std::string retryAdvice(std::chrono::milliseconds timeout) {
@@ -9,41 +11,44 @@ std::string retryAdvice(std::chrono::milliseconds timeout) {
 }
 
 void Frame::open(std::string_view channel, std::string_view id) {
-    text_ += text_.empty() ? '[' : ',';
-    text_ += R"({"channel":)";
-    appendJsonString(text_, channel);
+    std::string text(text_.empty() ? "[" : ",");
+    text += R"({"channel":)";
+    appendJsonString(text, channel);
     if (!id.empty()) {
-        text_ += R"(,"id":)";
-        text_ += id;
+        text += R"(,"id":)";
+        text += id;
     }
+    text_.append(text);
 }
 
 void Frame::addReply(std::string_view channel, std::string_view id, std::string_view fields) {
     open(channel, id);
-    text_ += R"(,"successful":true)";
-    text_ += fields;
-    text_ += '}';
+    text_.append(R"(,"successful":true)");
+    text_.append(fields);
+    text_.append("}");
 }
 
 void Frame::addFailure(std::string_view channel, std::string_view id, const Refusal& refusal,
                        std::string_view fields) {
     open(channel, id);
-    text_ += R"(,"successful":false,"error":")" + errorField(refusal) + '"';
-    text_ += fields;
-    text_ += '}';
+    text_.append(R"(,"successful":false,"error":")" + errorField(refusal) + '"');
+    text_.append(fields);
+    text_.append("}");
 }
 
 void Frame::addEvent(const Event& event) {
-    // Grown once: the payload may be most of the frame.
-    text_.reserve(text_.size() + event.channel.size() + event.payload.size() + 32);
     open(event.channel, {});
-    text_ += R"(,"data":)";
-    text_ += event.payload.size() == 0 ? std::string_view("null") : event.payload.view();
-    text_ += '}';
+    text_.append(R"(,"data":)");
+    if (event.payload.size() == 0) {
+        text_.append("null");
+    } else {
+        text_.append(event.payload);
+    }
+    text_.append("}");
 }
 
-std::string Frame::take() {
-    text_ += ']';
+FrameText Frame::take() {
+    text_.append("]");
     return std::exchange(text_, {});
 }
 

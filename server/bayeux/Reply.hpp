@@ -2,6 +2,7 @@
 
 #include "server/bayeux/DeliveryQueue.hpp"
 #include "server/bayeux/Envelope.hpp"
+#include "server/bayeux/FrameText.hpp"
 #include "server/bayeux/Refusal.hpp"
 
 #include <chrono>
@@ -30,12 +31,12 @@ class Frame {
     bool empty() const { return text_.empty(); }
 
     /// The array, which leaves this frame empty.
-    std::string take();
+    FrameText take();
 
   private:
     void open(std::string_view channel, std::string_view id);
 
-    std::string text_;
+    FrameText text_;
 };
 
 }  // namespace server::bayeux

@@ -4,12 +4,12 @@
 
 namespace server::http {
 
-void LongPollExchange::send(std::string frame) {
+void LongPollExchange::send(bayeux::FrameText frame) {
     // A stock client breaks other characters where TCP cuts them.
-    answer(200, bayeux::toAsciiJson(frame));
+    answer(200, bayeux::toAsciiJson(frame.take()));
 }
 
-void LongPollExchange::refuseFrame(std::string, const bayeux::Refusal& why) {
+void LongPollExchange::refuseFrame(bayeux::FrameText, const bayeux::Refusal& why) {
     answer(why.code == bayeux::ErrorCode::TooLarge ? 413 : 400, why.text);
 }
 

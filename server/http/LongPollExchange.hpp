@@ -17,8 +17,8 @@ class LongPollExchange final : public bayeux::Connection {
     LongPollExchange(std::string peerAddress, bool isAuthenticated, Answer answer)
         : Connection(std::move(peerAddress)), isAuthenticated_(isAuthenticated), answer_(std::move(answer)) {}
 
-    void send(std::string frame) override;
-    void refuseFrame(std::string frame, const bayeux::Refusal& why) override;
+    void send(bayeux::FrameText frame) override;
+    void refuseFrame(bayeux::FrameText frame, const bayeux::Refusal& why) override;
     void close(bayeux::CloseCode code, std::string reason) override;
     void supersede() override;
     bool isWritable() const override { return !isAnswered_; }

@@ -5,9 +5,12 @@
 #include <boost/beast/websocket/rfc6455.hpp>
 
 #include <algorithm>
+#include <string_view>
+#include <vector>
 
 namespace server::http {
 
+namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace websocket = boost::beast::websocket;
 
@@ -124,7 +127,7 @@ void WebSocketConnection::onRead(beast::error_code error) {
     }
 }
 
-void WebSocketConnection::send(std::string frame) {
+void WebSocketConnection::send(bayeux::FrameText frame) {
     if (!isOpen_ || closeReason_) {
         return;
     }
@@ -135,7 +138,7 @@ void WebSocketConnection::send(std::string frame) {
     }
 }
 
-void WebSocketConnection::sendSoon(std::string frame) {
+void WebSocketConnection::sendSoon(bayeux::FrameText frame) {
     if (!isOpen_ || closeReason_) {
         return;
     }
@@ -162,14 +165,14 @@ void WebSocketConnection::startSoonTimer() {
     });
 }
 
-void WebSocketConnection::append(std::string frame) {
-    if (!waiting_.empty() && waiting_.back().size() + frame.size() <= kJoinedBytes) {
-        // Both are JSON arrays that are not empty.
-        waiting_.back().back() = ',';
-        waiting_.back().append(frame, 1);
-        waitingBytes_ += frame.size() - 1;
+void WebSocketConnection::append(bayeux::FrameText frame) {
+    waitingBytes_ += frame.size();
+    if (waiting_.empty()) {
+        waiting_.push_back(std::move(frame));
+    } else if (waiting_.back().join(frame, kJoinedBytes)) {
+        // One comma takes the place of two brackets.
+        --waitingBytes_;
     } else {
-        waitingBytes_ += frame.size();
         waiting_.push_back(std::move(frame));
     }
 }
@@ -178,9 +181,13 @@ void WebSocketConnection::write() {
     writing_ = std::move(waiting_.front());
     waiting_.pop_front();
     waitingBytes_ -= writing_.size();
-    socket_.async_write(
-        boost::asio::buffer(writing_),
-        [self = shared_from_this()](beast::error_code error, std::size_t) { self->onWritten(error); });
+    std::vector<asio::const_buffer> buffers;
+    for (const std::string_view piece : writing_.pieces()) {
+        buffers.emplace_back(piece.data(), piece.size());
+    }
+    socket_.async_write(buffers, [self = shared_from_this()](beast::error_code error, std::size_t) {
+        self->onWritten(error);
+    });
 }
 
 void WebSocketConnection::onWritten(beast::error_code error) {
@@ -188,7 +195,7 @@ void WebSocketConnection::onWritten(beast::error_code error) {
         drop();
         return;
     }
-    writing_.clear();
+    writing_ = {};
     if (!waiting_.empty() && (isInHurry_ || closeReason_)) {
         write();
     } else if (closeReason_) {

@@ -36,8 +36,8 @@ class WebSocketConnection final : public bayeux::Connection,
     /// pinged, has gone.
     void run(const Request& upgrade, std::chrono::milliseconds idleTimeout);
 
-    void send(std::string frame) override;
-    void sendSoon(std::string frame) override;
+    void send(bayeux::FrameText frame) override;
+    void sendSoon(bayeux::FrameText frame) override;
     void close(bayeux::CloseCode code, std::string reason) override;
     void supersede() override;
     bool isWritable() const override { return writing_.empty() && !closeReason_; }
@@ -48,7 +48,7 @@ class WebSocketConnection final : public bayeux::Connection,
     void read();
     void onRead(boost::beast::error_code error);
     /// Puts a frame behind those that wait, as one with the last of them where that stays short.
-    void append(std::string frame);
+    void append(bayeux::FrameText frame);
     void startSoonTimer();
     void write();
     void onWritten(boost::beast::error_code error);
@@ -62,8 +62,8 @@ class WebSocketConnection final : public bayeux::Connection,
     std::string frame_;
     boost::asio::dynamic_string_buffer<char, std::char_traits<char>, std::allocator<char>> buffer_{frame_};
     /// The frame that is being written; empty when there is none.
-    std::string writing_;
-    std::deque<std::string> waiting_;
+    bayeux::FrameText writing_;
+    std::deque<bayeux::FrameText> waiting_;
     std::size_t waitingBytes_ = 0;
     /// Whether what waits may not be kept back any longer.
     bool isInHurry_ = true;

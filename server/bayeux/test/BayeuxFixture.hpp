@@ -66,12 +66,12 @@ class FakeConnection final : public Connection {
                             std::string address = "127.0.0.1")
         : Connection(std::move(address)), streaming_(streaming), authenticated_(authenticated) {}
 
-    void send(std::string frame) override {
-        frames.push_back(std::move(frame));
+    void send(FrameText frame) override {
+        frames.push_back(frame.take());
         lastMayWait = false;
     }
-    void sendSoon(std::string frame) override {
-        frames.push_back(std::move(frame));
+    void sendSoon(FrameText frame) override {
+        frames.push_back(frame.take());
         lastMayWait = true;
     }
     void close(CloseCode code, std::string reason) override {
