@@ -69,7 +69,8 @@ std::optional<std::filesystem::path> absolute(const std::optional<std::filesyste
 
 class Engine::Parts {
   public:
-    explicit Parts(const ConsoleBuffer::Console& console) : thread(console), events(EventMgr::create()) {
+    explicit Parts(const EngineOptions& options)
+        : thread(options.console, options.commandEnded), events(EventMgr::create()) {
         events->setCommandHandlerLookup(
             [commands = thread.commands()](const IDType& id, const std::u16string& name) {
                 const auto command = commands->find(id);
@@ -103,7 +104,7 @@ std::shared_ptr<Engine> Engine::start(const EngineOptions& options) {
     }
     // Never destroyed: threads of the user may be writing text while the engine and the process end.
     static Parts* parts = nullptr;
-    parts = new Parts(options.console);
+    parts = new Parts(options);
     const auto venv = absolute(options.venv);
     const auto startupFile = absolute(options.startupFile);
     if (options.workingFolder) {

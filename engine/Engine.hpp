@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cmddistributor/CommandTimes.hpp"
 #include "yvm/YVM.hpp"
 
 #include <chrono>
@@ -25,6 +26,9 @@ struct EngineOptions {
     /// the thread that writes, one call at a time for each of the two streams, without the interpreter's
     /// lock; must not block. Default: such text is dropped.
     std::function<void(std::string_view utf8, bool error)> console;
+    /// Told of each command that has ended, and of its times; see there for the threads. Called also after
+    /// `stop`, by a command that did not end within its bound. Default: nobody.
+    cmddistributor::CommandObserver commandEnded;
 };
 
 /// The YVM on CPython and NumPy.

@@ -116,11 +116,12 @@ std::string describeStartupFailure(const std::filesystem::path& file, const Runt
 
 }  // namespace
 
-EngineThread::EngineThread(const ConsoleBuffer::Console& console)
+EngineThread::EngineThread(const ConsoleBuffer::Console& console,
+                           cmddistributor::CommandObserver commandEnded)
     : releases_(std::make_shared<ReleaseQueue>([this] { wake(); })),
       commands_(std::make_shared<CommandTable>()),
       defaultOutput_(makeConsoleSink(console, false), makeConsoleSink(console, true)),
-      queue_(cmddistributor::CommandQueue::create(*this)) {}
+      queue_(cmddistributor::CommandQueue::create(*this, std::move(commandEnded))) {}
 
 EngineThread::~EngineThread() = default;
 

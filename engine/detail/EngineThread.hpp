@@ -44,7 +44,7 @@ class EngineThread final : public cmddistributor::EngineSignals {
     using Moment = cmddistributor::Moment;
     using Clock = std::chrono::steady_clock;
 
-    explicit EngineThread(const ConsoleBuffer::Console& console);
+    EngineThread(const ConsoleBuffer::Console& console, cmddistributor::CommandObserver commandEnded);
     ~EngineThread() override;
 
     const boost::shared_ptr<cmddistributor::CommandQueue>& queue() const noexcept { return queue_; }

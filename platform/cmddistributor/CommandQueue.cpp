@@ -17,6 +17,7 @@ namespace {
 using ylutil::cmddistributor::WhenToDequeue;
 using Mode = RunOptions::DequeueMode;
 using Status = RuntimeException::Status;
+using Clock = std::chrono::steady_clock;
 
 foundation::log::diagnostic_logger& logger() {
     // Never destroyed: commands may still be settled while the process ends.
@@ -83,11 +84,12 @@ boost::shared_future<CmdDistributor::CancelStatus> readyStatus(CmdDistributor::C
 
 EngineSignals::~EngineSignals() = default;
 
-boost::shared_ptr<CommandQueue> CommandQueue::create(EngineSignals& signals) {
-    return boost::make_shared<CommandQueue>(signals);
+boost::shared_ptr<CommandQueue> CommandQueue::create(EngineSignals& signals, CommandObserver observer) {
+    return boost::make_shared<CommandQueue>(signals, std::move(observer));
 }
 
-CommandQueue::CommandQueue(EngineSignals& signals) : signals_(&signals) {}
+CommandQueue::CommandQueue(EngineSignals& signals, CommandObserver observer)
+    : observer_(std::move(observer)), signals_(&signals) {}
 
 CommandQueue::~CommandQueue() {
     close();
@@ -220,6 +222,7 @@ std::optional<TakenCommand> CommandQueue::take(Moment moment) {
         running_.push_back(next);
         removeFromLineLocked(*next);
         next->isRunning = true;
+        next->taken = Clock::now();
         id = next->id;
         request = next->request;
         runOptions = next->runOptions;
@@ -291,14 +294,31 @@ void CommandQueue::settleCancel(Entry& entry, CancelStatus status) {
     }
 }
 
+void CommandQueue::observe(const Entry& entry, CommandOutcome outcome, Clock::time_point end) const {
+    if (!observer_) {
+        return;
+    }
+    const bool isFEval = std::holds_alternative<FEvalIIP>(*entry.request->getIIP());
+    CommandTimes times{isFEval ? CommandKind::FEval : CommandKind::Eval, outcome, end - entry.submitted, {}};
+    if (entry.isRunning) {
+        times.queued = entry.taken - entry.submitted;
+        times.run = end - entry.taken;
+    }
+    observer_(times);
+}
+
 void CommandQueue::finish(const IDType& id, FEvalResult result) {
+    const auto end = Clock::now();
     auto settled = extractRunning(id);
+    observe(settled.front(), CommandOutcome::Succeeded, end);
     settled.front().delegate->succeed(std::move(result));
     settleCancel(settled.front(), UNABLE_TO_CANCEL_ALREADY_DONE);
 }
 
 void CommandQueue::fail(const IDType& id, const RuntimeException& error, bool stoppedByInterrupt) {
+    const auto end = Clock::now();
     auto settled = extractRunning(id);
+    observe(settled.front(), stoppedByInterrupt ? CommandOutcome::Interrupted : CommandOutcome::Failed, end);
     settled.front().delegate->fail(error);
     settleCancel(settled.front(), stoppedByInterrupt ? CANCEL_WHILE_RUNNING : UNABLE_TO_CANCEL_ALREADY_DONE);
 }
@@ -326,6 +346,7 @@ boost::shared_future<CmdDistributor::CancelStatus> CommandQueue::cancel(const ID
         }
     }
     if (!cancelled.empty()) {
+        observe(cancelled.front(), CommandOutcome::Cancelled, Clock::now());
         cancelled.front().delegate->fail(cancelledBeforeRunning());
         return readyStatus(CANCEL_BEFORE_RUNNING);
     }
@@ -352,6 +373,7 @@ void CommandQueue::cancelGroup(const std::string& groupName, bool interrupt) {
         }
     }
     for (auto& entry : cancelled) {
+        observe(entry, CommandOutcome::Cancelled, Clock::now());
         entry.delegate->fail(cancelledBeforeRunning());
     }
     for (const auto& id : toInterrupt) {
@@ -399,6 +421,7 @@ void CommandQueue::close() {
         changed_.notify_all();
     }
     for (auto& entry : abandoned) {
+        observe(entry, CommandOutcome::Abandoned, Clock::now());
         entry.delegate->fail(shutDown());
     }
     const std::lock_guard lock(signalsMutex_);

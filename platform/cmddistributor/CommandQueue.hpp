@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cmddistributor/CmdDistributor.hpp"
+#include "cmddistributor/CommandTimes.hpp"
 #include "cmddistributor/detail/FinishedIds.hpp"
 
 #include <boost/shared_ptr.hpp>
@@ -83,10 +84,11 @@ class [[gnu::visibility("default")]] CommandQueue final : public CmdDistributor 
     /// that ended before those is answered like one of an unknown identity.
     static constexpr std::size_t rememberedCommands = 65'536;
 
-    /// `signals` must live until `close` has returned; after that the queue calls it no more.
-    static boost::shared_ptr<CommandQueue> create(EngineSignals& signals);
+    /// `signals` must live until `close` has returned; after that the queue calls it no more. `observer` may
+    /// be empty.
+    static boost::shared_ptr<CommandQueue> create(EngineSignals& signals, CommandObserver observer = {});
 
-    explicit CommandQueue(EngineSignals& signals);
+    CommandQueue(EngineSignals& signals, CommandObserver observer);
     ~CommandQueue() override;
 
     /// The next command that may run at `moment`, marked as running above those that run already;
@@ -139,6 +141,8 @@ class [[gnu::visibility("default")]] CommandQueue final : public CmdDistributor 
         std::unique_ptr<PromiseDelegate> delegate;
         std::shared_ptr<void> context;
 
+        std::chrono::steady_clock::time_point submitted = std::chrono::steady_clock::now();
+        std::chrono::steady_clock::time_point taken;  ///< valid while it runs
         bool isRunning = false;
         std::uint64_t arrival = 0;
         Queues::iterator queue;      ///< valid while it waits
@@ -167,9 +171,13 @@ class [[gnu::visibility("default")]] CommandQueue final : public CmdDistributor 
     void extractLocked(Entry& entry, Entries& into);
     Entries extractRunning(const IDType& id);
 
+    /// Tells the observer, at `end`, of an entry that is out of the tables.
+    void observe(const Entry& entry, CommandOutcome outcome, std::chrono::steady_clock::time_point end) const;
     static void settleCancel(Entry& entry, CancelStatus status);
     template <typename Call>
     void signal(Call call);
+
+    const CommandObserver observer_;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;

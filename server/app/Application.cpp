@@ -92,7 +92,9 @@ Application::Application(const Options& options)
         throw std::runtime_error("no plug-in below '" + options_.pluginFolder.string() +
                                  "' serves any channel");
     }
-    server_ = std::make_unique<http::HttpServer>(foundations_.broker, serverOptions(options_));
+    http::HttpServer::Options door = serverOptions(options_);
+    door.metrics = metrics_;
+    server_ = std::make_unique<http::HttpServer>(foundations_.broker, std::move(door));
 }
 
 Application::~Application() = default;

@@ -5,6 +5,7 @@
 #include "cppmicroservices/Framework.hpp"
 #include "server/app/Options.hpp"
 #include "server/http/HttpServer.hpp"
+#include "server/metrics/Metrics.hpp"
 #include "yvm/YVM.hpp"
 
 #include <chrono>
@@ -31,6 +32,9 @@ class Application {
     /// Makes the engine known to the plug-ins, and opens the doors.
     void start(std::shared_ptr<yvm::YVM> engine);
 
+    /// Where the engine tells of its commands. May outlive this instance.
+    const std::shared_ptr<metrics::Metrics>& metrics() const { return metrics_; }
+
     /// "http://<host>:<port>/", with "?token=...", percent-encoded, where one is asked for.
     std::string address() const;
 
@@ -53,6 +57,7 @@ class Application {
     };
 
     const Options options_;
+    const std::shared_ptr<metrics::Metrics> metrics_ = std::make_shared<metrics::Metrics>();
     const Foundations foundations_;
     connector::PluginHost plugins_;
     // Last, so that it goes first: the sockets close before anything behind them.

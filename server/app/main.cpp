@@ -44,6 +44,9 @@ void run(const server::app::Options& options) {
     engineOptions.startupFile = options.startupFile;
     engineOptions.workingFolder = options.workingFolder;
     engineOptions.console = writeConsole;
+    engineOptions.commandEnded = [metrics = application.metrics()](const auto& times) {
+        metrics->commandEnded(times);
+    };
     const auto engine = yvm::engine::Engine::start(engineOptions);
 
     // Not before: a start-up script may never end, and until here nothing is in flight that a signal could

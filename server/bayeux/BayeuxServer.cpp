@@ -12,6 +12,9 @@ namespace server::bayeux {
 
 namespace {
 
+using metrics::Direction;
+using metrics::SessionEnd;
+
 constexpr std::string_view kHandshake = "/meta/handshake";
 constexpr std::string_view kConnect = "/meta/connect";
 constexpr std::string_view kDisconnect = "/meta/disconnect";
@@ -117,13 +120,15 @@ BayeuxServer::~BayeuxServer() = default;
 void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string& frame) {
     Batch batch;
     batch.from = from;
+    options_.metrics->bytes.add(Direction::In, frame.size());
     const auto parsed = parseEnvelope(frame, options_.limits.maxBatchMessages);
     if (const auto* refusal = std::get_if<Refusal>(&parsed)) {
         refuse(batch, Message(), *refusal);
-        from->refuseFrame(batch.frame.take(), *refusal);
+        from->refuseFrame(take(batch.frame), *refusal);
         return;
     }
     const auto& messages = std::get<std::vector<Message>>(parsed);
+    options_.metrics->messages.add(Direction::In, messages.size());
     batch.isSingle = messages.size() == 1;
     batch.holdsHandshake = std::any_of(messages.begin(), messages.end(),
                                        [](const Message& message) { return message.channel == kHandshake; });
@@ -137,9 +142,9 @@ void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string&
         }
     }
     if (!batch.frame.empty() && batch.isAcknowledgement) {
-        from->sendSoon(batch.frame.take());
+        from->sendSoon(take(batch.frame));
     } else if (!batch.frame.empty()) {
-        from->send(batch.frame.take());
+        send(*from, batch.frame);
     }
     for (const auto& session : batch.connected) {
         flush(session);
@@ -180,7 +185,7 @@ void BayeuxServer::handle(Batch& batch, const Message& message) {
 void BayeuxServer::refuse(Batch& batch, const Message& message, const Refusal& refusal,
                           std::string_view fields) {
     batch.isAcknowledgement = false;
-    ++refusals_[refusal.reason];
+    options_.metrics->refusals.add(refusal.reason);
     FOUNDATION_LOG(logger(), foundation::log::Normal)
         << "refused a message on " << printable(message.channel) << ": " << errorField(refusal);
     std::string more(fields);
@@ -281,7 +286,7 @@ void BayeuxServer::connect(Batch& batch, const Message& message, const std::shar
                         " times and never acknowledged",
                     metrics::RefusalReason::Unacknowledged});
             closeSoon(batch.from);
-            end(session);
+            end(session, SessionEnd::Unacknowledged);
             return;
         }
     }
@@ -319,7 +324,7 @@ void BayeuxServer::disconnect(Batch& batch, const Message& message, const std::s
     }
     batch.frame.addReply(kDisconnect, message.id);
     closeSoon(batch.from);
-    end(session);
+    end(session, SessionEnd::Disconnect);
 }
 
 void BayeuxServer::subscribe(Batch& batch, const Message& message, Session& session) {
@@ -434,7 +439,7 @@ Clock::time_point BayeuxServer::advance() {
         }
     }
     for (const auto& session : expired) {
-        evict(session, {ErrorCode::UnknownClient, "the session has expired"});
+        evict(session, {ErrorCode::UnknownClient, "the session has expired"}, SessionEnd::Expiry);
     }
     std::erase_if(closing_, [&](const Closing& closing) {
         const auto connection = closing.connection.lock();
@@ -453,6 +458,19 @@ bool BayeuxServer::hasUndelivered() const {
         Session& session = *entry.second;
         return !session.queue().empty() && (!session.owner.expired() || now - session.lastHeard < kPollPause);
     });
+}
+
+metrics::Metrics::Gauges BayeuxServer::gauges() const {
+    metrics::Metrics::Gauges gauges;
+    gauges.sessions = sessions_.size();
+    gauges.clients = lifecycle_.clients().size();
+    for (const auto& [clientId, session] : sessions_) {
+        gauges.subscriptions += session->subscriptionCount();
+    }
+    gauges.evalsInFlight = requestsInFlight_.count(cmddistributor::CommandKind::Eval);
+    gauges.fevalsInFlight = requestsInFlight_.count(cmddistributor::CommandKind::FEval);
+    gauges.residentBytes = metrics::residentBytes();
+    return gauges;
 }
 
 std::shared_ptr<Session> BayeuxServer::find(const std::string& clientId) const {
@@ -488,8 +506,8 @@ void BayeuxServer::flush(const std::shared_ptr<Session>& session) {
             ErrorCode::TooLarge,
             "more than " + std::to_string(options_.limits.maxQueueBytes) + " bytes wait for this session",
             metrics::RefusalReason::QueueBytes};
-        ++refusals_[why.reason];
-        evict(session, why);
+        options_.metrics->refusals.add(why.reason);
+        evict(session, why, SessionEnd::Overflow);
         return;
     }
     const auto connection = session->owner.lock();
@@ -511,7 +529,7 @@ void BayeuxServer::flush(const std::shared_ptr<Session>& session) {
         if (frame.empty()) {
             return;
         }
-        connection->send(frame.take());
+        send(*connection, frame);
     }
 }
 
@@ -520,8 +538,19 @@ void BayeuxServer::answerHeld(Session& session, Frame&& frame) {
     session.held.reset();
     session.lastHeard = options_.now();
     if (connection) {
-        connection->send(frame.take());
+        send(*connection, frame);
     }
+}
+
+void BayeuxServer::send(Connection& to, Frame& frame) {
+    to.send(take(frame));
+}
+
+FrameText BayeuxServer::take(Frame& frame) {
+    options_.metrics->messages.add(Direction::Out, frame.count());
+    FrameText text = frame.take();
+    options_.metrics->bytes.add(Direction::Out, text.size());
+    return text;
 }
 
 void BayeuxServer::addEvents(Frame& frame, Session& session) const {
@@ -544,7 +573,7 @@ void BayeuxServer::closeSoon(const std::shared_ptr<Connection>& connection) {
     }
 }
 
-void BayeuxServer::evict(const std::shared_ptr<Session>& session, const Refusal& why) {
+void BayeuxServer::evict(const std::shared_ptr<Session>& session, const Refusal& why, SessionEnd cause) {
     FOUNDATION_LOG(logger(), foundation::log::Normal)
         << "session " << session->number() << " is ended: " << errorField(why);
     const auto connection = session->owner.lock();
@@ -557,15 +586,16 @@ void BayeuxServer::evict(const std::shared_ptr<Session>& session, const Refusal&
     } else if (connection && connection->isStreaming() && !servesOthers) {
         Frame frame;
         frame.addReply(kDisconnect, {}, R"(,"error":")" + errorField(why) + '"');
-        connection->send(frame.take());
+        send(*connection, frame);
     }
     if (connection && !servesOthers) {
         connection->close(CloseCode::PolicyViolation, errorField(why));
     }
-    end(session);
+    end(session, cause);
 }
 
-void BayeuxServer::end(const std::shared_ptr<Session>& session) {
+void BayeuxServer::end(const std::shared_ptr<Session>& session, SessionEnd cause) {
+    options_.metrics->sessionsEnded.add(cause);
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "session " << session->number() << " ends";
     lifecycle_.detachAll(session->number(), session->lane());
     unbind(session);

@@ -11,6 +11,7 @@
 #include "server/bayeux/Reply.hpp"
 #include "server/bayeux/RequestsInFlight.hpp"
 #include "server/bayeux/Session.hpp"
+#include "server/metrics/Metrics.hpp"
 
 #include <chrono>
 #include <cstdint>
@@ -43,6 +44,8 @@ class BayeuxServer {
         std::vector<std::string> connectionTypes{"websocket", "long-polling"};
         /// Whether a handshake without the right token in its request may go on with this one.
         std::function<bool(std::string_view token)> acceptsToken = [](std::string_view) { return true; };
+        /// Where the server counts. Not null.
+        std::shared_ptr<metrics::Metrics> metrics = std::make_shared<metrics::Metrics>();
         /// Runs a function on the server's thread. Called from any thread, never blocks.
         std::function<void(std::function<void()>)> post;
         std::function<Clock::time_point()> now = [] { return Clock::now(); };
@@ -85,8 +88,9 @@ class BayeuxServer {
 
     std::size_t sessionCount() const { return sessions_.size(); }
     std::size_t clientCount() const { return lifecycle_.clients().size(); }
-    /// How many messages were refused, by reason.
-    const std::map<metrics::RefusalReason, std::uint64_t>& refusals() const { return refusals_; }
+    const std::shared_ptr<metrics::Metrics>& metrics() const { return options_.metrics; }
+    /// What is measured now, beside what has been counted.
+    metrics::Metrics::Gauges gauges() const;
 
   private:
     struct Batch;
@@ -113,13 +117,16 @@ class BayeuxServer {
     static void unbind(const std::shared_ptr<Session>& session);
     void flush(const std::shared_ptr<Session>& session);
     void answerHeld(Session& session, Frame&& frame);
+    /// Sends all that has been collected, and counts it.
+    void send(Connection& to, Frame& frame);
+    FrameText take(Frame& frame);
     void addEvents(Frame& frame, Session& session) const;
     /// Of a successful reply to a connect that is made now.
     std::string connectFields(Session& session) const;
     void closeSoon(const std::shared_ptr<Connection>& connection);
     /// Tells the client why, closes its connection unless others use it too, and ends the session.
-    void evict(const std::shared_ptr<Session>& session, const Refusal& why);
-    void end(const std::shared_ptr<Session>& session);
+    void evict(const std::shared_ptr<Session>& session, const Refusal& why, metrics::SessionEnd cause);
+    void end(const std::shared_ptr<Session>& session, metrics::SessionEnd cause);
 
     const std::shared_ptr<connector::message_service::Broker> broker_;
     const Options options_;
@@ -133,7 +140,6 @@ class BayeuxServer {
     FailedHandshakes failedHandshakes_;
     SessionNumber lastSession_ = 0;
     std::vector<Closing> closing_;
-    std::map<metrics::RefusalReason, std::uint64_t> refusals_;
     bool accepting_ = true;
 
     RequestsInFlight requestsInFlight_;

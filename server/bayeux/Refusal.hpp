@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/metrics/RefusalReason.hpp"
+#include "server/metrics/labels.hpp"
 
 #include <string>
 #include <string_view>

@@ -11,6 +11,7 @@ std::string retryAdvice(std::chrono::milliseconds timeout) {
 }
 
 void Frame::open(std::string_view channel, std::string_view id) {
+    ++count_;
     std::string text(text_.empty() ? "[" : ",");
     text += R"({"channel":)";
     appendJsonString(text, channel);
@@ -49,6 +50,7 @@ void Frame::addEvent(const Event& event) {
 
 FrameText Frame::take() {
     text_.append("]");
+    count_ = 0;
     return std::exchange(text_, {});
 }
 

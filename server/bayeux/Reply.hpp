@@ -29,6 +29,8 @@ class Frame {
     void addEvent(const Event& event);
 
     bool empty() const { return text_.empty(); }
+    /// How many messages it holds.
+    std::size_t count() const { return count_; }
 
     /// The array, which leaves this frame empty.
     FrameText take();
@@ -37,6 +39,7 @@ class Frame {
     void open(std::string_view channel, std::string_view id);
 
     FrameText text_;
+    std::size_t count_ = 0;
 };
 
 }  // namespace server::bayeux

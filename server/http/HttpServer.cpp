@@ -60,6 +60,7 @@ struct HttpServer::Impl {
         result.connectTimeout = options.connectTimeout;
         result.graceTime = options.graceTime;
         result.limits = options.limits;
+        result.metrics = options.metrics;
         result.acceptsToken = [this](std::string_view token) { return guard.isRight(token); };
         result.post = [this](std::function<void()> work) { asio::post(context, std::move(work)); };
         return result;

@@ -4,6 +4,7 @@
 #include "server/bayeux/Limits.hpp"
 #include "server/http/RequestGuard.hpp"
 #include "server/http/StaticFiles.hpp"
+#include "server/metrics/Metrics.hpp"
 
 #include <chrono>
 #include <cstdint>
@@ -14,7 +15,7 @@
 namespace server::http {
 
 /// The door to the network: Bayeux at /bayeux over WebSocket and long-polling, the static page, the health
-/// checks.
+/// checks, the metrics.
 ///
 /// Has one thread, "the server's thread", on which all sessions, connections and the protocol run.
 /// Life: create (binds the port), `start`, `stopAccepting`, `stop` (idempotent; the destructor does it
@@ -28,6 +29,8 @@ class HttpServer {
         RequestGuard::Options guard;
         StaticFiles files;
         bayeux::Limits limits;
+        /// Where everything is counted, and what /metrics tells. Not null.
+        std::shared_ptr<metrics::Metrics> metrics = std::make_shared<metrics::Metrics>();
         std::chrono::milliseconds connectTimeout{30'000};
         std::chrono::milliseconds graceTime{60'000};
         /// A peer that has not even answered a ping for so long is taken for dead.

@@ -2,6 +2,7 @@
 
 #include "server/http/peerAddress.hpp"
 #include "server/http/serverName.hpp"
+#include "server/metrics/PrometheusText.hpp"
 
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
@@ -32,6 +33,10 @@ constexpr std::chrono::seconds kRequestTimeout{90};
 constexpr const char* kContentSecurityPolicy =
     "default-src 'self'; img-src 'self' data: blob:; worker-src 'self' blob:; object-src 'none'; "
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+
+using metrics::RefusalReason;
+
+constexpr const char* kTooManyFailures = "too many failed handshakes from this address";
 
 using Response = http::response<http::string_body>;
 
@@ -110,7 +115,10 @@ Response makePreflight(const http::request<http::string_body>& request) {
 }  // namespace
 
 HttpSession::HttpSession(beast::tcp_stream&& stream, const HttpServices& services)
-    : stream_(std::move(stream)), services_(services), peerAddress_(peerAddressOf(stream_.socket())) {}
+    : stream_(std::move(stream)),
+      services_(services),
+      peerAddress_(peerAddressOf(stream_.socket())),
+      open_(services.bayeux.metrics(), metrics::Transport::Http) {}
 
 void HttpSession::close() {
     isClosing_ = true;
@@ -138,6 +146,7 @@ void HttpSession::onHeader(beast::error_code error) {
         return;
     }
     if (error == http::error::header_limit) {
+        countRefusal(RefusalReason::HeaderBytes);
         write(
             makeText(parser_->get(), http::status::request_header_fields_too_large, "the header is too long"),
             false);
@@ -148,6 +157,7 @@ void HttpSession::onHeader(beast::error_code error) {
         return;
     }
     if (error && error.category() == http::make_error_code(http::error::bad_method).category()) {
+        countRefusal(RefusalReason::BadHttp);
         write(makeText(parser_->get(), http::status::bad_request, "no HTTP request: " + error.message()),
               false);
         return;
@@ -256,6 +266,7 @@ bool HttpSession::allowsOrigin(const Request& request) const {
 }
 
 void HttpSession::refuseBody() {
+    countRefusal(RefusalReason::BodyBytes);
     parser_->get().keep_alive(false);
     write(makeText(parser_->get(), http::status::payload_too_large, "the body is too long"), false);
 }
@@ -271,6 +282,7 @@ void HttpSession::upgrade() {
         return;
     }
     if (!allowsOrigin(request)) {
+        countRefusal(RefusalReason::Origin);
         refuse(http::status::forbidden, "pages of this origin are not allowed here");
         return;
     }
@@ -279,11 +291,13 @@ void HttpSession::upgrade() {
     const auto token = services_.guard.tokenOf(request.target(), request[http::field::authorization]);
     auto& failedHandshakes = services_.bayeux.failedHandshakes();
     if (token != RequestGuard::Token::Absent && failedHandshakes.isBlocked(peerAddress_)) {
-        refuse(http::status::too_many_requests, "too many failed handshakes from this address");
+        countRefusal(RefusalReason::FailedHandshakes);
+        refuse(http::status::too_many_requests, kTooManyFailures);
         return;
     }
     if (token == RequestGuard::Token::Wrong) {
         failedHandshakes.add(peerAddress_);
+        countRefusal(RefusalReason::Unauthorized);
         refuse(http::status::unauthorized, "the token is wrong");
         return;
     }
@@ -298,6 +312,7 @@ http::message_generator HttpSession::answer(const Request& request) {
     const std::string_view path = pathOf(request.target());
     const bool isGet = request.method() == http::verb::get || request.method() == http::verb::head;
     if (isBayeuxPath(path) && !allowsOrigin(request)) {
+        countRefusal(RefusalReason::Origin);
         return makeText(request, http::status::forbidden, "pages of this origin are not allowed here");
     }
     if (isPollPath(path)) {
@@ -318,6 +333,9 @@ http::message_generator HttpSession::answer(const Request& request) {
     if (!isGet) {
         return makeText(request, http::status::method_not_allowed, "only GET and HEAD are served here");
     }
+    if (path == "/metrics") {
+        return answerMetrics(request);
+    }
     if (path == "/healthz") {
         return makeText(request, http::status::ok, "ok");
     }
@@ -329,6 +347,26 @@ http::message_generator HttpSession::answer(const Request& request) {
         return makeFile(request, *file);
     }
     return makeText(request, http::status::not_found, "there is nothing here");
+}
+
+http::message_generator HttpSession::answerMetrics(const Request& request) {
+    auto& failedHandshakes = services_.bayeux.failedHandshakes();
+    const auto token = services_.guard.tokenOf(request.target(), request[http::field::authorization]);
+    if (token != RequestGuard::Token::Absent && failedHandshakes.isBlocked(peerAddress_)) {
+        countRefusal(RefusalReason::FailedHandshakes);
+        return makeText(request, http::status::too_many_requests, kTooManyFailures);
+    }
+    if (token != RequestGuard::Token::Right) {
+        if (token == RequestGuard::Token::Wrong) {
+            failedHandshakes.add(peerAddress_);
+        }
+        countRefusal(RefusalReason::Unauthorized);
+        Response response = makeText(request, http::status::unauthorized, "the token is missing or wrong");
+        response.set(http::field::www_authenticate, "Bearer");
+        return response;
+    }
+    return makeResponse(request, http::status::ok, metrics::PrometheusText::kContentType,
+                        services_.bayeux.metrics()->text(services_.bayeux.gauges()));
 }
 
 void HttpSession::write(http::message_generator response, bool keepAlive) {

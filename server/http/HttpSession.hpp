@@ -2,6 +2,7 @@
 
 #include "server/bayeux/BayeuxServer.hpp"
 #include "server/http/LongPollExchange.hpp"
+#include "server/http/OpenConnection.hpp"
 #include "server/http/RequestGuard.hpp"
 #include "server/http/StaticFiles.hpp"
 #include "server/http/WebSocketConnection.hpp"
@@ -52,6 +53,9 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
     void onRead(boost::beast::error_code error);
     void refuseBody();
     void upgrade();
+    boost::beast::http::message_generator answerMetrics(const Request& request);
+    /// Notes that a request was refused without its Bayeux messages being looked at.
+    void countRefusal(metrics::RefusalReason reason) { services_.bayeux.metrics()->refusals.add(reason); }
     boost::beast::http::message_generator answer(const Request& request);
     bool isPoll(const Request& request) const;
     void poll();
@@ -67,6 +71,7 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
     boost::beast::tcp_stream stream_;
     const HttpServices& services_;
     const std::string peerAddress_;
+    const OpenConnection open_;
     boost::beast::flat_buffer buffer_;
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> parser_;
     /// The long-polling request that is being served.

@@ -56,6 +56,7 @@ WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::Bay
     : Connection(std::move(peerAddress)),
       socket_(std::move(stream)),
       server_(server),
+      open_(server.metrics(), metrics::Transport::WebSocket),
       isAuthenticated_(isAuthenticated),
       maxFrameBytes_(maxFrameBytes(maxMessageBytes)),
       soonTimer_(socket_.get_executor()),
@@ -106,6 +107,7 @@ void WebSocketConnection::onRead(beast::error_code error) {
         return;
     }
     if (buffer_.size() > maxFrameBytes_) {
+        server_.metrics()->refusals.add(metrics::RefusalReason::BodyBytes);
         // Closing reads on and throws away what comes, so that the peer can finish and read the reason.
         buffer_.consume(buffer_.size());
         close(bayeux::CloseCode::TooBig, "the frame is too long");

@@ -2,6 +2,7 @@
 
 #include "server/bayeux/BayeuxServer.hpp"
 #include "server/bayeux/Connection.hpp"
+#include "server/http/OpenConnection.hpp"
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -57,6 +58,7 @@ class WebSocketConnection final : public bayeux::Connection,
 
     boost::beast::websocket::stream<boost::beast::tcp_stream> socket_;
     bayeux::BayeuxServer& server_;
+    const OpenConnection open_;
     const bool isAuthenticated_;
     const std::size_t maxFrameBytes_;
     std::string frame_;

@@ -95,8 +95,10 @@ class CommandQueueFixture : public ::testing::Test {
 
     RecordingSignals signals;
     std::map<IDType, std::vector<std::string>> outcomes;
+    std::vector<CommandTimes> observed;
     // Last, as its death records outcomes.
-    boost::shared_ptr<CommandQueue> queue = CommandQueue::create(signals);
+    boost::shared_ptr<CommandQueue> queue =
+        CommandQueue::create(signals, [this](const CommandTimes& times) { observed.push_back(times); });
 };
 
 }  // namespace cmddistributor

@@ -173,7 +173,7 @@ TEST_P(AcknowledgementTest, WhatIsNotAcknowledgedCountsAgainstTheSessionsBound) 
     EXPECT_EQ(connect(acknowledging(0)), reply(1, event("123456789012345")));
     deliver("123456789012345");
     EXPECT_EQ(server->sessionCount(), 0U);
-    EXPECT_EQ(server->refusals().at(metrics::RefusalReason::QueueBytes), 1U);
+    EXPECT_EQ(server->metrics()->refusals[metrics::RefusalReason::QueueBytes], 1U);
 }
 
 TEST_P(AcknowledgementTest, ABatchThatWasLostThreeTimesEndsTheSession) {

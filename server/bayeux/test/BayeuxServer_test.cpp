@@ -57,7 +57,7 @@ TEST_F(BayeuxServerTest, RefusesAHandshakeWithoutTheTokenForGood) {
     EXPECT_NE(exchange(stranger, start + R"(,"ext":{"token":"s3cret"}}])").find(R"("successful":true)"),
               std::string::npos);
     EXPECT_NE(exchange(connection, start + "}]").find(R"("successful":true)"), std::string::npos);
-    EXPECT_EQ(server->refusals().at(metrics::RefusalReason::Unauthorized), 3U);
+    EXPECT_EQ(server->metrics()->refusals[metrics::RefusalReason::Unauthorized], 3U);
 }
 
 TEST_F(BayeuxServerTest, RefusesAHandshakeOfAnotherVersionOrTransport) {
@@ -209,7 +209,7 @@ TEST_F(BayeuxServerTest, AnswersWhatCannotBeReadAndGoesOn) {
     }
     EXPECT_EQ(exchange(connection, "hello").substr(0, 70),
               R"([{"channel":"/meta/error","successful":false,"error":"400::not JSON - )");
-    EXPECT_EQ(server->refusals().at(metrics::RefusalReason::BadRequest), 5U);
+    EXPECT_EQ(server->metrics()->refusals[metrics::RefusalReason::BadRequest], 5U);
     openSession(connection);
 }
 

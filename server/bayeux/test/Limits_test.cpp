@@ -51,10 +51,7 @@ class LimitsTest : public BayeuxFixture {
         return R"([{"channel":")" + channel + R"(","id":"7","successful":false,"error":")" + error + R"("}])";
     }
 
-    std::uint64_t refused(RefusalReason reason) const {
-        const auto found = server->refusals().find(reason);
-        return found == server->refusals().end() ? 0 : found->second;
-    }
+    std::uint64_t refused(RefusalReason reason) const { return server->metrics()->refusals[reason]; }
 
     std::shared_ptr<FakeConnection> connection = std::make_shared<FakeConnection>();
     int tokensCompared = 0;

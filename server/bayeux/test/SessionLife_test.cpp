@@ -382,7 +382,7 @@ TEST_F(SessionLifeTest, ASlowReaderThatDisconnectsIsDetachedOnce) {
     broker->publish("/yvm/one/a", DataBuffer("2"), "test");
     disconnect(clientId);
     EXPECT_THAT(detached(), ElementsAre("one"));
-    EXPECT_EQ(server->refusals().count(metrics::RefusalReason::QueueBytes), 0U)
+    EXPECT_EQ(server->metrics()->refusals[metrics::RefusalReason::QueueBytes], 0U)
         << "the disconnect came first";
 }
 

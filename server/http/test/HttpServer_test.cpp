@@ -3,6 +3,7 @@
 #include "server/bayeux/test/BayeuxFixture.hpp"
 #include "server/http/test/TemporaryFolder.hpp"
 #include "server/http/test/WebSocketClient.hpp"
+#include "server/metrics/test/PrometheusReader.hpp"
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
@@ -654,6 +655,89 @@ TEST_F(HttpServerTest, ASessionMayMoveFromLongPollingToAWebSocket) {
     client.exchange(client.message("/meta/connect", R"(,"advice":{"timeout":0})"));
     broker->publish("/yvm/a/text/output", connector::common::DataBuffer("1"), "test");
     EXPECT_EQ(client.receive(), R"([{"channel":"/yvm/a/text/output","data":1}])");
+}
+
+TEST_F(HttpServerTest, MetricsAskForTheToken) {
+    const auto ask = [&](const std::string& target, const std::map<std::string, std::string>& headers = {}) {
+        return request(beast::http::verb::get, target, headers);
+    };
+    for (const auto& refused : {ask("/metrics"), ask("/metrics?token=wrong"),
+                                ask("/metrics", {{"Authorization", "Bearer wrong"}})}) {
+        EXPECT_EQ(refused.result_int(), 401U);
+        EXPECT_EQ(refused.body(), "the token is missing or wrong\n");
+        EXPECT_EQ(refused["WWW-Authenticate"], "Bearer");
+    }
+    for (const auto& told :
+         {ask("/metrics?token=s3cret"), ask("/metrics", {{"Authorization", "Bearer s3cret"}})}) {
+        EXPECT_EQ(told.result_int(), 200U);
+        EXPECT_EQ(told["Content-Type"], "text/plain; version=0.0.4; charset=utf-8");
+        EXPECT_EQ(metrics::testing::readPrometheus(told.body())
+                      .at("yvm_connector_refusals_total{reason=\"unauthorized\"}"),
+                  "3");
+    }
+    start({});
+    EXPECT_EQ(ask("/metrics").result_int(), 200U) << "where no token is asked for";
+}
+
+TEST_F(HttpServerTest, MetricsAreNoWayToGuessATokenWithoutBeingCounted) {
+    HttpServer::Options options;
+    options.guard.token = "s3cret";
+    options.limits.maxFailedHandshakesPerMinute = 1;
+    start(std::move(options));
+    EXPECT_EQ(request(beast::http::verb::get, "/metrics?token=wrong").result_int(), 401U);
+    EXPECT_EQ(request(beast::http::verb::get, "/metrics?token=s3cret").result_int(), 429U);
+    EXPECT_EQ(request(beast::http::verb::get, "/metrics").result_int(), 401U);
+}
+
+TEST_F(HttpServerTest, CountsWhatComesInAndGoesOut) {
+    FakeModule fakeModule(broker);
+    const auto scrape = [&] {
+        return metrics::testing::readPrometheus(
+            request(beast::http::verb::get, "/metrics?token=s3cret").body());
+    };
+    std::size_t bytesIn = 0;
+    std::size_t bytesOut = 0;
+    {
+        WebSocketClient client = openClient();
+        bytesOut += client.handshake().size();
+        bytesIn += std::string(
+                       R"([{"channel":"/meta/handshake","id":"1","supportedConnectionTypes":["websocket"]}])")
+                       .size();
+        const auto exchange = [&](const std::string& frame) {
+            bytesIn += frame.size();
+            bytesOut += client.exchange(frame).size();
+        };
+        exchange(client.message("/meta/connect", R"(,"advice":{"timeout":0})"));
+        exchange(client.message("/yvm/attach/request", R"(,"data":{"requestID":"a"})"));
+        exchange(client.message("/meta/subscribe", R"(,"subscription":["/yvm/a/x","/yvm/a/y"])"));
+        exchange(client.message("/yvm/a/eval/request", R"(,"data":{"requestID":"e"})"));
+        exchange(client.message("/yvm/a/feval/request", R"(,"data":{"requestID":"f"})"));
+        exchange(client.message("/yvm/a/feval/request", R"(,"data":{"requestID":"g"})"));
+        exchange(client.message("/yvm/b/eval/request", R"(,"data":{"requestID":"e"})"));
+        broker->publish("/yvm/a/x", connector::common::DataBuffer("1"), "test");
+        bytesOut += client.receive().size();
+
+        const auto samples = scrape();
+        EXPECT_EQ(samples.at("yvm_connector_sessions"), "1");
+        EXPECT_EQ(samples.at("yvm_connector_clients"), "1");
+        EXPECT_EQ(samples.at("yvm_connector_subscriptions"), "2");
+        EXPECT_EQ(samples.at("yvm_connector_connections{transport=\"websocket\"}"), "1");
+        EXPECT_EQ(samples.at("yvm_connector_messages_total{direction=\"in\"}"), "8");
+        EXPECT_EQ(samples.at("yvm_connector_messages_total{direction=\"out\"}"), "9");
+        EXPECT_EQ(samples.at("yvm_connector_message_bytes_total{direction=\"in\"}"), std::to_string(bytesIn));
+        EXPECT_EQ(samples.at("yvm_connector_message_bytes_total{direction=\"out\"}"),
+                  std::to_string(bytesOut));
+        EXPECT_EQ(samples.at("yvm_connector_refusals_total{reason=\"forbidden\"}"), "1");
+        EXPECT_EQ(samples.at("yvm_connector_commands_in_flight{kind=\"eval\"}"), "1");
+        EXPECT_EQ(samples.at("yvm_connector_commands_in_flight{kind=\"feval\"}"), "2");
+        client.exchange(client.message("/meta/disconnect", ""));
+    }
+    settle();
+    const auto samples = scrape();
+    EXPECT_EQ(samples.at("yvm_connector_sessions"), "0");
+    EXPECT_EQ(samples.at("yvm_connector_subscriptions"), "0");
+    EXPECT_EQ(samples.at("yvm_connector_connections{transport=\"websocket\"}"), "0");
+    EXPECT_EQ(samples.at("yvm_connector_sessions_ended_total{cause=\"disconnect\"}"), "1");
 }
 
 TEST_F(HttpServerTest, APortThatIsTakenIsRefused) {
