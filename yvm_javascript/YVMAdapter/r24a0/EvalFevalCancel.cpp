@@ -19,6 +19,7 @@ namespace yvm::JSClient::r24a0 {
 
 namespace {
 
+using cmddistributor::CmdDistributor;
 using connector::message_service::MessageService;
 
 constexpr const char* sourceTag = "r24a0/EvalFevalCancel";
@@ -39,6 +40,27 @@ void publishResponse(std::optional<YVMConnection>& connection, const RequestResp
     } else {
         logNullWeakThis();
     }
+}
+
+std::string textOf(CmdDistributor::CancelStatus status) {
+    switch (status) {
+        case CmdDistributor::UNABLE_TO_CANCEL_ALREADY_DONE:
+            return "UNABLE_TO_CANCEL_ALREADY_DONE";
+        case CmdDistributor::UNABLE_TO_CANCEL_OTHER:
+            return "UNABLE_TO_CANCEL_OTHER";
+        case CmdDistributor::CANCEL_BEFORE_RUNNING:
+            return "CANCEL_BEFORE_RUNNING";
+        case CmdDistributor::CANCEL_WHILE_RUNNING:
+            return "CANCEL_WHILE_RUNNING";
+    }
+    return "unknown " + std::to_string(static_cast<int>(status));
+}
+
+void publishCancelStatus(std::optional<YVMConnection>& connection, const CancelRequest& request,
+                         CmdDistributor::CancelStatus status) {
+    RequestResponse response(request.getRequestID());
+    response.setValue("cancelStatus", textOf(status));
+    publishResponse(connection, response);
 }
 
 /// Commands of a person at a console run in the engine's stream 0, all others in -2.
@@ -109,24 +131,44 @@ void EvalFevalCancel::createYVMConnections(
     const std::shared_ptr<yvm::YVM>& yvm,
     const std::shared_ptr<EventManagerConnection>& eventManagerConnection) {
     FOUNDATION_FUNCTION_TRACE(logger());
+    cancelConnection_.emplace(messageService_, channelPrefix_ + "/cancel",
+                              makeHandler(&EvalFevalCancel::cancelConnection_,
+                                          [](EvalFevalCancel& self, const BaseRequest& request) {
+                                              self.handleCancelRequest(CancelRequest(request));
+                                          }));
+    cancelGroupConnection_.emplace(messageService_, channelPrefix_ + "/cancelGroup",
+                                   makeHandler(&EvalFevalCancel::cancelGroupConnection_,
+                                               [yvm](EvalFevalCancel& self, const BaseRequest& request) {
+                                                   self.handleCancelGroupRequest(CancelGroupRequest(request),
+                                                                                 yvm);
+                                               }));
     fevalConnection_.emplace(
         messageService_, channelPrefix_ + "/feval",
-        makeHandler<FevalRequest>(&EvalFevalCancel::fevalConnection_, &EvalFevalCancel::handleFevalRequest,
-                                  yvm, eventManagerConnection));
+        makeHandler(&EvalFevalCancel::fevalConnection_,
+                    [yvm, eventManagerConnection](EvalFevalCancel& self, const BaseRequest& request) {
+                        self.handleFevalRequest(
+                            FevalRequest(request, eventManagerConnection, self.makePublishTextCallback()),
+                            yvm);
+                    }));
     evalConnection_.emplace(
         messageService_, channelPrefix_ + "/eval",
-        makeHandler<EvalRequest>(&EvalFevalCancel::evalConnection_, &EvalFevalCancel::handleEvalRequest, yvm,
-                                 eventManagerConnection));
+        makeHandler(&EvalFevalCancel::evalConnection_,
+                    [yvm, eventManagerConnection](EvalFevalCancel& self, const BaseRequest& request) {
+                        self.handleEvalRequest(
+                            EvalRequest(request, eventManagerConnection, self.makePublishTextCallback()),
+                            yvm);
+                    }));
+    interruptConnection_.emplace(messageService_, channelPrefix_ + "/interrupt",
+                                 makeHandler(&EvalFevalCancel::interruptConnection_,
+                                             [yvm](EvalFevalCancel& self, const BaseRequest& request) {
+                                                 self.handleInterruptRequest(request, yvm);
+                                             }));
 }
 
-template <typename Request>
 YVMConnection::Handler EvalFevalCancel::makeHandler(
     std::optional<YVMConnection> EvalFevalCancel::* connection,
-    void (EvalFevalCancel::*handle)(const Request&, const std::shared_ptr<yvm::YVM>&),
-    const std::shared_ptr<yvm::YVM>& yvm,
-    const std::shared_ptr<EventManagerConnection>& eventManagerConnection) {
-    return [weakThis = weak_from_this(), connection, handle, yvm,
-            eventManagerConnection](const BaseRequest& baseRequest) {
+    std::function<void(EvalFevalCancel&, const BaseRequest&)> handle) {
+    return [weakThis = weak_from_this(), connection, handle = std::move(handle)](const BaseRequest& request) {
         FOUNDATION_FUNCTION_TRACE(logger());
         // A request may come in before the connection that delivers it has been stored.
         const auto self = weakThis.lock();
@@ -134,7 +176,7 @@ YVMConnection::Handler EvalFevalCancel::makeHandler(
             logNullWeakThis();
             return;
         }
-        ((*self).*handle)(Request(baseRequest, eventManagerConnection, self->makePublishTextCallback()), yvm);
+        handle(*self, request);
     };
 }
 
@@ -156,8 +198,8 @@ void EvalFevalCancel::publishTextCallback(std::string channel, JsonObject messag
                                           foundation::json::Value(std::move(message)))));
 }
 
-EvalFevalCancel::IDType EvalFevalCancel::insertNewIIP(
-    const std::string& requestID, const boost::shared_ptr<cmddistributor::CmdDistributor>& distributor) {
+EvalFevalCancel::IDType EvalFevalCancel::insertNewIIP(const std::string& requestID,
+                                                      const boost::shared_ptr<CmdDistributor>& distributor) {
     FOUNDATION_FUNCTION_TRACE(logger());
     const IDType id;
     inFlightRequests_->findOrInsert(requestID, [distributor, id]() -> CancelCallback {
@@ -170,6 +212,76 @@ EvalFevalCancel::IDType EvalFevalCancel::insertNewIIP(
         };
     });
     return id;
+}
+
+void EvalFevalCancel::handleCancelRequest(const CancelRequest& request) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    // The entry stays: the completion of its own request takes it out.
+    const auto callback = inFlightRequests_->find(request.getRequestIDtoCancel());
+    if (!callback) {
+        FOUNDATION_LOG(logger(), foundation::log::Normal)
+            << "Returning early due to missing ID " << request.getRequestIDtoCancel();
+        publishCancelStatus(cancelConnection_, request, CmdDistributor::UNABLE_TO_CANCEL_ALREADY_DONE);
+        return;
+    }
+    const CancelFuture future = (*callback)(request.getInterrupt());
+    if (!future.valid()) {
+        // Boost only asserts this, and ends the process.
+        throw boost::future_uninitialized();
+    }
+    // By the future's own policy. That of a promise is none, for which Boost runs the continuation on a new
+    // thread, also when the future is ready: the thread that settles a command never publishes for a cancel.
+    future.then(future.launch_policy(), [weakThis = weak_from_this(), request](const CancelFuture& ready) {
+        completeCancel(weakThis, request, ready);
+    });
+}
+
+void EvalFevalCancel::completeCancel(const std::weak_ptr<EvalFevalCancel>& weakThis,
+                                     const CancelRequest& request, const CancelFuture& future) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    const auto self = weakThis.lock();
+    if (!self) {
+        FOUNDATION_LOG(logger(), foundation::log::Normal) << "Returning early due to null this";
+        return;
+    }
+    // A failure ends in the future that nobody keeps: such a cancel is not answered.
+    const auto status = future.get();
+    FOUNDATION_LOG(logger(), foundation::log::Normal)
+        << "Responding to cancel request " << request.getRequestID() << " for canceling "
+        << request.getRequestIDtoCancel();
+    publishCancelStatus(self->cancelConnection_, request, status);
+}
+
+void EvalFevalCancel::handleCancelGroupRequest(const CancelGroupRequest& request,
+                                               const std::shared_ptr<yvm::YVM>& yvm) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    RequestResponse response(request.getRequestID());
+    try {
+        const auto distributor = yvm->getCmdDistributor();
+        if (!distributor) {
+            throw std::runtime_error("Cannot find a distributor instance to cancel this YVM request group");
+        }
+        distributor->cancelGroup(request.getRequestGroupNametoCancel(), request.getInterrupt());
+    } catch (...) {
+        response.setError(std::current_exception(), std::nullopt);
+    }
+    // "name" runs into the ID, as readers of these logs know it.
+    FOUNDATION_LOG(logger(), foundation::log::Normal)
+        << "Responding to cancel group request name" << request.getRequestID() << " for canceling "
+        << request.getRequestGroupNametoCancel();
+    publishResponse(cancelGroupConnection_, response);
+}
+
+void EvalFevalCancel::handleInterruptRequest(const BaseRequest& request,
+                                             const std::shared_ptr<yvm::YVM>& yvm) {
+    FOUNDATION_FUNCTION_TRACE(logger());
+    RequestResponse response(request.getRequestID());
+    try {
+        yvm->interrupt();
+    } catch (...) {
+        response.setError(std::current_exception(), std::nullopt);
+    }
+    publishResponse(interruptConnection_, response);
 }
 
 void EvalFevalCancel::handleEvalRequest(const EvalRequest& request, const std::shared_ptr<yvm::YVM>& yvm) {

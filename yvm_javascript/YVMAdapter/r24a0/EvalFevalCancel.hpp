@@ -5,6 +5,8 @@
 #include "connector/message_service/MessageService.hpp"
 #include "foundation/msg_svc/exchange/IDType.hpp"
 #include "foundation/msg_svc/threadutil/ConcurrentMap.hpp"
+#include "r24a0/CancelGroupRequest.hpp"
+#include "r24a0/CancelRequest.hpp"
 #include "r24a0/EvalRequest.hpp"
 #include "r24a0/FevalRequest.hpp"
 #include "yvm/Future.hpp"
@@ -21,20 +23,27 @@
 
 namespace yvm::JSClient::r24a0 {
 
-/// Cancels one request in flight; `interrupt` also when it is running. Needs neither the engine nor the
-/// request.
-using CancelCallback =
-    std::function<boost::shared_future<cmddistributor::CmdDistributor::CancelStatus>(bool interrupt)>;
+/// What became of a cancel, once the distributor knows.
+using CancelFuture = boost::shared_future<cmddistributor::CmdDistributor::CancelStatus>;
 
-/// Runs the commands and function calls of one client on the engine.
+/// Cancels one request in flight; `interrupt` also when it is running. Needs neither the engine nor the
+/// request. Throws what the distributor throws.
+using CancelCallback = std::function<CancelFuture(bool interrupt)>;
+
+/// Runs the commands and function calls of one client on the engine, and stops them.
 ///
-/// | Channel  | Request        | Response                                                        |
-/// |----------|----------------|-----------------------------------------------------------------|
-/// | "/feval" | `FevalRequest` | `{"requestID": R, "result": [one value for each output]}`       |
-/// | "/eval"  | `EvalRequest`  | `{"requestID": R}`; what the command prints goes another way    |
+/// | Channel        | Request              | Response                                                       |
+/// |----------------|----------------------|----------------------------------------------------------------|
+/// | "/cancel"      | `CancelRequest`      | `{"requestID": R, "cancelStatus": what became of the request}` |
+/// | "/cancelGroup" | `CancelGroupRequest` | `{"requestID": R}`, also when no request carries the name      |
+/// | "/feval"       | `FevalRequest`       | `{"requestID": R, "result": [one value for each output]}`      |
+/// | "/eval"        | `EvalRequest`        | `{"requestID": R}`; what the command prints goes another way   |
+/// | "/interrupt"   | `BaseRequest`        | `{"requestID": R}`, also when the engine runs nothing          |
 ///
 /// In place of its result a request that failed or was cancelled is answered with `error`. There is one
-/// response for each accepted request, when the engine has finished with it, as long as the service lives.
+/// response for each accepted eval and feval, when the engine has finished with it, as long as the service
+/// lives. A cancel is answered when the distributor knows what became of the request, on a channel of its
+/// own: the two responses come in either order.
 ///
 /// The registry holds, for each request in flight, what cancels it. A second request under a `requestID` that
 /// is in use runs, but stays out of the registry, and the entry goes with the first of the two that finishes.
@@ -68,17 +77,20 @@ class EvalFevalCancel : public std::enable_shared_from_this<EvalFevalCancel> {
 
     void createYVMConnections(const std::shared_ptr<yvm::YVM>& yvm,
                               const std::shared_ptr<EventManagerConnection>& eventManagerConnection);
-    /// Reads a `Request` from each message of a channel and hands it to `handle`, as long as this service
-    /// lives.
-    template <typename Request>
+    /// Hands each message of a channel to `handle`, as long as this service lives.
     YVMConnection::Handler makeHandler(std::optional<YVMConnection> EvalFevalCancel::* connection,
-                                       void (EvalFevalCancel::*handle)(const Request&,
-                                                                       const std::shared_ptr<yvm::YVM>&),
-                                       const std::shared_ptr<yvm::YVM>& yvm,
-                                       const std::shared_ptr<EventManagerConnection>& eventManagerConnection);
+                                       std::function<void(EvalFevalCancel&, const BaseRequest&)> handle);
     /// Calls `publishTextCallback`, or drops the message once this service has gone.
     PublishTextCallback makePublishTextCallback();
     void publishTextCallback(std::string channel, JsonObject message);
+
+    /// Throws what the distributor throws.
+    void handleCancelRequest(const CancelRequest& request);
+    /// Publishes the answer to `request`, on the thread that Boost picks for it.
+    static void completeCancel(const std::weak_ptr<EvalFevalCancel>& weakThis, const CancelRequest& request,
+                               const CancelFuture& future);
+    void handleCancelGroupRequest(const CancelGroupRequest& request, const std::shared_ptr<yvm::YVM>& yvm);
+    void handleInterruptRequest(const BaseRequest& request, const std::shared_ptr<yvm::YVM>& yvm);
 
     void handleEvalRequest(const EvalRequest& request, const std::shared_ptr<yvm::YVM>& yvm);
     void handleFevalRequest(const FevalRequest& request, const std::shared_ptr<yvm::YVM>& yvm);
@@ -97,8 +109,11 @@ class EvalFevalCancel : public std::enable_shared_from_this<EvalFevalCancel> {
         inFlightRequests_;
     std::string channelPrefix_;
     std::shared_ptr<connector::message_service::MessageService> messageService_;
+    std::optional<YVMConnection> cancelConnection_;
+    std::optional<YVMConnection> cancelGroupConnection_;
     std::optional<YVMConnection> fevalConnection_;
     std::optional<YVMConnection> evalConnection_;
+    std::optional<YVMConnection> interruptConnection_;
 };
 
 }  // namespace yvm::JSClient::r24a0

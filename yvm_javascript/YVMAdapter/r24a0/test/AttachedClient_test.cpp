@@ -35,8 +35,11 @@ class AttachedClientTest : public testing::Test {
 
 TEST_F(AttachedClientTest, WithoutAHandlerTheLivenessChannelIsLeftAlone) {
     const auto client = create({});
-    EXPECT_EQ(service->subscriptionLog(),
-              (std::vector<std::string>{"subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request"}));
+    EXPECT_EQ(
+        service->subscriptionLog(),
+        (std::vector<std::string>{"subscribe /yvm/a/cancel/request", "subscribe /yvm/a/cancelGroup/request",
+                                  "subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
+                                  "subscribe /yvm/a/interrupt/request"}));
 }
 
 TEST_F(AttachedClientTest, AHandlerIsCalledWithTheFullNameOfTheLivenessChannel) {
@@ -50,16 +53,19 @@ TEST_F(AttachedClientTest, AHandlerIsCalledWithTheFullNameOfTheLivenessChannel) 
 
 TEST_F(AttachedClientTest, BuildsTheServicesBeforeTheMonitorAndDestroysItFirst) {
     create([](const std::string&) {}).reset();
-    EXPECT_EQ(
-        service->subscriptionLog(),
-        (std::vector<std::string>{"subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
-                                  "onSubscribe " + liveness, "onUnsubscribe " + liveness,
-                                  "endOnUnsubscribe " + liveness, "endOnSubscribe " + liveness,
-                                  "unsubscribe /yvm/a/eval/request", "unsubscribe /yvm/a/feval/request"}));
+    EXPECT_EQ(service->subscriptionLog(),
+              (std::vector<std::string>{
+                  "subscribe /yvm/a/cancel/request", "subscribe /yvm/a/cancelGroup/request",
+                  "subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
+                  "subscribe /yvm/a/interrupt/request", "onSubscribe " + liveness,
+                  "onUnsubscribe " + liveness, "endOnUnsubscribe " + liveness, "endOnSubscribe " + liveness,
+                  "unsubscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/eval/request",
+                  "unsubscribe /yvm/a/feval/request", "unsubscribe /yvm/a/cancelGroup/request",
+                  "unsubscribe /yvm/a/cancel/request"}));
 }
 
 TEST_F(AttachedClientTest, AFailedStepLeavesNothingBehind) {
-    for (std::size_t after = 0; after < 4; ++after) {
+    for (std::size_t after = 0; after < 7; ++after) {
         service->failNextSubscribe(FakeMessageService::Failure::invalidFuture, after);
         EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create([](const std::string&) {}); }),
                   "Future state isn't valid!");

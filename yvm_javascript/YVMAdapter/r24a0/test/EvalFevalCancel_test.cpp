@@ -2,102 +2,42 @@
 
 #include "cmddistributor/RequestIdAdapter.hpp"
 #include "common/setCurrentMockYvm.hpp"
-#include "common/test/support.hpp"
-#include "foundation/json/Serializer.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
-#include "foundation/yorlabdata/ArrayFactory.hpp"
-#include "testing/FakeCmdDistributor.hpp"
-#include "testing/FakeMessageService.hpp"
-#include "testing/FakeYvm.hpp"
-#include "testing/LogCapture.hpp"
+#include "r24a0/test/EvalFevalCancelFixture.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
-#include "yvm/json_serializers/serialize.hpp"
 
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <limits>
-#include <sstream>
 #include <stdexcept>
 
 namespace yvm::JSClient::r24a0 {
 namespace {
 
-using cmddistributor::CmdDistributor;
-using cmddistributor::RuntimeException;
 using connector::message_service::JsonMessage;
-using foundation::json::Value;
-using platform_testing::FakeCmdDistributor;
-using platform_testing::FakeMessageService;
-using platform_testing::FakeYvm;
 using platform_testing::LogCapture;
 using test::expectPlainError;
 using test::memberOf;
 using Status = RequestResponse::Status;
 
-const std::string logChannel = "yvm::JSClient::EvalFevalCancel";
-
-std::string textOf(const CmdDistributor::IDType& id) {
-    std::ostringstream text;
-    text << id;
-    return text.str();
-}
-
-class EvalFevalCancelTest : public testing::Test {
-  protected:
-    void create() { client = EvalFevalCancel::create("/yvm/a", engine, service, nullptr); }
-
-    void eval(const std::string& message) { EXPECT_EQ(service->deliver("/yvm/a/eval/request", message), 1U); }
-    void feval(const std::string& message) {
-        EXPECT_EQ(service->deliver("/yvm/a/feval/request", message), 1U);
-    }
-
-    std::vector<FakeMessageService::Publication> evalResponses() const {
-        return service->publicationsOn("/yvm/a/eval/response");
-    }
-    std::vector<FakeMessageService::Publication> fevalResponses() const {
-        return service->publicationsOn("/yvm/a/feval/response");
-    }
-
-    /// The text of the only publication so far, which is on `channel`.
-    std::string onlyText(const std::string& channel) const {
-        const auto publications = service->publications();
-        EXPECT_EQ(publications.size(), 1U);
-        if (publications.size() != 1) {
-            return {};
-        }
-        EXPECT_EQ(publications.front().channel, channel);
-        return publications.front().text;
-    }
-    Value only(const std::string& channel) const { return foundation::json::parseText(onlyText(channel)); }
-
-    /// The text of a response that carries `error`.
-    static std::string errorResponse(const std::string& requestID, const RuntimeException& error) {
-        return foundation::json::Serializer::serialize(
-            JsonObject{{"requestID", requestID}, {"error", json_serializers::serialize(error)}});
-    }
-
-    CmdDistributor::IDType lastId() const { return distributor->lastCommand().id; }
-
-    const std::shared_ptr<FakeMessageService> service = FakeMessageService::create();
-    const boost::shared_ptr<FakeCmdDistributor> distributor = FakeCmdDistributor::create();
-    std::shared_ptr<FakeYvm> engine = FakeYvm::create(distributor);
-    const foundation::yorlabdata::ArrayFactory arrays{};
-    std::shared_ptr<EvalFevalCancel> client;
-};
+class EvalFevalCancelTest : public EvalFevalCancelFixture {};
 
 TEST_F(EvalFevalCancelTest, SubscribesItsChannelsInOrderAndLeavesThemInReverse) {
     create();
     client.reset();
-    EXPECT_EQ(
-        service->subscriptionLog(),
-        (std::vector<std::string>{"subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
-                                  "unsubscribe /yvm/a/eval/request", "unsubscribe /yvm/a/feval/request"}));
+    EXPECT_EQ(service->subscriptionLog(),
+              (std::vector<std::string>{
+                  "subscribe /yvm/a/cancel/request", "subscribe /yvm/a/cancelGroup/request",
+                  "subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
+                  "subscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/interrupt/request",
+                  "unsubscribe /yvm/a/eval/request", "unsubscribe /yvm/a/feval/request",
+                  "unsubscribe /yvm/a/cancelGroup/request", "unsubscribe /yvm/a/cancel/request"}));
 }
 
 TEST_F(EvalFevalCancelTest, AFailedSubscriptionLeavesCreateAndNothingBehind) {
-    for (const std::size_t after : {0U, 1U}) {
+    for (std::size_t after = 0; after < 5; ++after) {
         service->failNextSubscribe(FakeMessageService::Failure::invalidFuture, after);
         EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create(); }), "Future state isn't valid!");
         EXPECT_EQ(service->subscriberCount(), 0U);
@@ -363,23 +303,21 @@ TEST_F(EvalFevalCancelTest, ACancelThatThrowsInTheDestructorIsLoggedAndStopsNoOt
     EXPECT_NE(caught.front().find("no cancel"), std::string::npos);
 }
 
-/// Runs a function of the test inside each cancel.
-class CancelHook final : public CmdDistributor {
-  public:
-    boost::shared_future<CancelStatus> cancel(const IDType& id, bool) override {
-        onCancel(id);
-        boost::promise<CancelStatus> promise;
-        promise.set_value(CANCEL_BEFORE_RUNNING);
-        return promise.get_future().share();
-    }
-    void cancelGroup(const std::string&, bool) override {}
-
-    std::function<void(const IDType&)> onCancel = [](const IDType&) {};
-    std::unique_ptr<cmddistributor::PromiseDelegate> delegate;
-
-  private:
-    void enqueueImpl(Submission& submission) override { delegate = std::move(submission.delegate); }
-};
+TEST_F(EvalFevalCancelTest, AnEntryWithoutADistributorKeepsTheDestructorFromNoOther) {
+    create();
+    eval(R"({"requestID":"1","command":"x"})");
+    engine->setCmdDistributor(nullptr);
+    feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    engine->setCmdDistributor(distributor);
+    eval(R"({"requestID":"3","command":"x"})");
+    const LogCapture log;
+    client.reset();
+    EXPECT_EQ(distributor->cancels().size(), 2U);
+    const auto caught = log.texts(logChannel, 16);
+    ASSERT_EQ(caught.size(), 1U);
+    EXPECT_NE(caught.front().find("Cannot find a distributor instance to cancel this YVM request"),
+              std::string::npos);
+}
 
 TEST_F(EvalFevalCancelTest, ACancelMayCompleteTheRequestOnTheSpot) {
     const auto hook = boost::make_shared<CancelHook>();
@@ -401,49 +339,39 @@ TEST_F(EvalFevalCancelTest, AMessageThatArrivesDuringDestructionIsNotAnswered) {
     hook->onCancel = [this](const CmdDistributor::IDType&) {
         eval(R"({"requestID":"2","command":"y"})");
         feval(R"({"requestID":"3","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+        request("cancel", R"({"requestID":"4","requestIDtoCancel":"1"})");
+        request("cancelGroup", R"({"requestID":"5","requestGroupNametoCancel":"g"})");
+        request("interrupt", R"({"requestID":"6"})");
     };
     const LogCapture log;
     client.reset();
     EXPECT_TRUE(service->publications().empty());
-    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), 2U);
+    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), 5U);
+    EXPECT_EQ(engine->interruptCount(), 0);
 }
 
 /// Delivers a request as soon as somebody subscribes, before the subscriber hears of it.
-class HastyMessageService final : public connector::message_service::MessageService {
+class HastyMessageService final : public ForwardingMessageService {
   public:
-    connector::Future<std::shared_ptr<connector::message_service::Subscription>> subscribe(
-        const std::string& channel, MessageCallback callback) override {
+    connector::Future<std::shared_ptr<Subscription>> subscribe(const std::string& channel,
+                                                               MessageCallback callback) override {
         callback(JsonMessage(channel,
                              connector::common::DataBuffer(
                                  R"({"requestID":"1","command":"x","function":"f","numOutputsExpected":1,)"
-                                 R"("rhsArgs":[]})")));
+                                 R"("rhsArgs":[],"requestIDtoCancel":"1","requestGroupNametoCancel":"g"})")));
         return inner->subscribe(channel, std::move(callback));
     }
-    connector::Future<void> publish(const std::string& channel,
-                                    connector::common::DataBuffer payload) override {
-        return inner->publish(channel, std::move(payload));
-    }
-    connector::Future<std::shared_ptr<connector::message_service::Subscription>> onSubscribe(
-        const std::string& channel,
-        std::function<void(const connector::message_service::SubscribeEvent&)> callback) override {
-        return inner->onSubscribe(channel, std::move(callback));
-    }
-    connector::Future<std::shared_ptr<connector::message_service::Subscription>> onUnsubscribe(
-        const std::string& channel,
-        std::function<void(const connector::message_service::UnsubscribeEvent&)> callback) override {
-        return inner->onUnsubscribe(channel, std::move(callback));
-    }
-
-    const std::shared_ptr<FakeMessageService> inner = FakeMessageService::create();
 };
 
 TEST_F(EvalFevalCancelTest, AMessageThatArrivesWhileItsConnectionIsBuiltIsNotAnswered) {
     const auto hasty = std::make_shared<HastyMessageService>();
     const LogCapture log;
     client = EvalFevalCancel::create("/yvm/a", engine, hasty, nullptr);
-    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), 2U);
+    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), 5U);
     EXPECT_TRUE(hasty->inner->publications().empty());
     EXPECT_TRUE(distributor->commands().empty());
+    EXPECT_TRUE(distributor->groupCancels().empty());
+    EXPECT_EQ(engine->interruptCount(), 0);
 }
 
 TEST_F(EvalFevalCancelTest, EachStepOfARequestIsLogged) {
@@ -472,7 +400,16 @@ TEST_F(EvalFevalCancelTest, OperationsOpenAFunctionTrace) {
         ylutil::io::TextBaseEvent(lastId(), ylutil::io::StreamTypeEnum::Output, u"x"));
     distributor->succeed(lastId());
     feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+    request("cancel", R"({"requestID":"3","requestIDtoCancel":"2"})");
+    // The continuation has left when its trace ends; it would otherwise share in the end of the service.
+    ASSERT_TRUE(test::waitUntil([&] {
+        return std::ranges::any_of(log.texts(logChannel, 64), [](const std::string& text) {
+            return text.find("::completeCancel(") != std::string::npos;
+        });
+    }));
     distributor->succeed(lastId());
+    request("cancelGroup", R"({"requestID":"4","requestGroupNametoCancel":"g"})");
+    request("interrupt", R"({"requestID":"5"})");
     client.reset();
     const auto entries = log.texts(logChannel, 32);
     const auto countOf = [&entries](const std::string& function) {
@@ -481,12 +418,13 @@ TEST_F(EvalFevalCancelTest, OperationsOpenAFunctionTrace) {
     };
     for (const std::string function :
          {"::create(", "::EvalFevalCancel(", "::~EvalFevalCancel(", "::createYVMConnections(",
-          "::makeHandler<yvm::JSClient::r24a0::EvalRequest>(",
-          "::makeHandler<yvm::JSClient::r24a0::FevalRequest>(", "::handleEvalRequest(",
-          "::handleFevalRequest(", "::completeEval(", "::completeFeval(", "::publishTextCallback("}) {
+          "::handleEvalRequest(", "::handleFevalRequest(", "::handleCancelRequest(", "::completeCancel(",
+          "::handleCancelGroupRequest(", "::handleInterruptRequest(", "::completeEval(", "::completeFeval(",
+          "::publishTextCallback("}) {
         EXPECT_EQ(countOf(function), 1) << function << " among " << testing::PrintToString(entries);
     }
-    EXPECT_EQ(countOf("::insertNewIIP("), 2) << "once for each request";
+    EXPECT_EQ(countOf("::insertNewIIP("), 2) << "once for each eval and feval";
+    EXPECT_EQ(countOf("::makeHandler("), 5) << "once for each message";
     EXPECT_EQ(log.texts(logChannel, 64).size(), entries.size());
 }
 
