@@ -116,7 +116,7 @@ TEST_F(SessionLifeTest, TheGraceTimeCountsFromTheEndOfTheConnectionWithTheHeldCo
 }
 
 TEST_F(SessionLifeTest, AConnectionThatEndsWithoutAHeldConnectChangesNothing) {
-    const std::string clientId = openSession(connection);
+    openSession(connection);
     now += seconds(50);
     server->closed(*connection);
     pass(milliseconds(10'001));
@@ -227,7 +227,7 @@ TEST_F(SessionLifeTest, TheEndOfASlowReaderLeavesTheConnectionToTheOthers) {
     options.limits.maxQueueBytes = 10;
     makeServer(std::move(options));
     const std::string slow = openSession(connection);
-    const std::string other = openSession(connection);
+    openSession(connection);
     attach(slow, "one");
     subscribe(connection, slow, R"("/yvm/one/**")");
     send(connection, slow, "/meta/connect");
