@@ -56,7 +56,7 @@ void checkMessage(const Message& message, std::string_view frame) {
     if (message.malformed) {
         reply.addFailure(message.channel, message.id, *message.malformed);
     }
-    check(isJson(reply.take()), "the replies are JSON", frame);
+    check(isJson(reply.take().take()), "the replies are JSON", frame);
 
     const auto admitted = Ingress(kLimits).admit(message.data);
     if (const auto* refusal = std::get_if<Refusal>(&admitted)) {
