@@ -99,6 +99,14 @@ export class ServerProcess {
         return this.url.searchParams.get("token") ?? "";
     }
 
+    /** Of the operating system. */
+    get pid(): number {
+        if (this.#child.pid === undefined) {
+            throw new Error("the server has not started");
+        }
+        return this.#child.pid;
+    }
+
     kill(signal: NodeJS.Signals): void {
         this.#child.kill(signal);
     }

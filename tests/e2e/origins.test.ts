@@ -8,6 +8,7 @@ import { launchChromium, LibraryPage } from "./Chromium.js";
 import type { Transport } from "./Driver.js";
 import { poll } from "./poll.js";
 import { Relay } from "./Relay.js";
+import { scrape } from "./scrape.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient } from "./StockClient.js";
 
@@ -124,6 +125,7 @@ describe("a page of another origin", () => {
             expect(Object.keys(headers).filter((name) => name.startsWith("access-control"))).toEqual([]);
         }
         expect((await driver.traffic()).received).toEqual([]);
+        expect((await scrape(strict))("refusals_total", 'reason="origin"')).toBeGreaterThanOrEqual(2);
         await context.close();
         expect(await outcome).toBe("never answered");
         expect((await strict.stop()).code).toBe(0);
