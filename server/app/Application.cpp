@@ -54,6 +54,7 @@ http::HttpServer::Options serverOptions(const Options& options) {
         result.files = http::StaticFiles(*options.consoleFolder);
     }
     result.limits = options.limits;
+    result.maxConnections = options.maxConnections;
     result.connectTimeout = options.connectTimeout;
     result.graceTime = options.graceTime;
     return result;

@@ -136,6 +136,8 @@ void declare(CLI::App& app, RawOptions& raw, Options& options) {
           "What may wait for a session that reads slowly, before it is ended");
     limit("--max-failed-handshakes", values.maxFailedHandshakesPerMinute, kMillion, "NUMBER",
           "How many handshakes of one address may fail in a minute, before it is refused for the rest of it");
+    limit("--max-connections", options.maxConnections, kMillion, "NUMBER",
+          "How many connections may be open, those of requests that are over at once included");
     app.add_option("--connect-timeout", raw.connectTimeout, "How long an idle client's connect is held")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str()

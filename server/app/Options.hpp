@@ -30,6 +30,7 @@ struct Options {
     std::optional<std::filesystem::path> workingFolder;
 
     bayeux::Limits limits;
+    std::size_t maxConnections = 20'000;
     std::chrono::seconds connectTimeout{30};
     std::chrono::seconds graceTime{60};
     std::chrono::seconds shutdownTimeout{5};

@@ -26,6 +26,9 @@ namespace {
 /// How often sessions are looked after: they are ended so much late at most.
 constexpr std::chrono::milliseconds kTick{250};
 
+/// So many connections beyond the limit may be told so at the same time; others are closed without a word.
+constexpr std::size_t kMaxRefusedAtOnce = 100;
+
 /// After a failure to accept, such as too many open files, the next try waits.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
@@ -43,12 +46,14 @@ struct HttpServer::Impl {
     Impl(std::shared_ptr<connector::message_service::Broker> broker, Options options)
         : files(std::move(options.files)),
           guard(std::move(options.guard)),
+          maxConnections(options.maxConnections),
           bayeux(std::move(broker), bayeuxOptions(options)),
           services{
               bayeux,
               guard,
               files,
               options.limits.maxMessageBytes,
+              options.requestTimeout,
               options.webSocketIdleTimeout,
               [this, isReady = std::move(options.isReady)] { return bayeux.isAccepting() && isReady(); },
               [this](std::weak_ptr<WebSocketConnection> socket) { remember(sockets, std::move(socket)); }} {
@@ -107,13 +112,26 @@ struct HttpServer::Impl {
             // First, so that a fault in what follows ends this connection only.
             accept();
             // Answers are small and wait for nobody.
+            const std::uint64_t open = openConnections();
+            if (open >= maxConnections + kMaxRefusedAtOnce) {
+                return;
+            }
             beast::error_code ignored;
             socket.set_option(tcp::no_delay(true), ignored);
             const auto session =
                 std::make_shared<HttpSession>(beast::tcp_stream(std::move(socket)), services);
             remember(sessions, std::weak_ptr(session));
-            session->run();
+            if (open < maxConnections) {
+                session->run();
+            } else {
+                session->refuse(maxConnections);
+            }
         });
+    }
+
+    std::uint64_t openConnections() const {
+        const auto& connections = bayeux.metrics()->connections;
+        return connections[metrics::Transport::Http] + connections[metrics::Transport::WebSocket];
     }
 
     void tick() {
@@ -186,6 +204,7 @@ struct HttpServer::Impl {
 
     const StaticFiles files;
     const RequestGuard guard;
+    const std::size_t maxConnections;
     // One thread runs it; other threads post.
     asio::io_context context{1};
     tcp::acceptor acceptor{context};

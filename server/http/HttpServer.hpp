@@ -31,6 +31,11 @@ class HttpServer {
         bayeux::Limits limits;
         /// Where everything is counted, and what /metrics tells. Not null.
         std::shared_ptr<metrics::Metrics> metrics = std::make_shared<metrics::Metrics>();
+        /// Those beyond it are answered with 503. The system's limit of open files counts too.
+        std::size_t maxConnections = 20'000;
+        /// A request that takes longer to come in, or a connection that rests longer, is cut. Longer than the
+        /// keep-alive of the clients, which would otherwise send into a connection that is being closed.
+        std::chrono::milliseconds requestTimeout{90'000};
         std::chrono::milliseconds connectTimeout{30'000};
         std::chrono::milliseconds graceTime{60'000};
         /// A peer that has not even answered a ping for so long is taken for dead.

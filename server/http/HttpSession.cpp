@@ -24,10 +24,6 @@ constexpr std::size_t kMaxIgnoredBody = 64 * 1024;
 /// How long what a peer still sends is read after the last answer.
 constexpr std::chrono::seconds kLinger{2};
 
-/// A request that takes longer to come in, or a connection that rests longer, is cut. Longer than the
-/// keep-alive of the clients, which would otherwise send into a connection that is being closed.
-constexpr std::chrono::seconds kRequestTimeout{90};
-
 /// A page under this policy runs its own scripts only. Data and blob images are figures, and one stock
 /// client runs its timers in a worker from a blob.
 constexpr const char* kContentSecurityPolicy =
@@ -120,6 +116,16 @@ HttpSession::HttpSession(beast::tcp_stream&& stream, const HttpServices& service
       peerAddress_(peerAddressOf(stream_.socket())),
       open_(services.bayeux.metrics(), metrics::Transport::Http) {}
 
+void HttpSession::refuse(std::size_t maxConnections) {
+    countRefusal(RefusalReason::Connections);
+    stream_.expires_after(kLinger);
+    Request none;
+    none.keep_alive(false);
+    write(makeText(none, http::status::service_unavailable,
+                   "too many connections - the server takes " + std::to_string(maxConnections)),
+          false);
+}
+
 void HttpSession::close() {
     isClosing_ = true;
     if (!isWriting_) {
@@ -133,7 +139,7 @@ void HttpSession::read() {
     parser_->header_limit(kMaxHeaderBytes);
     // Until the header tells what is to be done with the body. Beast compares with the limit already there.
     parser_->body_limit(boost::none);
-    stream_.expires_after(kRequestTimeout);
+    stream_.expires_after(services_.requestTimeout);
     http::async_read_header(
         stream_, buffer_, *parser_,
         [self = shared_from_this()](beast::error_code error, std::size_t) { self->onHeader(error); });
@@ -162,7 +168,18 @@ void HttpSession::onHeader(beast::error_code error) {
               false);
         return;
     }
+    if (error == beast::error::timeout && parser_->got_some()) {
+        countRefusal(RefusalReason::SlowRequest);
+    }
     if (error) {
+        return;
+    }
+    if (!services_.guard.allowsHost(parser_->get()[http::field::host])) {
+        countRefusal(RefusalReason::Host);
+        parser_->get().keep_alive(false);
+        write(makeText(parser_->get(), http::status::forbidden,
+                       "without a token the server is called by a loopback name only"),
+              false);
         return;
     }
     if (beast::websocket::is_upgrade(parser_->get())) {
@@ -192,6 +209,9 @@ void HttpSession::onRead(beast::error_code error) {
     if (error == http::error::body_limit) {
         refuseBody();
         return;
+    }
+    if (error == beast::error::timeout) {
+        countRefusal(RefusalReason::SlowRequest);
     }
     if (error) {
         return;
@@ -234,7 +254,7 @@ void HttpSession::answerPoll(unsigned status, std::string body) {
     const auto keptAlive = std::move(waiting_);
     // Ends the watch.
     stream_.cancel();
-    stream_.expires_after(kRequestTimeout);
+    stream_.expires_after(services_.requestTimeout);
     const Request& request = parser_->get();
     Response response = status == 200 ? makeResponse(request, http::status::ok,
                                                      "application/json;charset=utf-8", std::move(body))

@@ -27,6 +27,7 @@ struct HttpServices {
     const RequestGuard& guard;
     const StaticFiles& files;
     std::size_t maxMessageBytes;
+    std::chrono::milliseconds requestTimeout;
     std::chrono::milliseconds webSocketIdleTimeout;
     std::function<bool()> isReady;
     /// Takes note of a WebSocket, so that it can be closed at the end.
@@ -41,6 +42,9 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
     HttpSession(boost::beast::tcp_stream&& stream, const HttpServices& services);
 
     void run() { read(); }
+
+    /// Tells the peer that the server has too many connections, instead of `run`.
+    void refuse(std::size_t maxConnections);
 
     /// Cuts the connection, when the reply that is being written is out.
     void close();

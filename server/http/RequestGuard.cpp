@@ -35,11 +35,7 @@ bool RequestGuard::allowsOrigin(std::string_view origin, std::string_view host) 
         return true;
     }
     const std::size_t scheme = origin.find("://");
-    if (scheme == std::string_view::npos || origin.substr(scheme + 3) != host) {
-        return false;
-    }
-    // Without a token a name that was rebound to this machine would pass as the same origin.
-    return options_.token || isLoopbackHost(host);
+    return scheme != std::string_view::npos && origin.substr(scheme + 3) == host && allowsHost(host);
 }
 
 RequestGuard::Token RequestGuard::tokenOf(std::string_view target, std::string_view authorization) const {

@@ -35,6 +35,7 @@ TEST(Options, HaveDefaults) {
     EXPECT_EQ(options.pluginFolder, "/opt/yvm/bin/win64/connector_plugins");
     EXPECT_EQ(options.consoleFolder, std::nullopt);
     EXPECT_EQ(options.limits.maxMessageBytes, 67108864U);
+    EXPECT_EQ(options.maxConnections, 20'000U);
     EXPECT_EQ(options.limits.maxDepth, 512U);
     EXPECT_EQ(options.limits.maxBatchMessages, 1000U);
     EXPECT_EQ(options.limits.maxSessions, 10'000U);
@@ -132,6 +133,12 @@ TEST(Options, EachLimitIsReadFromTheCommandLineAndFromAFile) {
         EXPECT_EQ(parse({"--config", file.string()}).limits.*member, 78U) << name;
         EXPECT_EQ(std::to_string(parse({"--" + std::string(name), greatest}).limits.*member), greatest);
     }
+}
+
+TEST(Options, ConnectionsAreLimitedToo) {
+    EXPECT_EQ(parse({"--max-connections", "77"}).maxConnections, 77U);
+    EXPECT_EQ(complaintAbout({"--max-connections", "0"}),
+              "--max-connections: Value 0 not in range 1 to 1000000; see --help");
 }
 
 TEST(Options, ALimitOutOfRangeIsRefusedWithTheRange) {

@@ -8,6 +8,8 @@
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <gmock/gmock.h>
@@ -554,6 +556,14 @@ class PollingClient {
 
     void close() { stream_.close(); }
 
+    /// Raw text of one request or several.
+    void write(const std::string& text) { asio::write(stream_, asio::buffer(text)); }
+
+    static std::string requestText(const std::string& body) {
+        return "POST /bayeux HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\nContent-Length: " +
+               std::to_string(body.size()) + "\r\n\r\n" + body;
+    }
+
   private:
     asio::io_context context_;
     beast::tcp_stream stream_;
@@ -738,6 +748,245 @@ TEST_F(HttpServerTest, CountsWhatComesInAndGoesOut) {
     EXPECT_EQ(samples.at("yvm_connector_subscriptions"), "0");
     EXPECT_EQ(samples.at("yvm_connector_connections{transport=\"websocket\"}"), "0");
     EXPECT_EQ(samples.at("yvm_connector_sessions_ended_total{cause=\"disconnect\"}"), "1");
+}
+
+/// What comes over the network and is wrong, with a session beside it that must not notice.
+class BadNetworkTest : public HttpServerTest {
+  protected:
+    BadNetworkTest() { begin({}); }
+
+    ~BadNetworkTest() override {
+        EXPECT_THAT(bystander->exchange(bystander->message("/meta/connect", R"(,"advice":{"timeout":0})")),
+                    HasSubstr(R"("successful":true)"));
+        bystander.reset();
+    }
+
+    void begin(HttpServer::Options options) {
+        options.guard.token = "s3cret";
+        options.metrics = metrics;
+        bystander.reset();
+        start(std::move(options));
+        bystander.emplace(server->port(), "/bayeux?token=s3cret");
+        bystander->handshake();
+    }
+
+    /// Reads until the server closes. What it sent, or "still open" at the deadline.
+    static std::string readToEnd(beast::tcp_stream& stream, asio::io_context& context) {
+        std::string text;
+        beast::error_code error;
+        stream.expires_after(std::chrono::seconds(10));
+        asio::async_read(stream, asio::dynamic_buffer(text),
+                         [&](beast::error_code e, std::size_t) { error = e; });
+        context.restart();
+        context.run();
+        return error == beast::error::timeout ? "still open" : text;
+    }
+
+    beast::tcp_stream connect(asio::io_context& context) {
+        beast::tcp_stream stream(context);
+        stream.connect(tcp::endpoint(asio::ip::address_v4::loopback(), server->port()));
+        return stream;
+    }
+
+    static bool waitFor(const std::function<bool()>& condition) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::yield();
+        }
+        return true;
+    }
+
+    bool waitForSockets(std::uint64_t count) {
+        return waitFor([&] { return metrics->connections[metrics::Transport::WebSocket] == count; });
+    }
+
+    std::shared_ptr<metrics::Metrics> metrics = std::make_shared<metrics::Metrics>();
+    std::optional<WebSocketClient> bystander;
+};
+
+TEST_F(BadNetworkTest, AHeaderThatDripsIsCutHoweverLongItGoesOn) {
+    HttpServer::Options options;
+    options.requestTimeout = std::chrono::seconds(1);
+    begin(std::move(options));
+    asio::io_context context;
+    beast::tcp_stream stream = connect(context);
+    std::string dripped = "GET /healthz HTTP/1.1\r\nX-Slow: ";
+    beast::error_code error;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!error && std::chrono::steady_clock::now() < deadline) {
+        asio::write(stream, asio::buffer(dripped), error);
+        dripped = "x";
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_TRUE(error) << "still open";
+    EXPECT_TRUE(waitFor([&] { return metrics->refusals[metrics::RefusalReason::SlowRequest] == 1; }));
+}
+
+TEST_F(BadNetworkTest, ABodyThatDoesNotComeIsCut) {
+    HttpServer::Options options;
+    options.requestTimeout = std::chrono::seconds(1);
+    begin(std::move(options));
+    asio::io_context context;
+    beast::tcp_stream stream = connect(context);
+    const std::string whole = PollingClient::requestText(kHandshake);
+    asio::write(stream, asio::buffer(whole.substr(0, whole.size() - 1)));
+    EXPECT_EQ(readToEnd(stream, context), "");
+    EXPECT_TRUE(waitFor([&] { return metrics->refusals[metrics::RefusalReason::SlowRequest] == 1; }));
+}
+
+TEST_F(BadNetworkTest, AConnectionThatNeverSaysAnythingIsCut) {
+    HttpServer::Options options;
+    options.requestTimeout = std::chrono::seconds(1);
+    begin(std::move(options));
+    asio::io_context context;
+    beast::tcp_stream stream = connect(context);
+    EXPECT_EQ(readToEnd(stream, context), "");
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::SlowRequest], 0U) << "a rest is no request";
+}
+
+TEST_F(BadNetworkTest, AGiantHeaderIs431) {
+    asio::io_context context;
+    beast::tcp_stream stream = connect(context);
+    asio::write(stream, asio::buffer("GET / HTTP/1.1\r\nHost: x\r\nX-Long: " + std::string(100'000, 'x')));
+    EXPECT_THAT(readToEnd(stream, context), StartsWith("HTTP/1.1 431 "));
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::HeaderBytes], 1U);
+}
+
+TEST_F(BadNetworkTest, WhatIsNoHttpIs400) {
+    asio::io_context context;
+    beast::tcp_stream stream = connect(context);
+    asio::write(stream, asio::buffer(std::string("\x16\x03\x01 hello\r\n\r\n")));
+    EXPECT_THAT(readToEnd(stream, context), HasSubstr("400 Bad Request"));
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::BadHttp], 1U);
+}
+
+TEST_F(BadNetworkTest, ASocketCutInTheMiddleOfAFrameLosesNothingButItself) {
+    std::string clientId;
+    {
+        PollingClient polling(server->port());
+        clientId = polling.handshake();
+    }
+    ASSERT_TRUE(waitForSockets(1));
+    {
+        asio::io_context context;
+        beast::websocket::stream<beast::tcp_stream> socket(context);
+        beast::get_lowest_layer(socket).connect(
+            tcp::endpoint(asio::ip::address_v4::loopback(), server->port()));
+        socket.handshake("127.0.0.1", "/bayeux");
+        ASSERT_TRUE(waitForSockets(2));
+        // A masked text frame of 4096 bytes, of which a few come.
+        const std::string begun("\x81\xfe\x10\x00\x01\x02\x03\x04[{", 10);
+        asio::write(beast::get_lowest_layer(socket), asio::buffer(begun));
+        settle();
+    }
+    EXPECT_TRUE(waitForSockets(1));
+    WebSocketClient next(server->port());
+    next.clientId = clientId;
+    EXPECT_THAT(next.exchange(next.message("/meta/connect", R"(,"advice":{"timeout":0})")),
+                HasSubstr(R"("successful":true)"));
+}
+
+TEST_F(BadNetworkTest, RequestsInOnePieceAreAnsweredInOrderBehindAHeldOneToo) {
+    PollingClient polling(server->port());
+    PollingClient sending(server->port());
+    const std::string clientId = polling.handshake();
+    polling.write(
+        PollingClient::requestText(message(clientId, "/meta/subscribe", R"(,"subscription":"/service/a")")) +
+        PollingClient::requestText(message(clientId, "/meta/connect")) +
+        PollingClient::requestText(message(clientId, "/meta/subscribe", R"(,"subscription":"/service/b")")) +
+        "GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n");
+    EXPECT_THAT(polling.receive(), HasSubstr("/service/a"));
+    settle();
+    EXPECT_THAT(sending.exchange(message(clientId, "/meta/disconnect")), HasSubstr(R"("successful":true)"));
+    EXPECT_THAT(polling.receive(), HasSubstr(R"("channel":"/meta/connect")"));
+    EXPECT_THAT(polling.receive(), HasSubstr("402::Unknown client"));
+    EXPECT_EQ(polling.receive(), "ok\n");
+}
+
+TEST_F(BadNetworkTest, AFloodOfHandshakesIsRefusedUnseen) {
+    std::string flood = "[";
+    for (int i = 0; i < 1000; ++i) {
+        flood += i == 0 ? "" : ",";
+        flood +=
+            R"({"channel":"/meta/handshake","supportedConnectionTypes":["websocket"],"ext":{"token":"guess"}})";
+    }
+    WebSocketClient flooding(server->port());
+    EXPECT_THAT(flooding.exchange(flood + "]"), HasSubstr("503::too many failed handshakes"));
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::Unauthorized], 60U);
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::FailedHandshakes], 940U);
+}
+
+TEST_F(BadNetworkTest, OtherOriginsGetNeitherThroughThisDoorNorThat) {
+    const std::map<std::string, std::string> evil = {{"Origin", "https://evil.example"},
+                                                     {"Content-Type", "application/json"}};
+    EXPECT_EQ(WebSocketClient(server->port(), "/bayeux?token=s3cret", evil).response.result_int(), 403U);
+    EXPECT_EQ(request(beast::http::verb::post, "/bayeux?token=s3cret", evil, kHandshake).result_int(), 403U);
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::Origin], 2U);
+}
+
+TEST_F(BadNetworkTest, WhatAFormOrAQueryCouldSendIsNotExecuted) {
+    FakeModule fakeModule(broker);
+    const std::string publish =
+        message(bystander->clientId, "/yvm/attach/request", R"(,"data":{"requestID":"a"})");
+    const auto post = [&](const std::string& contentType, const std::string& body) {
+        return request(beast::http::verb::post, "/bayeux?token=s3cret", {{"Content-Type", contentType}}, body)
+            .result_int();
+    };
+    EXPECT_EQ(post("text/plain", publish), 415U);
+    EXPECT_EQ(post("application/x-www-form-urlencoded", "message=" + publish), 415U);
+    EXPECT_EQ(post("multipart/form-data; boundary=x", publish), 415U);
+    EXPECT_EQ(request(beast::http::verb::get, "/bayeux?token=s3cret&jsonp=f&message=[]").result_int(), 400U);
+    settle();
+    EXPECT_TRUE(fakeModule.requests().empty());
+    EXPECT_EQ(post("application/json", publish), 200U);
+    EXPECT_TRUE(fakeModule.waitForRequests(1));
+}
+
+TEST_F(BadNetworkTest, ConnectionsBeyondTheLimitAreToldSo) {
+    HttpServer::Options options;
+    options.maxConnections = 2;
+    begin(std::move(options));
+    std::optional<PollingClient> second(server->port());
+    second->handshake();
+    asio::io_context context;
+    beast::tcp_stream third = connect(context);
+    const std::string refusal = readToEnd(third, context);
+    EXPECT_THAT(refusal, StartsWith("HTTP/1.1 503 "));
+    EXPECT_THAT(refusal, HasSubstr("too many connections - the server takes 2\n"));
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::Connections], 1U);
+    third.close();
+    second.reset();
+    // The server learns of the end in its own time.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::string answer;
+    while (!answer.starts_with("HTTP/1.1 200 ") && std::chrono::steady_clock::now() < deadline) {
+        beast::tcp_stream next = connect(context);
+        beast::error_code error;
+        asio::write(
+            next, asio::buffer(std::string("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n")),
+            error);
+        answer = readToEnd(next, context);
+    }
+    EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 "));
+}
+
+TEST_F(HttpServerTest, WithoutATokenTheServerAnswersToLoopbackNamesOnly) {
+    HttpServer::Options options;
+    options.metrics = std::make_shared<metrics::Metrics>();
+    const auto metrics = options.metrics;
+    start(std::move(options));
+    const std::map<std::string, std::string> rebound = {
+        {"Origin", "http://evil.example"}, {"Host", "evil.example"}, {"Content-Type", "application/json"}};
+    EXPECT_EQ(request(beast::http::verb::post, "/bayeux", rebound, kHandshake).result_int(), 403U);
+    EXPECT_EQ(WebSocketClient(server->port(), "/bayeux", rebound).response.result_int(), 403U);
+    const auto page = request(beast::http::verb::get, "/metrics", {{"Host", "evil.example:8888"}});
+    EXPECT_EQ(page.result_int(), 403U);
+    EXPECT_EQ(page.body(), "without a token the server is called by a loopback name only\n");
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::Host], 3U);
+    EXPECT_EQ(request(beast::http::verb::get, "/healthz", {{"Host", "localhost"}}).result_int(), 200U);
 }
 
 TEST_F(HttpServerTest, APortThatIsTakenIsRefused) {

@@ -25,6 +25,17 @@ TEST(RequestGuard, FindsTheTokenInQueryAndHeader) {
     EXPECT_EQ(guard.tokenOf("/bayeux?token=other", "Bearer s3cret"), Token::Wrong);
 }
 
+TEST(RequestGuard, WithoutATokenTheHostIsALoopbackName) {
+    const RequestGuard open({});
+    for (const char* host : {"127.0.0.1:8888", "localhost", "localhost:1", "[::1]:8888"}) {
+        EXPECT_TRUE(open.allowsHost(host)) << host;
+    }
+    for (const char* host : {"", "evil.example", "127.0.0.1.evil.example", "localhost.evil.example:8888"}) {
+        EXPECT_FALSE(open.allowsHost(host)) << host;
+    }
+    EXPECT_TRUE(RequestGuard({.token = "t", .allowedOrigins = {}}).allowsHost("my.example"));
+}
+
 TEST(RequestGuard, WithoutATokenAllAreRight) {
     const RequestGuard guard({});
     EXPECT_EQ(guard.tokenOf("/bayeux?token=any", "Bearer any"), Token::Right);
