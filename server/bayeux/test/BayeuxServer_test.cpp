@@ -671,7 +671,7 @@ TEST_F(BayeuxServerTest, ASlowReaderIsToldWhyItsSessionEnds) {
 }
 
 TEST_F(BayeuxServerTest, WithoutAHeldConnectTheEndIsADisconnect) {
-    const std::string clientId = openSession(connection);
+    openSession(connection);
     now += std::chrono::minutes(2);
     server->advance();
     EXPECT_EQ(connection->take(),
