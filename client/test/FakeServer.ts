@@ -24,6 +24,8 @@ export class FakeServer {
     readonly published: { channel: string; data: Record<string, unknown> }[] = [];
     /** Subscriptions in the order of arrival, those of all sessions. */
     readonly subscribed: string[] = [];
+    /** How many handshakes have arrived. */
+    handshakes = 0;
     /** Error texts of publishes that are to be refused, by channel. */
     readonly refusals = new Map<string, string>();
     /** Channels on which nothing is answered. */
@@ -132,6 +134,7 @@ export class FakeServer {
             }
         };
         if (channel === "/meta/handshake") {
+            this.handshakes += 1;
             if (message.ext?.token !== this.token) {
                 reply({ successful: false, error: "401::wrong token", advice: { reconnect: "none" } });
                 return;

@@ -1,16 +1,17 @@
-import { asArray, readResponse, readTextMessage } from "./checks.js";
-import { ClosedError, YvmError } from "./errors.js";
-import { RequestFuture, type RequestDriver, type TextOptions } from "./RequestFuture.js";
+import type { CancelOptions, CancelStatus } from "./CancelStatus.js";
+import { asArray, asString, readResponse, readTextMessage, type JsonObject } from "./checks.js";
+import { AbortedError, ClosedError, ConnectionError, YvmError } from "./errors.js";
+import { RequestFuture, type RequestDriver, type RequestOptions } from "./RequestFuture.js";
 import type { RunOptions } from "./RunOptions.js";
 import { decodeYda, encodeYda, type YdaInput, type YdaValue } from "./yda.js";
 
-export interface EvalOptions extends TextOptions {
+export interface EvalOptions extends RequestOptions {
     /** Enter the command into the engine's history, as one that a person typed. Default false. */
     readonly isUserEval?: boolean;
     readonly runOptions?: RunOptions;
 }
 
-export interface FevalOptions extends TextOptions {
+export interface FevalOptions extends RequestOptions {
     /** How many outputs to ask for; 0 discards what the function returns. Default 1. */
     readonly numOutputs?: number;
     /** How the outputs travel. Both are decoded to the same values. Default "preferYDAShort". */
@@ -30,7 +31,12 @@ export interface EvalResult {
 
 /** What an attached client needs of its connection. */
 export interface ClientHost {
-    publish(channel: string, data: Readonly<Record<string, unknown>>): Promise<void>;
+    publish(channel: string, data: JsonObject): Promise<void>;
+    /**
+     * Resolves when a link that was lost is up again. Rejects if the server no longer knows the session,
+     * which means that it has stopped all requests, and if the connection is closed.
+     */
+    untilLinkIsBack(): Promise<void>;
     detach(client: Client): Promise<void>;
 }
 
@@ -102,6 +108,33 @@ export class Client {
         );
     }
 
+    /**
+     * Asks the engine to stop one request of this client, and tells what became of it. See
+     * `RequestFuture.cancel`, which is the same.
+     *
+     * The answer comes when the request has really stopped. A command that cannot be interrupted puts it off.
+     */
+    async cancel(requestID: string, { interrupt = false }: CancelOptions = {}): Promise<CancelStatus> {
+        const body = await this.#request("/cancel", { requestIDtoCancel: requestID, interrupt });
+        return asString(body["cancelStatus"], "cancelStatus");
+    }
+
+    /**
+     * Stops all requests whose run options name the group in `groupNames`, those of other clients too. Each
+     * of them settles by its own answer. Resolves when the engine was asked, whether there were any or not.
+     */
+    async cancelGroup(name: string, { interrupt = false }: CancelOptions = {}): Promise<void> {
+        await this.#request("/cancelGroup", { requestGroupNametoCancel: name, interrupt });
+    }
+
+    /**
+     * Interrupts the command that the engine runs, whoever sent it; what waits is not touched. Resolves when
+     * the engine was asked, whether it runs something or not.
+     */
+    async interrupt(): Promise<void> {
+        await this.#request("/interrupt", {});
+    }
+
     /** Leaves the engine. Open requests are cancelled there and reject with ClosedError here. */
     detach(): Promise<void> {
         return this.#host.detach(this);
@@ -118,11 +151,14 @@ export class Client {
                 break;
             }
             case "/eval/response":
-            case "/feval/response": {
+            case "/feval/response":
+            case "/cancel/response":
+            case "/cancelGroup/response":
+            case "/interrupt/response": {
                 const response = readResponse(data, channel);
                 const request = this.#open.get(response.requestID);
                 if (request === undefined || suffix !== `${request.channel}/response`) {
-                    break; // of a request that was given up when the connection was lost
+                    break; // of a request that was aborted, or given up when the connection was lost
                 }
                 this.#open.delete(response.requestID);
                 if (response.error) {
@@ -159,25 +195,72 @@ export class Client {
 
     #send<T>(
         channel: string,
-        keys: Readonly<Record<string, unknown>>,
-        options: TextOptions,
-        readResult: (body: Readonly<Record<string, unknown>>, future: RequestFuture<T>) => T,
+        keys: JsonObject,
+        options: RequestOptions,
+        readResult: (body: JsonObject, future: RequestFuture<T>) => T,
     ): RequestFuture<T> {
-        const requestID = String(++this.#requestCount);
-        const future = new RequestFuture<T>(requestID, channel, options, readResult, (driver) => {
-            if (this.#closed) {
-                driver.fail(new ClosedError("The client is detached", { cause: this.#closed }));
-                return;
-            }
-            this.#open.set(requestID, driver);
-            this.#host
-                .publish(`${this.channelPrefix}${channel}/request`, { requestID, ...keys })
-                .catch((error: unknown) => {
+        const requestID = this.#newRequestID();
+        const { signal, ...rest } = options;
+        const isAborted = signal?.aborted === true;
+        return new RequestFuture<T>(
+            requestID,
+            channel,
+            isAborted ? rest : options,
+            {
+                cancel: (cancelOptions) => this.cancel(requestID, cancelOptions),
+                abort: (driver, reason) => {
                     this.#open.delete(requestID);
-                    driver.fail(error as Error);
-                });
+                    driver.fail(new AbortedError(reason, this.#cancelAborted(requestID)));
+                },
+            },
+            readResult,
+            (driver) => {
+                if (isAborted) {
+                    driver.fail(new AbortedError(signal.reason));
+                } else {
+                    this.#publish(requestID, keys, driver);
+                }
+            },
+        );
+    }
+
+    /** A request without text, given its keys; resolves to the body of the answer. */
+    #request(channel: string, keys: JsonObject): Promise<JsonObject> {
+        return new Promise((respond, fail) => {
+            this.#publish(this.#newRequestID(), keys, { channel, pushText: () => undefined, respond, fail });
         });
-        return future;
+    }
+
+    #newRequestID(): string {
+        return String(++this.#requestCount);
+    }
+
+    #publish(requestID: string, keys: JsonObject, driver: RequestDriver): void {
+        if (this.#closed) {
+            driver.fail(new ClosedError("The client is detached", { cause: this.#closed }));
+            return;
+        }
+        this.#open.set(requestID, driver);
+        this.#host
+            .publish(`${this.channelPrefix}${driver.channel}/request`, { requestID, ...keys })
+            .catch((error: unknown) => {
+                this.#open.delete(requestID);
+                driver.fail(error as Error);
+            });
+    }
+
+    /** Whoever aborted a request no longer looks after it, so a cancel that was lost is sent again. */
+    async #cancelAborted(requestID: string): Promise<CancelStatus> {
+        for (;;) {
+            try {
+                return await this.cancel(requestID, { interrupt: true });
+            } catch (error) {
+                if (!(error instanceof ConnectionError)) {
+                    throw error;
+                }
+                await this.#host.untilLinkIsBack();
+            }
+        }
     }
 }
 

@@ -1,3 +1,4 @@
+import { startAbortable, type AbortOptions } from "./abort.js";
 import { asString, readResponse, type JsonObject, type Response } from "./checks.js";
 import { Client } from "./Client.js";
 import { ClosedError, ConnectionError, YvmError } from "./errors.js";
@@ -6,6 +7,9 @@ import type { Subscription, Transport, TransportEvents } from "./transport.js";
 const attachChannel = "/yvm/attach";
 const detachChannel = "/yvm/detach";
 const supportedApiVersions = ["r24a0"];
+
+/** Milliseconds until something that failed is tried again over a link that seems to be up. */
+const linkPatience = 1000;
 
 /**
  * - "connected": requests go out and answers come in
@@ -17,7 +21,7 @@ export type ConnectionStatus =
     | { readonly state: "lost"; readonly reason: Error }
     | { readonly state: "closed"; readonly reason: Error };
 
-export interface AttachOptions {
+export interface AttachOptions extends AbortOptions {
     /**
      * Names the client and its channels: 1 to 64 letters, digits, `-` and `_`, not in use by another
      * session. Default a random one.
@@ -35,8 +39,8 @@ interface Attached {
     subscription: Subscription;
 }
 
-interface PendingResponse {
-    resolve(response: Response): void;
+interface Waiter<T> {
+    resolve(value: T): void;
     reject(reason: Error): void;
 }
 
@@ -48,7 +52,9 @@ export class Connection {
     /** Identifiers of attached clients, and of those about to be. */
     readonly #identifiers = new Set<string>();
     /** Attaches and detaches that wait for their response, by channel and requestID. */
-    readonly #pending = new Map<string, PendingResponse>();
+    readonly #pending = new Map<string, Waiter<Response>>();
+    /** Whoever waits for a lost link to be up again. */
+    #linkWaiters: Waiter<void>[] = [];
     readonly #statusListeners = new Set<(status: ConnectionStatus) => void>();
     #status: ConnectionStatus = { state: "connected" };
     #ownChannels: Promise<unknown> | undefined;
@@ -76,9 +82,18 @@ export class Connection {
     }
 
     /** @internal Use `connect`. */
-    static async open(createTransport: (events: TransportEvents) => Transport): Promise<Connection> {
+    static async open(
+        createTransport: (events: TransportEvents) => Transport,
+        { signal }: AbortOptions,
+    ): Promise<Connection> {
         const connection = new Connection(createTransport);
-        await connection.#transport.open();
+        await startAbortable(
+            signal,
+            () => connection.#transport.open(),
+            () => {
+                void connection.disconnect();
+            },
+        );
         return connection;
     }
 
@@ -96,11 +111,21 @@ export class Connection {
      * Attaches to the engine. Waits while the engine is starting.
      *
      * @throws YvmError if the module refuses it, RefusedError if the server does, e.g. because another
-     * session uses the identifier, TypeError if this connection does
+     * session uses the identifier, TypeError if this connection does, AbortedError
      */
-    async attach(options: AttachOptions = {}): Promise<Client> {
+    attach(options: AttachOptions = {}): Promise<Client> {
+        return startAbortable(
+            options.signal,
+            () => this.#attach(options.requestID ?? this.#newIdentifier()),
+            (attached) => {
+                // The engine may have taken the client, or take it later. Where it does not, all is well.
+                attached.then((client) => client.detach()).catch(() => undefined);
+            },
+        );
+    }
+
+    async #attach(requestID: string): Promise<Client> {
         this.#requireOpen();
-        const requestID = options.requestID ?? this.#newIdentifier();
         if (this.#identifiers.has(requestID)) {
             // The module would answer with success, and two clients would share one set of channels.
             throw new TypeError(`A client of this connection is attached as "${requestID}" already`);
@@ -118,6 +143,7 @@ export class Connection {
         const { apiVersion, channelPrefix } = await this.#requestAttach(requestID);
         const client = new Client(requestID, apiVersion, channelPrefix, {
             publish: (channel, data) => this.#publish(channel, data),
+            untilLinkIsBack: () => this.#untilLinkIsBack(),
             detach: (detached) => this.#detach(detached),
         });
         // The server lets us subscribe below the prefix only once we are attached.
@@ -188,6 +214,24 @@ export class Connection {
         await this.#transport.publish(channel, data);
     }
 
+    #untilLinkIsBack(): Promise<void> {
+        return new Promise((resolve, reject) => {
+            this.#requireOpen();
+            if (this.#status.state === "connected") {
+                // What failed told of the loss before the transport did, or tells of it too late.
+                setTimeout(resolve, linkPatience);
+            } else {
+                this.#linkWaiters.push({ resolve, reject });
+            }
+        });
+    }
+
+    #takeLinkWaiters(): Waiter<void>[] {
+        const waiters = this.#linkWaiters;
+        this.#linkWaiters = [];
+        return waiters;
+    }
+
     #onMessage(channel: string, data: unknown): void {
         try {
             if (channel === `${attachChannel}/response`) {
@@ -226,12 +270,21 @@ export class Connection {
 
     async #onRestored(session: "kept" | "new"): Promise<void> {
         if (session === "new") {
-            this.#failOpen(new ConnectionError("The server no longer knows this session"));
+            const reason = new ConnectionError("The server no longer knows this session");
+            this.#failOpen(reason);
+            for (const waiter of this.#takeLinkWaiters()) {
+                waiter.reject(reason);
+            }
             this.#ownChannels = undefined;
             await Promise.all([...this.#clients.values()].map((attached) => this.#attachAgain(attached)));
         }
         if (this.#status.state === "lost") {
             this.#setStatus({ state: "connected" });
+        }
+        if (session === "kept") {
+            for (const waiter of this.#takeLinkWaiters()) {
+                waiter.resolve();
+            }
         }
     }
 
@@ -264,6 +317,9 @@ export class Connection {
         }
         this.#setStatus({ state: "closed", reason });
         this.#failOpen(reason);
+        for (const waiter of this.#takeLinkWaiters()) {
+            waiter.reject(reason);
+        }
         for (const { client } of this.#clients.values()) {
             client.close(reason);
         }

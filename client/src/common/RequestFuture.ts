@@ -1,3 +1,5 @@
+import { listenForAbort, type AbortOptions } from "./abort.js";
+import type { CancelOptions, CancelStatus } from "./CancelStatus.js";
 import type { TextChunk } from "./checks.js";
 
 /** How a request is driven from the inside; users see the RequestFuture alone. */
@@ -10,7 +12,14 @@ export interface RequestDriver {
     fail(reason: Error): void;
 }
 
-export interface TextOptions {
+/** How a request is stopped; given by the client that makes it. */
+export interface RequestStopper {
+    cancel(options: CancelOptions): Promise<CancelStatus>;
+    /** The signal was aborted while the request was open: fails it. */
+    abort(driver: RequestDriver, reason: unknown): void;
+}
+
+export interface RequestOptions extends AbortOptions {
     /**
      * Called with each piece of text as it arrives, before the request is settled. What it throws
      * rejects the request.
@@ -30,6 +39,7 @@ export interface TextOptions {
  * has arrived. It rejects with
  * - YvmError if the command failed or was not accepted by the engine,
  * - RefusedError if the server did not take the message,
+ * - AbortedError if the signal that it was given was aborted,
  * - ConnectionError if the connection was lost, and it is unknown how the command ended,
  * - ClosedError if the client was detached or the connection closed from this side.
  */
@@ -38,6 +48,7 @@ export class RequestFuture<T> implements PromiseLike<T> {
     readonly requestID: string;
     /** The result as an ordinary promise. */
     readonly done: Promise<T>;
+    readonly #stopper: RequestStopper;
     readonly #chunks: TextChunk[] = [];
     #settled = false;
     /** Wakes the readers of `output`, each of which waits for at most one call. */
@@ -45,21 +56,28 @@ export class RequestFuture<T> implements PromiseLike<T> {
 
     /**
      * @param requestID identifier of the request
-     * @param options what happens to its text
+     * @param options what happens to its text, and the signal, which is not aborted yet
+     * @param stopper what stops it
      * @param readResult makes the result from the response's body and the text, or throws
      * @param expose is given the driver
      */
     constructor(
         requestID: string,
         channel: string,
-        options: TextOptions,
+        options: RequestOptions,
+        stopper: RequestStopper,
         readResult: (body: Readonly<Record<string, unknown>>, future: RequestFuture<T>) => T,
         expose: (driver: RequestDriver) => void,
     ) {
         this.requestID = requestID;
+        this.#stopper = stopper;
         this.done = new Promise((resolve, reject) => {
+            const stopListening = listenForAbort(options.signal, () => {
+                stopper.abort(driver, options.signal?.reason);
+            });
             const settle = () => {
                 this.#settled = true;
+                stopListening();
                 this.#wakeReaders();
             };
             const fail = (reason: unknown) => {
@@ -67,7 +85,7 @@ export class RequestFuture<T> implements PromiseLike<T> {
                 // eslint-disable-next-line @typescript-eslint/prefer-promise-reject-errors -- passed on as thrown
                 reject(reason);
             };
-            expose({
+            const driver: RequestDriver = {
                 channel,
                 pushText: (chunk) => {
                     if (options.keepText ?? true) {
@@ -86,7 +104,8 @@ export class RequestFuture<T> implements PromiseLike<T> {
                     resolve(Promise.resolve().then(() => readResult(body, this)));
                 },
                 fail,
-            });
+            };
+            expose(driver);
         });
     }
 
@@ -96,6 +115,17 @@ export class RequestFuture<T> implements PromiseLike<T> {
         onRejected?: ((reason: unknown) => R2 | PromiseLike<R2>) | null,
     ): Promise<R1 | R2> {
         return this.done.then(onFulfilled, onRejected);
+    }
+
+    /**
+     * Asks the engine to stop this request; what it says is what became of it. The request settles by its
+     * own answer, in either order: if it was stopped, with a YvmError of status 3.
+     *
+     * May be repeated, for a command that has caught the interrupt and goes on. Also of use when the
+     * connection was lost, and with it the answer of a command that still runs.
+     */
+    cancel(options: CancelOptions = {}): Promise<CancelStatus> {
+        return this.#stopper.cancel(options);
     }
 
     /** The text that has come so far, of both streams in the order of arrival. */

@@ -1,3 +1,5 @@
+import type { CancelStatus } from "./CancelStatus.js";
+
 /**
  * Everything that this library rejects or throws with is one of these classes, so that a caller
  * can tell a failed command from a refused message and from a lost connection.
@@ -91,6 +93,25 @@ export class RefusedError extends Error {
 /** The connection was disconnected or the client was detached, by this side, before an answer came. */
 export class ClosedError extends Error {
     override readonly name = "ClosedError";
+}
+
+/** The caller's AbortSignal was aborted before the call had settled. Its `cause` is the signal's reason. */
+export class AbortedError extends Error {
+    override readonly name = "AbortedError";
+    /**
+     * What the engine says became of the request; undefined if there was none to cancel, since the signal
+     * was aborted before anything was sent, or the call was no request of the engine's.
+     *
+     * It settles when the request has really stopped, which a command that cannot be interrupted puts off.
+     * It rejects like any other call if the answer cannot come any more, and need not be looked at.
+     */
+    readonly cancelStatus: Promise<CancelStatus> | undefined;
+
+    constructor(reason: unknown, cancelStatus?: Promise<CancelStatus>) {
+        super("The call was aborted", { cause: reason });
+        cancelStatus?.catch(() => undefined); // nobody has to wait for it
+        this.cancelStatus = cancelStatus;
+    }
 }
 
 /** The server sent something that this library does not understand. */

@@ -1,0 +1,21 @@
+/**
+ * What became of a request that was to be cancelled:
+ *
+ * - "CANCEL_BEFORE_RUNNING": it waited, and will never run
+ * - "CANCEL_WHILE_RUNNING": it ran, and has stopped
+ * - "UNABLE_TO_CANCEL_ALREADY_DONE": it ended by itself, or was never known
+ * - "UNABLE_TO_CANCEL_OTHER": it runs and was not to be interrupted, or could not be cancelled
+ *
+ * Any other text of a later server is passed on as it is.
+ */
+export type CancelStatus =
+    | "CANCEL_BEFORE_RUNNING"
+    | "CANCEL_WHILE_RUNNING"
+    | "UNABLE_TO_CANCEL_ALREADY_DONE"
+    | "UNABLE_TO_CANCEL_OTHER"
+    | (string & Record<never, never>);
+
+export interface CancelOptions {
+    /** Stop what runs already, too. Default false: only what waits is cancelled. */
+    readonly interrupt?: boolean;
+}
