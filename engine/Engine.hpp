@@ -43,8 +43,12 @@ struct EngineOptions {
 ///
 /// Commands of `DEQUEUE_AT_BOOTSTRAP` run after the start-up script and before the first prompt; later ones
 /// come first at the next prompt. Commands of `DEQUEUE_AT_PPE` run at pre-emption points of running Python
-/// code: between two bytecodes and inside waits that know EINTR. They wait while an import is in progress
-/// and above `maxPreemptionDepth` others of their kind; then the next prompt or pause takes them.
+/// code: between two bytecodes and inside waits that know EINTR. They wait for the end of an import, and
+/// above `maxPreemptionDepth` others of their kind for the end of one of those.
+///
+/// An interrupt raises `yvm.Interrupt`, a KeyboardInterrupt, in the command that it is meant for and in no
+/// other. Code that catches it goes on and can be interrupted again; the third within two seconds is raised
+/// before each further line until the command has ended.
 ///
 /// Order of life: made by `start`; `stop`, then destroyed. The process is to end by `std::_Exit` or
 /// `std::quick_exit` after `stop`, or by a normal exit: the interpreter is frozen then and touches nothing

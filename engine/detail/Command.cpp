@@ -2,6 +2,7 @@
 
 #include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/Gil.hpp"
+#include "engine/detail/Insistence.hpp"
 
 #include <boost/shared_ptr.hpp>
 
@@ -66,9 +67,33 @@ Command::Command(cmddistributor::TakenCommand taken, cmddistributor::Moment mome
       output_(chooseSink(taken_.request->getOutSink(), taken_.runOptions.getOutSink(), defaults.out()),
               chooseSink(taken_.request->getErrSink(), taken_.runOptions.getErrSink(), defaults.err())) {}
 
+Command::~Command() = default;
+
 bool Command::isOfPrompt() const noexcept {
     using cmddistributor::Moment;
     return moment_ == Moment::Boot || moment_ == Moment::TopPrompt || moment_ == Moment::DebugPrompt;
+}
+
+bool Command::takeInterrupt(Clock::time_point now) noexcept {
+    if (!interruptRequested_.exchange(false)) {
+        return false;
+    }
+    mustNotSwallow_ =
+        mustNotSwallow_ || (interruptsTaken_ >= 2 && now - lastButOneTaken_ <= insistenceWindow);
+    ++interruptsTaken_;
+    lastButOneTaken_ = std::exchange(lastTaken_, now);
+    return true;
+}
+
+void Command::insist() {
+    if (insistence_ == nullptr) {
+        insistence_ = std::make_unique<Insistence>(*this);
+    }
+}
+
+void Command::setInterruptible(bool interruptible) noexcept {
+    insistence_.reset();
+    interruptible_ = interruptible;
 }
 
 CommandScope::CommandScope(std::shared_ptr<Command> command)

@@ -6,12 +6,15 @@
 #include "ylutil/io/StreamTypeEnum.hpp"
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string_view>
 
 namespace yvm::engine {
+
+class Insistence;
 
 /// The two destinations of a piece of work's text.
 ///
@@ -46,9 +49,17 @@ class OutputStreams {
 class Command {
   public:
     using IDType = cmddistributor::CmdDistributor::IDType;
+    using Clock = std::chrono::steady_clock;
+
+    /// The third interrupt within this time insists. Long enough for a person who presses a button again and
+    /// again; a command that is interrupted now and then, and means to catch it, is not meant.
+    static constexpr std::chrono::seconds insistenceWindow{2};
 
     /// `defaults` take the text of a stream that the command has not of its own.
     Command(cmddistributor::TakenCommand taken, cmddistributor::Moment moment, const OutputStreams& defaults);
+    ~Command();
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
 
     const IDType& id() const noexcept { return taken_.id; }
     const cmddistributor::CmdRequest& request() const noexcept { return *taken_.request; }
@@ -61,23 +72,26 @@ class Command {
     /// Whether it runs at a pre-emption point of the command beneath it.
     bool isOfPreemption() const noexcept { return moment_ == cmddistributor::Moment::PreemptionPoint; }
 
-    /// Asks the command to stop. From any thread. A second request, after the first was swallowed by the
-    /// command, counts again.
-    void requestInterrupt() noexcept { interruptRequested_ = true; }
-    /// Whether an interrupt is to be raised now; it counts as raised. Engine thread.
-    bool takeInterrupt() noexcept {
-        const bool taken = interruptRequested_.exchange(false);
-        wasInterrupted_ = wasInterrupted_ || taken;
-        return taken;
-    }
+    /// Asks the command to stop; false if it is asked already, and has not noticed. From any thread. A
+    /// request after an earlier one was swallowed by the command counts again.
+    bool requestInterrupt() noexcept { return !interruptRequested_.exchange(true); }
+    /// Whether an interrupt is to be raised now; it counts as raised at `now`. Engine thread.
+    bool takeInterrupt(Clock::time_point now = Clock::now()) noexcept;
     /// Whether one has been raised in it. Engine thread.
-    bool wasInterrupted() const noexcept { return wasInterrupted_; }
+    bool wasInterrupted() const noexcept { return interruptsTaken_ > 0; }
     bool isInterruptRequested() const noexcept { return interruptRequested_; }
+    /// Whether the interrupts were so many within the window that the command is not to swallow the last one.
+    /// Engine thread.
+    bool mustNotSwallow() const noexcept { return mustNotSwallow_; }
+    /// From now on no code of the command handles the interrupt, until `setInterruptible`. Engine thread,
+    /// with the GIL held.
+    void insist();
 
     /// Whether code of the user runs in it, and not code of the engine that an interrupt would damage.
     /// Engine thread.
     bool isInterruptible() const noexcept { return interruptible_; }
-    void setInterruptible(bool interruptible) noexcept { interruptible_ = interruptible; }
+    /// With the GIL held.
+    void setInterruptible(bool interruptible) noexcept;
 
     /// Set when the command has been settled, whatever threads of it live on.
     void markSettled() noexcept { settled_ = true; }
@@ -89,8 +103,13 @@ class Command {
     OutputStreams output_;
     std::atomic<bool> interruptRequested_{false};
     std::atomic<bool> settled_{false};
-    bool interruptible_ = false;   // engine thread
-    bool wasInterrupted_ = false;  // engine thread
+    // Of the engine thread.
+    bool interruptible_ = false;
+    std::size_t interruptsTaken_ = 0;
+    Clock::time_point lastTaken_;
+    Clock::time_point lastButOneTaken_;
+    bool mustNotSwallow_ = false;
+    std::unique_ptr<Insistence> insistence_;
 };
 
 /// Marks the calling thread as working for a command while the scope lasts: its text goes to that command's

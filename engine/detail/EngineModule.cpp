@@ -146,8 +146,12 @@ void endForkedChild(py::handle exception) noexcept {
     ::_exit(EXIT_SUCCESS);
 }
 
-void raiseInterrupt() {
+void setInterrupt() noexcept {
     PyErr_SetString(interruptType, "the command was interrupted");
+}
+
+void raiseInterrupt() {
+    setInterrupt();
     throw py::error_already_set();
 }
 

@@ -13,6 +13,8 @@ void createEngineModule(EngineThread& engine);
 /// Raises the engine's interrupt: a class of its own below KeyboardInterrupt, so that users see the usual
 /// type and the engine can tell it from one that they raise themselves. With the GIL held.
 [[noreturn]] void raiseInterrupt();
+/// The same for callers in C: sets it as Python's current error.
+void setInterrupt() noexcept;
 
 /// Ends this process, a child whose forked code has come to its end by `exception` or with None, as Python
 /// would end it. With the GIL held.

@@ -79,14 +79,23 @@ class NestedState {
     std::array<py::object, names.size()> saved_;
 };
 
+/// How many commands run at one pre-emption point, so that the command beneath goes on, if slowly, however
+/// many come. Many, since another point may be a repeated signal away.
+constexpr int preemptionBatch = 16;
+
 /// Whether code of the import system is below `frame`: it holds locks of modules that are half made.
 bool isInImport(py::object frame) {
-    while (!frame.is_none()) {
-        const std::string file = toUtf8(frame.attr("f_code").attr("co_filename"));
-        if (file == "<frozen importlib._bootstrap>" || file == "<frozen importlib._bootstrap_external>") {
+    // By the interpreter's own interface, as a deep recursion has many frames.
+    while (frame && !frame.is_none()) {
+        auto* const raw = reinterpret_cast<PyFrameObject*>(frame.ptr());
+        const auto code =
+            py::reinterpret_steal<py::object>(reinterpret_cast<PyObject*>(PyFrame_GetCode(raw)));
+        auto* const file = reinterpret_cast<PyCodeObject*>(code.ptr())->co_filename;
+        if (PyUnicode_CompareWithASCIIString(file, "<frozen importlib._bootstrap>") == 0 ||
+            PyUnicode_CompareWithASCIIString(file, "<frozen importlib._bootstrap_external>") == 0) {
             return true;
         }
-        frame = frame.attr("f_back");
+        frame = py::reinterpret_steal<py::object>(reinterpret_cast<PyObject*>(PyFrame_GetBack(raw)));
     }
     return false;
 }
@@ -141,6 +150,7 @@ void EngineThread::run(const std::optional<std::filesystem::path>& venv,
         const WithoutGil released;
         {
             const std::lock_guard lock(framesMutex_);
+            repeater_.emplace(preemptionSignal());
             armed_ = true;
         }
         ready.set_value();
@@ -148,6 +158,7 @@ void EngineThread::run(const std::optional<std::filesystem::path>& venv,
         serve(Moment::TopPrompt, std::nullopt);
         const std::lock_guard lock(framesMutex_);
         armed_ = false;
+        repeater_.reset();
     }
     runner_->runExitFunctions();
     {
@@ -184,9 +195,8 @@ void EngineThread::interruptAll() {
     {
         const std::lock_guard lock(framesMutex_);
         for (const auto& frame : frames_) {
-            frame->requestInterrupt();
+            requestInterruptLocked(*frame);
         }
-        sendLocked(interruptSignal());
     }
     wake();
 }
@@ -199,10 +209,16 @@ void EngineThread::interruptPrompt() {
         if (frame == frames_.rend()) {
             return;
         }
-        (*frame)->requestInterrupt();
-        sendLocked(interruptSignal());
+        requestInterruptLocked(**frame);
     }
     wake();
+}
+
+void EngineThread::requestInterruptLocked(Command& command) {
+    // Who asked before has sent the signal, and it is repeated; a second would only fill the kernel's queue.
+    if (command.requestInterrupt()) {
+        sendLocked(interruptSignal());
+    }
 }
 
 void EngineThread::wake() {
@@ -215,9 +231,9 @@ void EngineThread::wake() {
 }
 
 void EngineThread::requestPreemption() {
-    // One signal runs all commands that are due; a second before that would only fill the kernel's queue.
-    if (!preemptionRequested_.exchange(true)) {
-        const std::lock_guard lock(framesMutex_);
+    const std::lock_guard lock(framesMutex_);
+    // One signal runs all commands that are due.
+    if (!std::exchange(preemptionRequested_, true)) {
         sendLocked(preemptionSignal());
     }
 }
@@ -228,8 +244,7 @@ void EngineThread::interrupt(const IDType& id) {
         const auto frame = std::find_if(frames_.begin(), frames_.end(),
                                         [&id](const auto& candidate) { return candidate->id() == id; });
         if (frame != frames_.end()) {
-            (*frame)->requestInterrupt();
-            sendLocked(interruptSignal());
+            requestInterruptLocked(**frame);
         } else if (taking_) {
             earlyInterrupts_.push_back(id);
         }
@@ -256,9 +271,7 @@ void EngineThread::pause(double seconds) {
         }
         serve(Moment::Pause, deadline);
     }
-    if (!frames_.empty() && frames_.back()->takeInterrupt()) {
-        raiseInterrupt();
-    }
+    raiseDueInterrupt();
 }
 
 std::vector<std::string> EngineThread::runningIds() const {
@@ -277,30 +290,59 @@ std::vector<std::string> EngineThread::waitingIds() const {
     return toTexts(queue_->waiting());
 }
 
+void EngineThread::raiseDueInterrupt() {
+    if (frames_.empty() || !frames_.back()->isInterruptible() || !frames_.back()->takeInterrupt()) {
+        return;
+    }
+    if (frames_.back()->mustNotSwallow()) {
+        frames_.back()->insist();
+    }
+    raiseInterrupt();
+}
+
 void EngineThread::onInterruptSignal() {
-    if (!frames_.empty() && frames_.back()->isInterruptible() && frames_.back()->takeInterrupt()) {
-        raiseInterrupt();
+    if (!ForkedChild::isThis()) {
+        raiseDueInterrupt();
     }
 }
 
 void EngineThread::onPreemptionSignal(const py::object& frame) {
-    preemptionRequested_ = false;
-    const auto depth = std::count_if(frames_.begin(), frames_.end(),
-                                     [](const auto& command) { return command->isOfPreemption(); });
-    // At the limit nothing is lost: the level beneath takes what still waits when this one has ended.
-    if (frames_.empty() || depth >= Engine::maxPreemptionDepth || ForkedChild::isThis() ||
-        isInImport(frame)) {
+    if (ForkedChild::isThis()) {
+        return;
+    }
+    if (!frames_.empty() && isInImport(frame)) {
+        // The request stands, and its signal is repeated until the import is over.
+        raiseDueInterrupt();
         return;
     }
     {
+        const std::lock_guard lock(framesMutex_);
+        preemptionRequested_ = false;
+        stopRepeatingLocked();
+    }
+    const auto depth = std::count_if(frames_.begin(), frames_.end(),
+                                     [](const auto& command) { return command->isOfPreemption(); });
+    // At the limit nothing is lost: the level beneath takes what still waits when this one has ended.
+    if (!frames_.empty() && depth < Engine::maxPreemptionDepth) {
         const WithoutGil released;
-        while (const auto command = takeNext(Moment::PreemptionPoint)) {
-            runCommand(command);
+        if (!takePreemptionBatch(*frames_.back())) {
+            requestPreemption();
         }
     }
     // An interrupt of the command beneath may have come meanwhile. Python looks at each signal once before it
     // goes back to a system call that the pre-emption broke into, and may have passed this one already.
     onInterruptSignal();
+}
+
+bool EngineThread::takePreemptionBatch(const Command& beneath) {
+    for (int taken = 0; taken < preemptionBatch && !beneath.isInterruptRequested(); ++taken) {
+        const auto command = takeNext(Moment::PreemptionPoint);
+        if (command == nullptr) {
+            return true;
+        }
+        runCommand(command);
+    }
+    return false;
 }
 
 void EngineThread::serve(Moment moment, Deadline deadline) {
@@ -310,6 +352,7 @@ void EngineThread::serve(Moment moment, Deadline deadline) {
         } else if (moment == Moment::Boot) {
             return;
         } else {
+            forgetSignals();
             releaseWhatWasLent();
             waitForWork(deadline);
         }
@@ -404,7 +447,22 @@ void EngineThread::popFrame() {
 void EngineThread::sendLocked(int signalNumber) {
     if (armed_) {
         pthread_kill(thread_, signalNumber);
+        repeater_->start();
     }
+}
+
+void EngineThread::stopRepeatingLocked() {
+    const bool isAwaited =
+        preemptionRequested_ || (!frames_.empty() && frames_.back()->isInterruptRequested());
+    if (!isAwaited && armed_) {
+        repeater_->stop();
+    }
+}
+
+void EngineThread::forgetSignals() {
+    const std::lock_guard lock(framesMutex_);
+    preemptionRequested_ = false;
+    stopRepeatingLocked();
 }
 
 }  // namespace yvm::engine

@@ -5,6 +5,7 @@
 #include "engine/detail/CommandRunner.hpp"
 #include "engine/detail/ConsoleBuffer.hpp"
 #include "engine/detail/ReleaseQueue.hpp"
+#include "engine/detail/SignalRepeater.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -31,12 +32,14 @@ namespace yvm::engine {
 /// the signal's Python handler raises if the innermost frame is the target and code of the user runs in it.
 /// So it never hits another command: one that nests above the target ends first, and a note on a command
 /// that has ended is gone with its frame. It is not lost either: one that comes while a command is on its
-/// way from the queue to its frame is kept until the frame stands. But it is raised once: code of the user
-/// that catches and swallows it goes on, as it may with KeyboardInterrupt anywhere, or loses it where Python
-/// itself drops exceptions (a destructor, a callback of a weak reference). The command then runs until it
-/// ends or the next cancel or interrupt, which raises anew.
+/// way from the queue to its frame is kept until the frame stands, and the signal is sent again until its
+/// handler has run. But it is raised once: code of the user that catches and swallows it goes on, as it may
+/// with KeyboardInterrupt anywhere, or loses it where Python itself drops exceptions (a destructor, a
+/// callback of a weak reference). The command then runs until it ends or the next cancel or interrupt, which
+/// raises anew; the third within `Command::insistenceWindow` cannot be swallowed.
 ///
-/// `framesMutex_` is a leaf: nothing is called, and the GIL not taken, with it held.
+/// `framesMutex_` is a leaf: nothing is called, and the GIL not taken, with it held. So it may be taken with
+/// the GIL held.
 /// Completions run without GIL and locks.
 class EngineThread final : public cmddistributor::EngineSignals {
   public:
@@ -98,9 +101,18 @@ class EngineThread final : public cmddistributor::EngineSignals {
     /// Takes the next command and pushes its frame; null when none may run.
     std::shared_ptr<Command> takeNext(Moment moment);
     void runCommand(const std::shared_ptr<Command>& command);
+    /// False when some may be left, as there were many or `beneath` is to stop. Without the GIL.
+    bool takePreemptionBatch(const Command& beneath);
     Outcome runInPython(Command& command);
     void popFrame();
+    /// Raises the interrupt of the innermost command if one is due.
+    void raiseDueInterrupt();
+    void requestInterruptLocked(Command& command);
     void sendLocked(int signalNumber);
+    void stopRepeatingLocked();
+    /// Before a wait for commands: what a signal that has not reached its handler stands for is done, or the
+    /// wait ends at once.
+    void forgetSignals();
 
     const std::shared_ptr<ReleaseQueue> releases_;
     const std::shared_ptr<CommandTable> commands_;
@@ -115,13 +127,14 @@ class EngineThread final : public cmddistributor::EngineSignals {
     /// Set while the signals have handlers: without them a signal ends the process. Guarded by framesMutex_.
     bool armed_ = false;
     pthread_t thread_{};  // constant after the start
+    /// Sends again what may have been missed. Guarded by framesMutex_; there while `armed_`.
+    std::optional<SignalRepeater> repeater_;
+    /// Whether a pre-emption signal was sent and its handler has not served it. Guarded by framesMutex_.
+    bool preemptionRequested_ = false;
     /// Whether a command may be on its way from the queue to its frame, and who was to be interrupted then.
     /// Guarded by framesMutex_.
     bool taking_ = false;
     std::vector<IDType> earlyInterrupts_;
-
-    /// A pre-emption signal was sent and has not reached its handler.
-    std::atomic<bool> preemptionRequested_{false};
 
     // A semaphore, since a condition variable's mutex costs each wait a system call more.
     std::binary_semaphore woken_{0};

@@ -1,8 +1,12 @@
 #include "engine/test/EngineFixture.hpp"
+#include "engine/test/StuckCall.hpp"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 namespace yvm::engine::test {
 namespace {
@@ -40,14 +44,84 @@ TEST_F(EngineTest, ACancelStopsABusyLoop) {
     EXPECT_EQ(cancel(loop.id, true), CmdDistributor::UNABLE_TO_CANCEL_ALREADY_DONE);
 }
 
-TEST_F(EngineTest, ACancelStopsASleepAndALockAndAJoin) {
-    for (const char* body : {"import time; time.sleep(1000)", "import threading; threading.Event().wait()",
-                             "import subprocess; subprocess.run(['sleep', '1000'])",
-                             "import yvm; yvm.pause(1000)", "import yvm; yvm.pause(float('inf'))"}) {
+TEST_F(EngineTest, ACancelStopsEveryWaitOfPython) {
+    for (const char* body :
+         {"import time; time.sleep(1000)", "import threading; threading.Event().wait()",
+          "import threading; lock = threading.Lock(); lock.acquire(); lock.acquire()",
+          "import threading; c = threading.Condition()\nwith c: c.wait()",
+          "import threading, time; t = threading.Thread(target=time.sleep, args=(30,), daemon=True); "
+          "t.start(); "
+          "t.join()",
+          "import queue; queue.Queue().get()", "import queue; queue.SimpleQueue().get()",
+          "import os; r, w = os.pipe(); os.read(r, 1)", "import os; r, w = os.pipe(); open(r).readline()",
+          "import socket; a, b = socket.socketpair(); a.recv(1)",
+          "import socket; a = socket.create_server(('127.0.0.1', 0)); a.accept()",
+          "import select, os; r, w = os.pipe(); select.select([r], [], [])",
+          "import asyncio; asyncio.run(asyncio.sleep(1000))",
+          "import concurrent.futures; concurrent.futures.Future().result()",
+          "import subprocess; subprocess.run(['sleep', '1000'])", "import yvm; yvm.pause(1000)",
+          "import yvm; yvm.pause(float('inf'))"}) {
         auto blocked = startAndWait(body);
         EXPECT_EQ(cancel(blocked.id, true), CmdDistributor::CANCEL_WHILE_RUNNING) << body;
         EXPECT_EQ(blocked.error().getExecutionStatus(), Status::Cancelled) << body;
     }
+}
+
+TEST_F(EngineTest, ACancelStopsALoopOfNumPyAndARegularExpression) {
+    for (const char* body :
+         {"import numpy\na = numpy.ones(100_000)\nwhile True: numpy.sin(a)",
+          "import re; re.match('(a+)+$', 'a' * 100 + 'b')", "[x for x in iter(int, 1) if x]"}) {
+        auto busy = startAndWait(body);
+        EXPECT_EQ(cancel(busy.id, true), CmdDistributor::CANCEL_WHILE_RUNNING) << body;
+        EXPECT_EQ(busy.error().getExecutionStatus(), Status::Cancelled) << body;
+    }
+}
+
+TEST_F(EngineTest, AnInterruptInAnImportStopsIt) {
+    auto importing = startAndWait(
+        "import pathlib, sys, tempfile\n"
+        "folder = tempfile.mkdtemp(); sys.path.insert(0, folder)\n"
+        "pathlib.Path(folder, 'endless.py').write_text('while True: pass')\n"
+        "try: import endless\n"
+        "finally: sys.path.remove(folder)");
+    EXPECT_EQ(cancel(importing.id, true), CmdDistributor::CANCEL_WHILE_RUNNING);
+    EXPECT_EQ(importing.error().GetID(), "yvm.Interrupt");
+}
+
+TEST_F(EngineTest, AnInterruptThatComesJustBeforeAWaitIsNotLost) {
+    StuckCall call;
+    // No bytecode lies between the two calls.
+    auto waiting = submitEval(call.pythonThen("partial(os.read, os.pipe()[0], 1)"));
+    call.waitUntilStuck();
+    auto answer = distributor()->cancel(waiting.id, true);
+    call.release();
+    EXPECT_EQ(waiting.error().GetID(), "yvm.Interrupt");
+    EXPECT_EQ(answer.get(), CmdDistributor::CANCEL_WHILE_RUNNING);
+}
+
+TEST_F(EngineTest, ACancelOfACommandThatCannotBeBrokenIsAnsweredWhenItCan) {
+    StuckCall call;
+    auto stuck = submitEval(call.pythonThen("partial(print, 'the call returned')") + "\nprint('went on')");
+    call.waitUntilStuck();
+    auto answer = distributor()->cancel(stuck.id, true);
+    EXPECT_EQ(cancel(stuck.id, false), CmdDistributor::UNABLE_TO_CANCEL_OTHER);
+    EXPECT_FALSE(answer.is_ready());
+    EXPECT_FALSE(stuck.isDone());
+    call.release();
+    EXPECT_EQ(stuck.error().GetID(), "yvm.Interrupt");
+    EXPECT_EQ(answer.get(), CmdDistributor::CANCEL_WHILE_RUNNING);
+    EXPECT_EQ(stuck.transcript->text().find("went on"), std::string::npos);
+}
+
+TEST_F(EngineTest, ACommandThatEndsWithTheCallThatCouldNotBeBrokenWasDone) {
+    StuckCall call;
+    auto stuck = submitEval(call.python());
+    call.waitUntilStuck();
+    auto answer = distributor()->cancel(stuck.id, true);
+    call.release();
+    // Its end may be before or after the next look at the signals: what counts is that both agree.
+    EXPECT_EQ(answer.get() == CmdDistributor::CANCEL_WHILE_RUNNING,
+              std::holds_alternative<RuntimeException>(stuck.outcome.get()));
 }
 
 TEST_F(EngineTest, AnInterruptStopsWhatThePromptRuns) {
@@ -60,6 +134,58 @@ TEST_F(EngineTest, AnInterruptAtThePromptDoesNothing) {
     eval("1;");
     engine()->interrupt();
     EXPECT_EQ(eval("sum(range(100000))"), "4999950000\n");
+}
+
+TEST_F(EngineTest, AnInterruptBetweenTwoCommandsHitsNeither) {
+    Submission interruptsAtItsEnd;
+    interruptsAtItsEnd.inCompletion = [] { engine()->interrupt(); };
+    auto first = submitEval("print('first')", interruptsAtItsEnd);
+    auto second = submitEval("for i in range(10000): pass\nprint('second')");
+    first.get();
+    second.get();
+    EXPECT_EQ(first.transcript->text() + second.transcript->text(), "first\nsecond\n");
+}
+
+TEST_F(EngineTest, AFloodOfInterruptsLeavesTheEngineUsable) {
+    std::atomic<bool> isFlooding{true};
+    std::vector<std::thread> flood;
+    for (int i = 0; i < 3; ++i) {
+        flood.emplace_back([&isFlooding] {
+            while (isFlooding) {
+                engine()->interrupt();
+                std::this_thread::yield();
+            }
+        });
+    }
+    for (int i = 0; i < 100; ++i) {
+        auto victim = submitEval("while True: pass");
+        EXPECT_EQ(victim.error().getExecutionStatus(), Status::Cancelled);
+    }
+    isFlooding = false;
+    for (auto& thread : flood) {
+        thread.join();
+    }
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(eval("for i in range(1000): pass\ni"), "999\n");
+    }
+}
+
+TEST_F(EngineTest, AFloodOfCancelsHitsItsCommandAlone) {
+    for (int round = 0; round < 20; ++round) {
+        auto victim = startAndWait("while True: pass");
+        auto bystander = submitEval("for i in range(5000): pass\ni");
+        auto flood = [&victim] {
+            for (int i = 0; i < 500; ++i) {
+                distributor()->cancel(victim.id, true);
+            }
+        };
+        std::thread other(flood);
+        flood();
+        other.join();
+        EXPECT_EQ(victim.error().getExecutionStatus(), Status::Cancelled);
+        bystander.get();
+        EXPECT_EQ(bystander.transcript->text(), "4999\n");
+    }
 }
 
 TEST_F(EngineTest, ACancelWithoutInterruptLeavesARunningCommandAlone) {
@@ -148,6 +274,80 @@ TEST_F(EngineTest, ASecondCancelStopsWhatSwallowedTheFirst) {
     stubborn.error();
 }
 
+TEST_F(EngineTest, ACommandMaySwallowTwoInterruptsAndEndByItself) {
+    auto patient = submitEval(
+        "caught = 0\n"
+        "while caught < 2:\n"
+        "    try:\n"
+        "        print('ready', caught, flush=True)\n"
+        "        while True: pass\n"
+        "    except KeyboardInterrupt: caught += 1\n"
+        "print('ended')");
+    patient.transcript->waitFor("ready 0\n");
+    auto answer = distributor()->cancel(patient.id, true);
+    patient.transcript->waitFor("ready 1\n");
+    engine()->interrupt();
+    patient.get();
+    EXPECT_EQ(patient.transcript->text(), "ready 0\nready 1\nended\n");
+    EXPECT_EQ(answer.get(), CmdDistributor::UNABLE_TO_CANCEL_ALREADY_DONE);
+}
+
+TEST_F(EngineTest, ACommandThatSwallowsAnInterruptAndFailsIsReportedWithItsOwnError) {
+    auto failing = submitEval(
+        "try:\n    print('in', flush=True)\n    while True: pass\nexcept KeyboardInterrupt: pass\n1/0");
+    failing.transcript->waitFor("in\n");
+    EXPECT_EQ(cancel(failing.id, true), CmdDistributor::UNABLE_TO_CANCEL_ALREADY_DONE);
+    const auto error = failing.error();
+    EXPECT_EQ(error.GetID(), "ZeroDivisionError");
+    EXPECT_EQ(error.getExecutionStatus(), Status::CommandFailed);
+}
+
+/// Presses the button again and again until the command has ended.
+template <typename Interrupt>
+void interruptUntilDone(const Submitted& command, Interrupt interrupt) {
+    const auto giveUp = std::chrono::steady_clock::now() + deadline;
+    while (!command.isDone() && std::chrono::steady_clock::now() < giveUp) {
+        interrupt();
+        std::this_thread::yield();
+    }
+}
+
+TEST_F(EngineTest, InterruptsOneBehindTheOtherCannotBeSwallowedForEver) {
+    for (const char* body :
+         {"while True:\n    try:\n        while True: pass\n    except: pass",
+          "while True:\n    try:\n        while True: pass\n    except BaseException:\n        continue",
+          "import time\nwhile True:\n    try: time.sleep(1000)\n    except: pass",
+          "import yvm\nwhile True:\n    try: yvm.pause(1000)\n    except: pass",
+          "def endless():\n    while True:\n        try: yield\n        except: pass\nfor x in endless(): "
+          "pass",
+          "import contextlib\nwhile True:\n    with contextlib.suppress(BaseException):\n        while True: "
+          "pass",
+          "def f():\n    while True:\n        try:\n            try:\n                while True: pass\n"
+          "            except: f()\n        except: f()\nf()"}) {
+        auto stubborn = startAndWait(body);
+        interruptUntilDone(stubborn, [] { engine()->interrupt(); });
+        ASSERT_EQ(stubborn.error().getExecutionStatus(), Status::Cancelled) << body;
+
+        stubborn = startAndWait(body);
+        auto answer = distributor()->cancel(stubborn.id, true);
+        interruptUntilDone(stubborn, [&stubborn] { distributor()->cancel(stubborn.id, true); });
+        ASSERT_EQ(stubborn.error().getExecutionStatus(), Status::Cancelled) << body;
+        EXPECT_EQ(answer.get(), CmdDistributor::CANCEL_WHILE_RUNNING) << body;
+        EXPECT_EQ(eval("for i in range(100): pass\ni"), "99\n") << body;
+    }
+}
+
+TEST_F(EngineTest, AnInterruptThatCannotBeSwallowedLeavesATraceFunctionInPlace) {
+    eval(
+        "import sys\ntraced = 0\ndef trace(frame, event, argument):\n    global traced\n    traced += 1\n"
+        "sys.settrace(trace)");
+    auto stubborn = startAndWait("while True:\n    try:\n        while True: pass\n    except: pass");
+    interruptUntilDone(stubborn, [] { engine()->interrupt(); });
+    EXPECT_EQ(stubborn.error().getExecutionStatus(), Status::Cancelled);
+    EXPECT_EQ(eval("before = traced\n(lambda: 1)()\nsys.gettrace() is trace and traced > before"), "True\n");
+    eval("sys.settrace(None)");
+}
+
 TEST_F(EngineTest, ACancelThatComesTwiceIsDescribedAsOne) {
     for (int round = 0; round < 50; ++round) {
         auto loop = startAndWait("while True: pass");
@@ -199,6 +399,57 @@ TEST_F(EngineTest, AnInterruptPassesByTheQueryAboveThePromptsCommand) {
     query.get();
     EXPECT_EQ(query.transcript->text(), "started\nquery done\n");
     EXPECT_EQ(outer.error().getExecutionStatus(), Status::Cancelled);
+}
+
+TEST_F(EngineTest, ACancelOfTheCommandBeneathPassesByTheQueryAboveIt) {
+    auto outer = startAndWait("while True: pass");
+    auto query = startAndWait("import time; time.sleep(0.05); print('query done')", atPreemption());
+    auto answer = distributor()->cancel(outer.id, true);
+    query.get();
+    EXPECT_EQ(query.transcript->text(), "started\nquery done\n");
+    EXPECT_EQ(outer.error().getExecutionStatus(), Status::Cancelled);
+    EXPECT_EQ(answer.get(), CmdDistributor::CANCEL_WHILE_RUNNING);
+}
+
+TEST_F(EngineTest, ACancelOfAQueryStopsTheQueryAlone) {
+    eval("leave = False");
+    auto outer = startAndWait("while not leave: pass\nprint('left')");
+    auto query = startAndWait("while True: pass", atPreemption());
+    EXPECT_EQ(cancel(query.id, true), CmdDistributor::CANCEL_WHILE_RUNNING);
+    EXPECT_EQ(query.error().getExecutionStatus(), Status::Cancelled);
+    EXPECT_FALSE(outer.isDone());
+    submitEval("leave = True", atPreemption()).get();
+    outer.get();
+    EXPECT_EQ(outer.transcript->text(), "started\nleft\n");
+}
+
+TEST_F(EngineTest, AnInterruptIsNotHeldUpByQueriesThatKeepComing) {
+    auto outer = startAndWait("while True: pass");
+    // Each submits the next before it is answered, so there is always one to take.
+    std::promise<void> tenCame;
+    std::promise<void> lastCame;
+    std::atomic<bool> isEnough{false};
+    int count = 0;
+    std::function<void()> another = [&] {
+        if (++count == 10) {
+            tenCame.set_value();
+        }
+        if (isEnough) {
+            lastCame.set_value();
+            return;
+        }
+        Submission next = atPreemption();
+        next.inCompletion = another;
+        submitEval("1;", next);
+    };
+    Submission first = atPreemption();
+    first.inCompletion = another;
+    submitEval("1;", first);
+    tenCame.get_future().wait();
+    engine()->interrupt();
+    EXPECT_EQ(outer.error().getExecutionStatus(), Status::Cancelled);
+    isEnough = true;
+    lastCame.get_future().wait();
 }
 
 TEST_F(EngineTest, ACancelOfAGroupStopsWaitingAndRunningCommands) {
