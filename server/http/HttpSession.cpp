@@ -19,7 +19,7 @@ namespace {
 constexpr std::uint32_t kMaxHeaderBytes = 16 * 1024;
 
 /// A body that is read and passed over, for the sake of the connection.
-constexpr std::size_t kMaxIgnoredBody = 64 * 1024;
+constexpr std::size_t kMaxIgnoredBody = 64UL * 1024;
 
 /// How long what a peer still sends is read after the last answer.
 constexpr std::chrono::seconds kLinger{2};
@@ -148,7 +148,7 @@ void HttpSession::read() {
 void HttpSession::onHeader(beast::error_code error) {
     if (error == http::error::end_of_stream) {
         beast::error_code ignored;
-        stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored);
+        static_cast<void>(stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored));
         return;
     }
     if (error == http::error::header_limit) {
@@ -401,8 +401,8 @@ void HttpSession::write(http::message_generator response, bool keepAlive) {
                                self->read();
                            } else {
                                beast::error_code ignored;
-                               self->stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send,
-                                                               ignored);
+                               static_cast<void>(self->stream_.socket().shutdown(
+                                   boost::asio::ip::tcp::socket::shutdown_send, ignored));
                                if (!self->isClosing_) {
                                    self->stream_.expires_after(kLinger);
                                    self->linger();
