@@ -128,6 +128,8 @@ export class Relay {
     #upgrade(incoming: IncomingMessage, client: Duplex, head: Buffer): void {
         this.upgrades += 1;
         client.on("error", () => client.destroy());
+        this.#sockets.add(client);
+        client.on("close", () => this.#sockets.delete(client));
         if (this.#options.refuseUpgrades) {
             client.end("HTTP/1.1 404 Not Found\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
             return;
@@ -150,8 +152,7 @@ export class Relay {
             server.write(head);
         });
         server.setNoDelay(true);
-        this.#sockets.add(client);
         // Either end takes the other along, whatever went wrong.
-        pipeline(client, server, client, () => this.#sockets.delete(client));
+        pipeline(client, server, client, () => undefined);
     }
 }

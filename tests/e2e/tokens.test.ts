@@ -1,8 +1,8 @@
-import type { Browser } from "playwright-core";
+import type { Browser, BrowserContext } from "playwright-core";
 import { afterAll, beforeAll, describe, expect, it } from "vitest";
 
 import { launchChromium, LibraryPage } from "./Chromium.js";
-import { heldConnect, type Driver, type DriverOptions, type Library, type Transport } from "./Driver.js";
+import { heldConnect, type DriverOptions, type Library, type Transport } from "./Driver.js";
 import { nodeDriver } from "./nodeDriver.js";
 import { Relay } from "./Relay.js";
 import { ServerProcess } from "./ServerProcess.js";
@@ -32,10 +32,12 @@ const silence = 7000;
 
 let server: ServerProcess;
 let browser: Browser;
+let context: BrowserContext;
 
 beforeAll(async () => {
-    server = await ServerProcess.start();
+    server = await ServerProcess.start("--max-failed-handshakes", "1000");
     browser = await launchChromium();
+    context = await browser.newContext();
 });
 
 afterAll(async () => {
@@ -43,68 +45,64 @@ afterAll(async () => {
     expect((await server.stop()).code).toBe(0);
 });
 
-interface Attempt {
-    readonly name: string;
-    readonly relay: Relay;
-    readonly driver: Driver;
-    readonly messageToken: string | undefined;
+type Case = (typeof cases)[number];
+
+function nameOf({ library, by, place, way }: Case): string {
+    return `${library} by ${by} in ${place} with the token in ${way}`;
 }
 
-async function prepare(
-    { place, library, transport, way, by }: (typeof cases)[number],
-    token: string,
-): Promise<Attempt> {
-    const relay = await Relay.to(server.url);
-    const options: DriverOptions = {
-        url: way === "the query" ? `${relay.endpoint}?token=${token}` : relay.endpoint,
+function optionsOf({ way, transport }: Case, endpoint: string, token: string): DriverOptions {
+    return {
+        url: way === "the query" ? `${endpoint}?token=${token}` : endpoint,
         transport,
         headers: way === "a header" ? { Authorization: `Bearer ${token}` } : undefined,
-    };
-    const driver =
-        place === "Node"
-            ? nodeDriver(library, options)
-            : await (
-                  await LibraryPage.open(
-                      await (await browser.newContext()).newPage(),
-                      `${relay.origin}/healthz`,
-                  )
-              ).driver(library, options);
-    relay.requests = 0;
-    return {
-        name: `${library} by ${by} in ${place} with the token in ${way}`,
-        relay,
-        driver,
-        messageToken: way === "the message" ? token : undefined,
     };
 }
 
 describe("a token", () => {
-    it.each(cases)("that is right lets $library by $by in $place in, in $way", async (one) => {
-        const { driver, relay, messageToken } = await prepare(one, server.token);
-        expect((await driver.handshake(messageToken)).successful).toBe(true);
-        // Once it has shaken hands it needs no token for the rest, on whatever transport.
-        await heldConnect(driver);
-        expect((await driver.subscribe("/yvm/attach/response")).successful).toBe(true);
-        expect((await driver.traffic()).complaints).toEqual([]);
-        await driver.disconnect();
-        await relay.close();
+    it("that is right lets everyone in", async () => {
+        const page = await LibraryPage.open(await context.newPage(), `${server.url.origin}/healthz`);
+        for (const one of cases) {
+            const options = optionsOf(one, server.endpoint, server.token);
+            const home = one.place === "Node" ? { driver: nodeDriver } : page;
+            const driver = await home.driver(one.library, options);
+            const reply = await driver.handshake(one.way === "the message" ? server.token : undefined);
+            expect(reply.successful, nameOf(one)).toBe(true);
+            // From then on it needs no token, on whatever transport.
+            await heldConnect(driver);
+            expect((await driver.subscribe("/yvm/attach/response")).successful, nameOf(one)).toBe(true);
+            expect((await driver.traffic()).complaints, nameOf(one)).toEqual([]);
+            await driver.disconnect();
+        }
     });
 
     it("that is wrong is told once, and then there is silence", async () => {
-        const attempts = await Promise.all(cases.map((one) => prepare(one, "guess")));
+        const attempts = await Promise.all(
+            cases.map(async (one) => {
+                const relay = await Relay.to(server.url);
+                const options = optionsOf(one, relay.endpoint, "guess");
+                const home =
+                    one.place === "Node"
+                        ? { driver: nodeDriver }
+                        : await LibraryPage.open(await context.newPage(), `${relay.origin}/healthz`);
+                const driver = await home.driver(one.library, options);
+                relay.requests = 0;
+                return { one, relay, driver };
+            }),
+        );
         await Promise.all(
-            attempts.map(async ({ name, relay, driver, messageToken }) => {
-                const reply = await driver.handshake(messageToken);
-                expect(reply, name).toMatchObject({
+            attempts.map(async ({ one, relay, driver }) => {
+                const reply = await driver.handshake(one.way === "the message" ? "guess" : undefined);
+                expect(reply, nameOf(one)).toMatchObject({
                     successful: false,
                     error: "401::the token is missing or wrong",
                     advice: { reconnect: "none" },
                 });
                 await new Promise((resolve) => setTimeout(resolve, silence));
                 // A socket that was refused, or that was opened in parallel, and one POST at most.
-                expect(relay.requests, name).toBeLessThanOrEqual(1);
-                expect(relay.upgrades, name).toBeLessThanOrEqual(2);
-                expect((await driver.traffic()).complaints, name).toEqual([]);
+                expect(relay.requests, nameOf(one)).toBeLessThanOrEqual(1);
+                expect(relay.upgrades, nameOf(one)).toBeLessThanOrEqual(2);
+                expect((await driver.traffic()).complaints, nameOf(one)).toEqual([]);
                 await relay.close();
             }),
         );
