@@ -1,6 +1,5 @@
 #include "server/bayeux/ClientTable.hpp"
 
-#include <algorithm>
 #include <utility>
 
 namespace server::bayeux {
@@ -22,6 +21,7 @@ bool ClientTable::reserve(std::string_view identifier, SessionNumber session) {
         client.detach.reset();
     }
     ++client.attachesInFlight;
+    active_[session].emplace(identifier);
     return true;
 }
 
@@ -40,6 +40,7 @@ bool ClientTable::attachAnswered(std::string_view identifier, bool successful) {
     if (client.attached || client.attachesInFlight > 0 || client.detach) {
         return false;
     }
+    deactivate(identifier, client.owner);
     clients_.erase(found);
     return true;
 }
@@ -47,6 +48,7 @@ bool ClientTable::attachAnswered(std::string_view identifier, bool successful) {
 ClientTable::DetachNumber ClientTable::startDetach(std::string_view identifier, SessionNumber session) {
     Client& client = clients_.try_emplace(std::string(identifier), session).first->second;
     client.detach = ++lastDetach_;
+    deactivate(identifier, client.owner);
     return lastDetach_;
 }
 
@@ -76,19 +78,27 @@ bool ClientTable::isDetaching(std::string_view identifier) const {
 }
 
 std::vector<std::string> ClientTable::clientsOf(SessionNumber session) const {
-    std::vector<std::string> identifiers;
-    for (const auto& [identifier, client] : clients_) {
-        if (client.owner == session && !client.detach) {
-            identifiers.push_back(identifier);
-        }
-    }
-    return identifiers;
+    const auto found = active_.find(session);
+    return found == active_.end() ? std::vector<std::string>()
+                                  : std::vector<std::string>(found->second.begin(), found->second.end());
 }
 
 std::size_t ClientTable::countOf(SessionNumber session) const {
-    return static_cast<std::size_t>(std::count_if(
-        clients_.begin(), clients_.end(),
-        [session](const auto& entry) { return entry.second.owner == session && !entry.second.detach; }));
+    const auto found = active_.find(session);
+    return found == active_.end() ? 0 : found->second.size();
+}
+
+void ClientTable::deactivate(std::string_view identifier, SessionNumber session) {
+    const auto found = active_.find(session);
+    if (found == active_.end()) {
+        return;
+    }
+    if (const auto own = found->second.find(identifier); own != found->second.end()) {
+        found->second.erase(own);
+    }
+    if (found->second.empty()) {
+        active_.erase(found);
+    }
 }
 
 }  // namespace server::bayeux

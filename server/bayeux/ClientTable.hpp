@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace server::bayeux {
@@ -62,7 +64,11 @@ class ClientTable {
         std::optional<DetachNumber> detach;
     };
 
+    void deactivate(std::string_view identifier, SessionNumber session);
+
     std::map<std::string, Client, std::less<>> clients_;
+    /// By session, the identifiers that no detach has been started for. Only sessions that have some.
+    std::unordered_map<SessionNumber, std::set<std::string, std::less<>>> active_;
     DetachNumber lastDetach_ = 0;
 };
 

@@ -11,9 +11,9 @@
 
 #include <algorithm>
 #include <future>
-#include <list>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 namespace server::http {
 
@@ -48,15 +48,14 @@ struct HttpServer::Impl {
           guard(std::move(options.guard)),
           maxConnections(options.maxConnections),
           bayeux(std::move(broker), bayeuxOptions(options)),
-          services{
-              bayeux,
-              guard,
-              files,
-              options.limits.maxMessageBytes,
-              options.requestTimeout,
-              options.webSocketIdleTimeout,
-              [this, isReady = std::move(options.isReady)] { return bayeux.isAccepting() && isReady(); },
-              [this](std::weak_ptr<WebSocketConnection> socket) { remember(sockets, std::move(socket)); }} {
+          services{bayeux,
+                   guard,
+                   files,
+                   options.limits.maxMessageBytes,
+                   options.requestTimeout,
+                   options.webSocketIdleTimeout,
+                   [this, isReady = std::move(options.isReady)] { return bayeux.isAccepting() && isReady(); },
+                   [this](std::weak_ptr<WebSocketConnection> socket) { sockets.add(std::move(socket)); }} {
         listen(options.host, options.port);
     }
 
@@ -120,7 +119,7 @@ struct HttpServer::Impl {
             socket.set_option(tcp::no_delay(true), ignored);
             const auto session =
                 std::make_shared<HttpSession>(beast::tcp_stream(std::move(socket)), services);
-            remember(sessions, std::weak_ptr(session));
+            sessions.add(session);
             if (open < maxConnections) {
                 session->run();
             } else {
@@ -165,21 +164,30 @@ struct HttpServer::Impl {
         }
     }
 
+    /// Those that may still be there.
     template <typename T>
-    static void remember(std::list<std::weak_ptr<T>>& all, std::weak_ptr<T> one) {
-        all.remove_if([](const std::weak_ptr<T>& other) { return other.expired(); });
-        all.push_back(std::move(one));
-    }
+    struct Remembered {
+        std::vector<std::weak_ptr<T>> all;
+
+        void add(std::weak_ptr<T> one) {
+            // Before the memory grows, so that it costs little for each one.
+            if (all.size() == all.capacity()) {
+                std::erase_if(all, [](const std::weak_ptr<T>& other) { return other.expired(); });
+                all.reserve(2 * all.size() + 1);
+            }
+            all.push_back(std::move(one));
+        }
+    };
 
     /// Closes all connections when what waits for them has been written, or at `deadline`.
     void drain(std::chrono::steady_clock::time_point deadline) {
         acceptor.close();
         acceptTimer.cancel();
-        const bool isWritten =
-            !bayeux.hasUndelivered() && std::none_of(sockets.begin(), sockets.end(), [](const auto& weak) {
-                const auto socket = weak.lock();
-                return socket && !socket->isWritable();
-            });
+        const bool isWritten = !bayeux.hasUndelivered() &&
+                               std::none_of(sockets.all.begin(), sockets.all.end(), [](const auto& weak) {
+                                   const auto socket = weak.lock();
+                                   return socket && !socket->isWritable();
+                               });
         if (isWritten || std::chrono::steady_clock::now() >= deadline) {
             closeAll();
             return;
@@ -190,12 +198,12 @@ struct HttpServer::Impl {
 
     void closeAll() {
         ticker.cancel();
-        for (const auto& weak : sockets) {
+        for (const auto& weak : sockets.all) {
             if (const auto socket = weak.lock()) {
                 socket->close(bayeux::CloseCode::GoingAway, "the server is shutting down");
             }
         }
-        for (const auto& weak : sessions) {
+        for (const auto& weak : sessions.all) {
             if (const auto session = weak.lock()) {
                 session->close();
             }
@@ -213,8 +221,8 @@ struct HttpServer::Impl {
     asio::steady_timer drainTimer{context};
     bayeux::BayeuxServer bayeux;
     const HttpServices services;
-    std::list<std::weak_ptr<HttpSession>> sessions;
-    std::list<std::weak_ptr<WebSocketConnection>> sockets;
+    Remembered<HttpSession> sessions;
+    Remembered<WebSocketConnection> sockets;
     std::thread thread;
     std::promise<void> ended;
 };
