@@ -71,7 +71,7 @@ describe("a connection", () => {
         await server.publishOn("/yvm/c1/eval/request");
         const lost = untilState(connection, "lost");
         const restored = untilState(connection, "connected");
-        server.cutSockets();
+        await server.cutSockets();
         await expect(request.done).rejects.toMatchObject({ name: "ConnectionError" });
         await lost;
         await restored;
@@ -87,8 +87,8 @@ describe("a connection", () => {
         const client = await connection.attach({ requestID: "c1" });
         const restored = untilState(connection, "connected");
         server.subscribed.length = 0;
+        await server.cutSockets();
         server.forgetSessions();
-        server.cutSockets();
         await restored;
         expect(server.subscribed).toEqual(["/yvm/attach/response", "/yvm/detach/response", "/yvm/c1/**"]);
         const request = client.eval("1");
@@ -103,8 +103,8 @@ describe("a connection", () => {
         const client = await connection.attach({ requestID: "c1" });
         const restored = untilState(connection, "connected");
         server.refusals.set("/yvm/attach/request", "403::identifier in use");
+        await server.cutSockets();
         server.forgetSessions();
-        server.cutSockets();
         await restored;
         expect(client.closed).toMatchObject({ name: "RefusedError", code: 403 });
         await expect(client.eval("1").done).rejects.toMatchObject({

@@ -95,11 +95,10 @@ export class FakeServer {
         return found()[count - 1]?.data ?? {};
     }
 
-    /** Cuts all sockets, as a broken network does. */
-    cutSockets(): void {
-        for (const socket of this.#sockets.clients) {
-            socket.terminate();
-        }
+    /** Cuts all sockets, as a broken network does, once a connect is held that tells the client of it. */
+    async cutSockets(): Promise<void> {
+        await this.until(() => this.#held !== undefined);
+        this.#terminateSockets();
     }
 
     /** Forgets all sessions, as a restarted server does. */
@@ -118,12 +117,18 @@ export class FakeServer {
     }
 
     async stop(): Promise<void> {
-        this.cutSockets();
+        this.#terminateSockets();
         await new Promise<void>((resolve) => {
             this.#http?.close(() => {
                 resolve();
             });
         });
+    }
+
+    #terminateSockets(): void {
+        for (const socket of this.#sockets.clients) {
+            socket.terminate();
+        }
     }
 
     #onMessage(socket: WebSocket, message: Message): void {
