@@ -38,13 +38,12 @@ void publishText(MessageService& messageService, const std::string& channel, std
 
 YVMConnection::YVMConnection(std::shared_ptr<MessageService> messageService, std::string channel,
                              Handler handler)
-    : messageService_(std::move(messageService)),
-      channel_(std::move(channel)),
-      responseChannel_(channel_ + "/response"),
-      handler_(std::move(handler)) {
+    : parts_(std::make_shared<const Parts>(
+          Parts{std::move(messageService), channel, channel + "/response", std::move(handler)})) {
     FOUNDATION_FUNCTION_TRACE(logger());
-    if (handler_) {
-        subscription_ = subscribe("request", [this](JsonObject json) { handleRequest(std::move(json)); });
+    if (parts_->handler) {
+        subscription_ = subscribe(
+            "request", [parts = parts_](JsonObject json) { handleRequest(*parts, std::move(json)); });
     }
 }
 
@@ -58,39 +57,38 @@ void YVMConnection::unsubscribe() {
 
 void YVMConnection::publish(const std::string& subChannel, JsonObject message) {
     FOUNDATION_FUNCTION_TRACE(logger());
-    publishText(*messageService_, channel_ + "/" + subChannel,
+    publishText(*parts_->messageService, parts_->channel + "/" + subChannel,
                 Serializer::serialize(foundation::json::Value(std::move(message))));
 }
 
 void YVMConnection::publishResponse(const RequestResponse& response) {
-    publishResponse(*messageService_, responseChannel_, response);
+    publishResponse(*parts_, response);
 }
 
-void YVMConnection::publishResponse(MessageService& messageService, const std::string& responseChannel,
-                                    const RequestResponse& response) {
+void YVMConnection::publishResponse(const Parts& parts, const RequestResponse& response) {
     FOUNDATION_FUNCTION_TRACE(logger());
     FOUNDATION_LOG(logger(), foundation::log::Normal)
-        << "response id = " << response.getRequestID() << " for " << responseChannel;
+        << "response id = " << response.getRequestID() << " for " << parts.responseChannel;
     // Not as a Value, into which a long result would be copied.
-    publishText(messageService, responseChannel, Serializer::serialize(response.getJson()));
+    publishText(*parts.messageService, parts.responseChannel, Serializer::serialize(response.getJson()));
 }
 
 foundation::core::util::scope_guard YVMConnection::subscribe(const std::string& subChannel,
                                                              MessageCallback callback) {
     FOUNDATION_FUNCTION_TRACE(logger());
-    const std::string fullChannel = channel_ + "/" + subChannel;
+    const std::string fullChannel = parts_->channel + "/" + subChannel;
     FOUNDATION_LOG(logger(), foundation::log::Normal) << "subscribe to " << fullChannel;
-    auto future = messageService_->subscribe(
-        fullChannel,
-        [this, callback = std::move(callback)](const connector::message_service::JsonMessage& message) {
-            onMessage(callback, message);
+    auto future = parts_->messageService->subscribe(
+        fullChannel, [parts = parts_, callback = std::move(callback)](
+                         const connector::message_service::JsonMessage& message) {
+            onMessage(*parts, callback, message);
         });
     auto subscription = awaitSubscription(std::move(future), fullChannel);
     return foundation::core::util::scope_guard(
         [subscription = std::move(subscription)] { subscription->unsubscribe(); });
 }
 
-void YVMConnection::onMessage(const MessageCallback& callback,
+void YVMConnection::onMessage(const Parts& parts, const MessageCallback& callback,
                               const connector::message_service::JsonMessage& message) {
     try {
         std::string text(message.payload().view());
@@ -111,7 +109,7 @@ void YVMConnection::onMessage(const MessageCallback& callback,
         if (savedException) {
             RequestResponse response(BaseRequest(text).getRequestID());
             response.setError(savedException, RequestResponse::Status::RequestInvalid);
-            publishResponse(response);
+            publishResponse(parts, response);
         } else {
             callback(std::move(parsed));
         }
@@ -120,7 +118,7 @@ void YVMConnection::onMessage(const MessageCallback& callback,
     }
 }
 
-void YVMConnection::handleRequest(JsonObject json) {
+void YVMConnection::handleRequest(const Parts& parts, JsonObject json) {
     FOUNDATION_FUNCTION_TRACE(logger());
     std::optional<BaseRequest> request;
     try {
@@ -131,17 +129,13 @@ void YVMConnection::handleRequest(JsonObject json) {
         return;
     }
 
-    // The handler may end the life of this connection, and of itself with it.
-    const Handler handler = handler_;
-    const std::shared_ptr<MessageService> messageService = messageService_;
-    const std::string responseChannel = responseChannel_;
     try {
-        handler(*request);
+        parts.handler(*request);
     } catch (...) {
         logCaughtException();
         RequestResponse response(request->getRequestID());
         response.setError(std::current_exception(), std::nullopt);
-        publishResponse(*messageService, responseChannel, response);
+        publishResponse(parts, response);
     }
 }
 

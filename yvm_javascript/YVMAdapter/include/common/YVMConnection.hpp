@@ -24,7 +24,8 @@ namespace yvm::JSClient {
 /// `requestID`, the client gets nothing.
 ///
 /// Life: subscribed when the constructor returns, unsubscribed by the destructor, which waits for a handler
-/// that is running on another thread. A handler may destroy the connection that called it.
+/// that is running on another thread. A handler may destroy the connection that called it; then nobody waits,
+/// and other calls that were under way end beside it, on what they share with the connection.
 ///
 /// Threads: but for `unsubscribe` immutable after construction, safe from any thread. Handlers run on the
 /// delivery thread of the message service.
@@ -51,21 +52,24 @@ class YVMConnection {
   private:
     using MessageCallback = std::function<void(JsonObject)>;
 
-    /// For an answer after the end of the connection.
-    static void publishResponse(connector::message_service::MessageService& messageService,
-                                const std::string& responseChannel, const RequestResponse& response);
+    /// Constant. Shared with the calls under way, which may outlive the connection. In the order of building.
+    struct Parts {
+        std::shared_ptr<connector::message_service::MessageService> messageService;
+        std::string channel;
+        std::string responseChannel;
+        Handler handler;
+    };
 
+    static void publishResponse(const Parts& parts, const RequestResponse& response);
     /// The guard ends the subscription.
     [[nodiscard]] foundation::core::util::scope_guard subscribe(const std::string& subChannel,
                                                                 MessageCallback callback);
-    void onMessage(const MessageCallback& callback, const connector::message_service::JsonMessage& message);
-    void handleRequest(JsonObject json);
+    static void onMessage(const Parts& parts, const MessageCallback& callback,
+                          const connector::message_service::JsonMessage& message);
+    static void handleRequest(const Parts& parts, JsonObject json);
 
     // In the order of building; the subscription goes first when the connection is destroyed.
-    std::shared_ptr<connector::message_service::MessageService> messageService_;
-    std::string channel_;
-    std::string responseChannel_;
-    Handler handler_;
+    std::shared_ptr<const Parts> parts_;
     foundation::core::util::scope_guard subscription_;
 };
 
