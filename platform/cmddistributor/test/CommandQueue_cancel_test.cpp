@@ -195,6 +195,74 @@ TEST_F(CommandQueueCancelTest, TheRunOptionsOfACancelledCommandDieWithoutTheLock
     EXPECT_EQ(deaths, 1);
 }
 
+TEST_F(CommandQueueCancelTest, AReusedIdentityMeansTheNewCommand) {
+    const IDType id;
+    submitUnder(id);
+    drain(Moment::TopPrompt);
+    submitUnder(id);
+    EXPECT_EQ(queue->cancel(id, false).get(), CmdDistributor::CANCEL_BEFORE_RUNNING);
+    EXPECT_EQ(queue->cancel(id, false).get(), CmdDistributor::UNABLE_TO_CANCEL_ALREADY_DONE);
+    submitUnder(id);
+    expectTake(Moment::TopPrompt, id);
+    const auto status = queue->cancel(id, true);
+    queue->fail(id, stopped, true);
+    EXPECT_EQ(status.get(), CmdDistributor::CANCEL_WHILE_RUNNING);
+    EXPECT_EQ(outcomes[id], (std::vector<std::string>{"ok", cancelledIdentifier, "Interrupted"}));
+}
+
+TEST_F(CommandQueueCancelTest, CancelsLeaveOrderAndTurnsOfTheOthersAlone) {
+    const auto mode = WhenToDequeue::DEQUEUE_AT_PROMPT;
+    IDs a;
+    IDs b;
+    IDs c;
+    for (int i = 0; i < 4; ++i) {
+        a.push_back(submit(optionsFor(mode, u"a")));
+        b.push_back(submit(optionsFor(mode, u"b")));
+        auto grouped = optionsFor(mode, u"c");
+        grouped.addGroupName("group");
+        c.push_back(submit(grouped));
+    }
+    expectTake(Moment::TopPrompt, a[0]);  // The next turn is b's.
+    queue->cancel(b[0], false);
+    queue->cancel(a[2], false);
+    queue->cancelGroup("group", false);
+    EXPECT_EQ(queue->waiting(), (IDs{a[1], b[1], b[2], a[3], b[3]}));
+    EXPECT_EQ(drain(Moment::TopPrompt), (IDs{b[1], a[1], b[2], a[3], b[3]}));
+    for (const auto& id : c) {
+        EXPECT_EQ(outcomeOf(id), cancelledIdentifier);
+    }
+}
+
+TEST_F(CommandQueueCancelTest, ACompletionMayCancelTheGroupThatCancelsIt) {
+    auto grouped = optionsFor(WhenToDequeue::DEQUEUE_AT_PROMPT);
+    grouped.addGroupName("group");
+    const auto late = IDType();
+    const auto first = submit(grouped, [&] {
+        submitUnder(late, grouped);
+        queue->cancelGroup("group", true);
+    });
+    const auto second = submit(grouped);
+    queue->cancelGroup("group", true);
+    for (const auto& id : {first, second, late}) {
+        EXPECT_EQ(outcomeOf(id), cancelledIdentifier);
+    }
+}
+
+TEST_F(CommandQueueCancelTest, AGroupCancelOfTenThousandAnswersEachOnce) {
+    auto grouped = optionsFor(WhenToDequeue::DEQUEUE_AT_PROMPT);
+    grouped.addGroupName("group");
+    IDs ids;
+    for (int i = 0; i < 10'000; ++i) {
+        ids.push_back(submit(grouped));
+    }
+    const auto bystander = submit();
+    queue->cancelGroup("group", false);
+    for (const auto& id : ids) {
+        ASSERT_EQ(outcomeOf(id), cancelledIdentifier);
+    }
+    EXPECT_EQ(drain(Moment::TopPrompt), IDs{bystander});
+}
+
 TEST_F(CommandQueueCancelTest, TenThousandWaitingCommandsAreCancelledOneByOne) {
     IDs ids;
     for (int i = 0; i < 10'000; ++i) {

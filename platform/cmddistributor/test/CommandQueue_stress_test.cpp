@@ -107,6 +107,10 @@ class DrainingEngine final : public EngineSignals {
     std::thread thread_;
 };
 
+std::string groupOf(std::size_t number) {
+    return "group" + std::to_string(number);
+}
+
 void submit(CommandQueue& queue, Command& command, RunOptions options) {
     queue.enqueueWithFuture<void>(
         std::make_shared<EvalCmdRequest>(false, -2, nullptr, nullptr, u"1", "test"),
@@ -166,6 +170,88 @@ void expectAgreement(const Command& command) {
         case CmdDistributor::UNABLE_TO_CANCEL_OTHER:
             EXPECT_EQ(command.outcome, Outcome::ok) << "it ran and was not to be interrupted";
             break;
+    }
+}
+
+/// Cancels what others submit, one or all of a group, while they do. A status per command and thread.
+void cancelAllOver(CommandQueue& queue, std::vector<std::vector<Command>>& commands,
+                   std::vector<boost::shared_future<Status>>& statuses, unsigned seed) {
+    std::minstd_rand random(seed);
+    const std::size_t each = commands.front().size();
+    for (std::size_t i = 0; i < statuses.size(); ++i) {
+        const auto victim = random() % statuses.size();
+        auto& status = statuses[victim];
+        if (!status.valid()) {
+            status = queue.cancel(commands[victim / each][victim % each].id, true);
+        }
+        if (i % 100 == 0) {
+            queue.cancelGroup(groupOf(random() % 3), random() % 2 == 0);
+        }
+    }
+}
+
+/// The status of one cancel with interrupt, by whomever, beside what became of the command.
+void expectAgreement(const Command& command, Status status) {
+    switch (status) {
+        case CmdDistributor::CANCEL_BEFORE_RUNNING:
+            EXPECT_EQ(command.outcome, Outcome::cancelledWaiting);
+            break;
+        case CmdDistributor::CANCEL_WHILE_RUNNING:
+            EXPECT_EQ(command.outcome, Outcome::interrupted);
+            break;
+        case CmdDistributor::UNABLE_TO_CANCEL_ALREADY_DONE:
+            // By itself, with the queue, or by another's cancel before this one.
+            EXPECT_NE(command.outcome, Outcome::none);
+            break;
+        case CmdDistributor::UNABLE_TO_CANCEL_OTHER:
+            // It came before the command was submitted.
+            EXPECT_NE(command.outcome, Outcome::none);
+            break;
+    }
+}
+
+TEST(CommandQueueStressTest, AStormOfCancelsByIdAndGroupAgreesWithEachOutcome) {
+    constexpr std::size_t submitters = 2;
+    constexpr std::size_t cancellers = 3;
+    constexpr std::size_t each = 5'000;
+    std::vector<std::vector<Command>> commands;
+    for (std::size_t i = 0; i < submitters; ++i) {
+        commands.emplace_back(each);
+    }
+    std::vector<std::vector<boost::shared_future<Status>>> statuses(
+        cancellers, std::vector<boost::shared_future<Status>>(submitters * each));
+    DrainingEngine engine;
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < submitters; ++i) {
+        threads.emplace_back([&engine, &mine = commands[i]] {
+            for (std::size_t k = 0; k < mine.size(); ++k) {
+                RunOptions options;
+                options.addGroupName(groupOf(k % 7));
+                submit(engine.queue(), mine[k], std::move(options));
+            }
+        });
+    }
+    for (std::size_t i = 0; i < cancellers; ++i) {
+        threads.emplace_back([&engine, &commands, &mine = statuses[i], seed = unsigned(i) + 1] {
+            cancelAllOver(engine.queue(), commands, mine, seed);
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    engine.stop();
+    for (std::size_t i = 0; i < submitters * each; ++i) {
+        const auto& command = commands[i / each][i % each];
+        ASSERT_EQ(command.answers, 1) << command.id;
+        std::size_t endedIt = 0;
+        for (const auto& mine : statuses) {
+            if (mine[i].valid()) {
+                ASSERT_TRUE(mine[i].is_ready()) << command.id;
+                expectAgreement(command, mine[i].get());
+                endedIt += mine[i].get() == CmdDistributor::CANCEL_BEFORE_RUNNING ? 1 : 0;
+            }
+        }
+        EXPECT_LE(endedIt, 1U) << "only one cancel can take it out of the queue";
     }
 }
 
