@@ -121,22 +121,27 @@ export async function connect(server) {
         if (type === "execute_reply") {
             const content = message.content();
             if (content.status !== "ok") {
+                requests.delete(message.parent().msg_id);
                 request.reject(new Error(`${content.ename}: ${content.evalue}`));
+                return;
             }
             request.replied = true;
         } else if (type === "execute_result" || type === "display_data") {
             request.output = message.content().data;
+        }
+        if (type === "stream") {
+            request.onText?.(message.content().text);
         }
         if (request.replied && request.output !== undefined) {
             requests.delete(message.parent().msg_id);
             request.resolve(request.output);
         }
     });
-    /** The output of code that has exactly one. */
-    const execute = (code) =>
+    /** The output of code that has exactly one. `onText` is told each text that it prints. */
+    const execute = (code, onText) =>
         new Promise((resolve, reject) => {
             const msg_id = `bench${++lastMessageId}`;
-            requests.set(msg_id, { resolve, reject, replied: false, output: undefined });
+            requests.set(msg_id, { resolve, reject, onText, replied: false, output: undefined });
             socket.send(
                 encode(
                     "shell",
@@ -167,6 +172,29 @@ export async function connect(server) {
         /** What code displays as JSON, as it was parsed. */
         async display(code) {
             return (await execute(code))["application/json"];
+        },
+        /** Sends code, and gives a promise of its end as soon as the code has printed `mark`. */
+        async begin(code, mark) {
+            let ended;
+            await new Promise((resolve, reject) => {
+                ended = execute(code, (text) => {
+                    if (text.includes(mark)) {
+                        resolve();
+                    }
+                });
+                ended.catch(reject);
+            });
+            return { ended };
+        },
+        /** By the REST interface, as its own front end does. */
+        async interrupt() {
+            const answer = await fetch(`${server.address}api/kernels/${kernel.id}/interrupt`, {
+                method: "POST",
+                headers,
+            });
+            if (!answer.ok) {
+                throw new Error(`${name} did not interrupt: ${answer.status}`);
+            }
         },
         /** Ids of the server and its kernel. To be asked before a measurement that may fail, and outside what is
          *  timed: from then on the kernel cannot outlive this process. */

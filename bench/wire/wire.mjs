@@ -3,7 +3,7 @@
 // all of them in turns, so that none has the machine to itself at a better time. Every answer is checked: a wrong
 // one ends the run with an error. A missed goal does not, it is printed.
 //
-//   YVM_BUILD_DIR=build/bench node bench/wire/wire.mjs [round-trip] [pipeline] [doubles] [start] [sessions]
+//   YVM_BUILD_DIR=build/bench node bench/wire/wire.mjs [round-trip] [pipeline] [doubles] [stop] [start] [sessions]
 
 import { readFileSync } from "node:fs";
 import { cpus, loadavg } from "node:os";
@@ -200,6 +200,150 @@ function decodingTime() {
     return median(times);
 }
 
+/** Whether a command ended by an interrupt; the error of anything else. */
+async function interrupted(ended) {
+    const error = await ended.then(
+        () => new Error("the command ended by itself"),
+        (reason) => reason,
+    );
+    if (!/interrupted|KeyboardInterrupt/.test(error.message)) {
+        throw error;
+    }
+}
+
+/** What stopping takes, and queries while a command runs. */
+async function stopping([ours, peerSide, bareSide]) {
+    await interrupts([ours, peerSide]);
+    await queries(ours);
+    await signalCost([ours, bareSide]);
+    await groupCancel(ours);
+}
+
+const busyLoop = "print('busy', flush=True)\nwhile True: pass";
+
+/** From the sending of an interrupt to the error response of a busy loop. */
+async function interrupts(sides) {
+    const warmUp = 5;
+    const rounds = 100;
+    heading("from an interrupt to the error response of a busy Python loop");
+    const interruptOnce = async ({ client, times }) => {
+        const { ended } = await client.begin(busyLoop, "busy");
+        const stopped = interrupted(ended);
+        let asked;
+        times.push(
+            await milliseconds(async () => {
+                asked = client.interrupt();
+                await stopped;
+            }),
+        );
+        await asked;
+    };
+    const startOver = () => sides.forEach((side) => Object.assign(side, { times: [] }));
+    startOver();
+    await inTurns(warmUp, sides, interruptOnce);
+    startOver();
+    await inTurns(rounds, sides, interruptOnce);
+    const p50 = {};
+    for (const { module, times } of sides) {
+        p50[module.name] = median(times);
+        row(
+            module.name,
+            `p50 ${p50[module.name].toFixed(2)} ms`,
+            `maximum ${Math.max(...times).toFixed(2)} ms`,
+            `${times.length} interrupts`,
+        );
+    }
+    below("our p50", p50[yvm.name], "ms", 1);
+    below("our maximum", Math.max(...sides[0].times), "ms", 10);
+    atLeast("peer to ours, p50", p50[peer.name] / p50[yvm.name], "times", 9);
+}
+
+/** Queries at pre-emption points of a busy loop, each sent when the one before is answered. */
+async function queries({ client }) {
+    const warmUp = 100;
+    const count = 2000;
+    heading("yvm.who by feval at a pre-emption point, during a busy Python loop");
+    const variables = Number(await client.eval("import yvm; answer = 42; len(yvm.who())"));
+    const { ended } = await client.begin(busyLoop, "busy");
+    const stopped = interrupted(ended);
+    let times = [];
+    for (let i = 0; i < warmUp + count; ++i) {
+        if (i === warmUp) {
+            times = [];
+        }
+        times.push(await milliseconds(async () => check(await client.countVariables(), variables)));
+    }
+    await client.interrupt();
+    await stopped;
+    row(yvm.name, `p50 ${median(times).toFixed(2)} ms`, `${count} queries`);
+    below("our p99", quantile(times, 0.99), "ms", 2);
+}
+
+/** What it costs a loop that queries and interrupts could break into it, while none does. */
+async function signalCost(sides) {
+    const pairs = 20;
+    heading("a Python loop, with no query waiting, beside the bare server, which nothing breaks into");
+    // In processor time of its thread, so that the rest of the machine counts little.
+    const source =
+        "def spin(n):\n" +
+        "    import time\n" +
+        "    begin, x = time.thread_time(), 0\n" +
+        "    for i in range(n): x += i & 7\n" +
+        "    return time.thread_time() - begin\n";
+    const asExpression = JSON.stringify(source);
+    for (const { client } of sides) {
+        check(await client.eval(`exec(${asExpression}, globals()) or spin(1) < 1`), "True");
+    }
+    // As in the engine: the memory that it takes up makes the loop slower by a few per cent, with nothing to stop it.
+    check(await sides[1].client.eval("__import__('numpy').__name__"), "numpy");
+    const ratios = [];
+    await inTurns(pairs, sides, async (side) => {
+        side.spent = Number(await side.client.eval("spin(3_000_000)"));
+        side.spun = (side.spun ?? 0) + 1;
+        if (sides.every(({ spun }) => spun === side.spun)) {
+            ratios.push(sides[0].spent / sides[1].spent);
+        }
+    });
+    row(
+        "quartiles",
+        `${quantile(ratios, 0.25).toFixed(3)}`,
+        `${quantile(ratios, 0.75).toFixed(3)}`,
+        `${pairs} pairs`,
+    );
+    below("our time to the bare server's, median", median(ratios), "times", 1.01);
+}
+
+/** A cancel of all that wait, by their group. */
+async function groupCancel({ client }) {
+    const count = 10_000;
+    const rounds = 5;
+    heading(`${count} evals that wait, cancelled by their group`);
+    const [answered, ended] = [[], []];
+    for (let round = 0; round < rounds; ++round) {
+        const busy = await client.begin(busyLoop, "busy");
+        const stopped = interrupted(busy.ended);
+        const waiting = Array.from({ length: count }, () =>
+            client.enqueue("must_not_run", "group").then(
+                () => "it ran",
+                (error) => error.message,
+            ),
+        );
+        // Behind them all: when it is answered, they are in the queue.
+        await client.countVariables();
+        const begin = performance.now();
+        await client.cancelGroup("group");
+        answered.push(performance.now() - begin);
+        for (const message of await Promise.all(waiting)) {
+            check(message, "The command was cancelled before it ran.");
+        }
+        ended.push(performance.now() - begin);
+        await client.interrupt();
+        await stopped;
+    }
+    row(yvm.name, `last of their errors ${median(ended).toFixed(0)} ms`, `${rounds} times`);
+    below("until the cancel is answered, median", median(answered), "ms", 100);
+}
+
 /** From the start of the process to the first answer of an engine with NumPy, and the memory held after it. */
 async function coldStart() {
     const rounds = 7;
@@ -282,7 +426,7 @@ async function printMachine(peerSide) {
     );
 }
 
-const known = ["round-trip", "pipeline", "doubles", "start", "sessions"];
+const known = ["round-trip", "pipeline", "doubles", "stop", "start", "sessions"];
 const parts = process.argv.length > 2 ? process.argv.slice(2) : known;
 const unknown = parts.find((part) => !known.includes(part));
 if (unknown !== undefined) {
@@ -302,6 +446,11 @@ if (parts.includes("pipeline")) {
 }
 if (parts.includes("doubles")) {
     await doubles([ours, peerSide]);
+}
+if (parts.includes("stop")) {
+    const bareSide = await serve(bare);
+    await stopping([ours, peerSide, bareSide]);
+    await stop(bareSide);
 }
 // The rest starts servers of its own, and is not to share the machine with these.
 await stop(ours);

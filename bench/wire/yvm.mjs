@@ -33,6 +33,7 @@ export async function connect(server) {
         const request = requests.get(data.requestID);
         if (!channel.endsWith("/response")) {
             request.text += data.text;
+            request.onText?.(request.text);
             return;
         }
         requests.delete(data.requestID);
@@ -59,12 +60,12 @@ export async function connect(server) {
             calls.set(String(id), { resolve, reject });
             send(id, message);
         });
-    /** Resolves with the response, and the text before it. */
-    const request = (channel, data) =>
+    /** Resolves with the response, and the text before it. `onText` is told all text so far whenever more comes. */
+    const request = (channel, data, onText) =>
         new Promise((resolve, reject) => {
             const id = ++lastId;
             const requestID = requestIdOf(id);
-            requests.set(requestID, { text: "", resolve, reject });
+            requests.set(requestID, { text: "", resolve, reject, onText });
             send(id, { channel, clientId, data: { requestID, ...data } });
         });
 
@@ -101,6 +102,38 @@ export async function connect(server) {
             });
             return data.result[0];
         },
+        /** Sends a command, and gives a promise of its end as soon as the command has shown `mark`. */
+        async begin(command, mark) {
+            let ended;
+            await new Promise((resolve, reject) => {
+                ended = request(`${channelPrefix}/eval/request`, { command, runOptions }, (text) => {
+                    if (text.includes(mark)) {
+                        resolve();
+                    }
+                });
+                ended.catch(reject);
+            });
+            return { ended };
+        },
+        /** Sends a command that waits in the group. */
+        enqueue: (command, group) =>
+            request(`${channelPrefix}/eval/request`, {
+                command,
+                runOptions: { ...runOptions, groupNames: [group] },
+            }),
+        /** The number of variables, asked for at a pre-emption point of whatever runs. */
+        async countVariables() {
+            const { data } = await request(`${channelPrefix}/feval/request`, {
+                function: "yvm.who",
+                numOutputsExpected: 1,
+                rhsArgs: [],
+                runOptions: { ...runOptions, dequeueMode: "DEQUEUE_AT_PPE" },
+            });
+            return data.result[0].ywdata.length;
+        },
+        interrupt: () => request(`${channelPrefix}/interrupt/request`, {}),
+        cancelGroup: (requestGroupNametoCancel) =>
+            request(`${channelPrefix}/cancelGroup/request`, { requestGroupNametoCancel }),
         processes: async () => [server.pid],
         close: () => socket.close(),
     };
