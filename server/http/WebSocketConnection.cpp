@@ -169,9 +169,7 @@ void WebSocketConnection::startSoonTimer() {
 
 void WebSocketConnection::append(bayeux::FrameText frame) {
     waitingBytes_ += frame.size();
-    if (waiting_.empty()) {
-        waiting_.push_back(std::move(frame));
-    } else if (waiting_.back().join(frame, kJoinedBytes)) {
+    if (!waiting_.empty() && waiting_.back().join(frame, kJoinedBytes)) {
         // One comma takes the place of two brackets.
         --waitingBytes_;
     } else {
