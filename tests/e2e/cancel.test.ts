@@ -303,7 +303,8 @@ describe("an interrupt", () => {
             data: { requestID: `i${String(index)}` },
         }));
         await client.driver.batch(flood);
-        expect(await response("busy")).toMatchObject(stopped);
+        // Not its identifier: a later interrupt may break into the description of the error.
+        expect(await response("busy")).toMatchObject({ error: { status: 3 } });
         await interrupt("last");
         const answers = client.events.filter(({ channel: from }) => from === `/yvm/${id}/interrupt/response`);
         expect(new Set(answers.map(({ data }) => data["requestID"])).size).toBe(501);
