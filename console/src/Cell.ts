@@ -7,17 +7,50 @@ import { OutputText } from "./OutputText";
 /** One command and what came of it. Text is taken in at once and shown at the next `render`. */
 export class Cell {
     readonly element: HTMLElement;
+    readonly command: string;
     readonly #text = new OutputText();
     readonly #output = make("div", "output");
-    readonly #progress = make("p", "progress", make("span", "spinner"), "running");
+    readonly #stage = make("span", "", "running");
+    readonly #stop = make("button", "quiet", "Stop");
+    readonly #progress = make("p", "progress", make("span", "spinner"), this.#stage, this.#stop);
+    #isStopRequested = false;
     readonly #start = performance.now();
 
-    constructor(command: string) {
+    /**
+     * @param command its text
+     * @param onStop called when somebody presses the button that stops it, each time
+     */
+    constructor(command: string, onStop: (cell: Cell) => void) {
+        this.command = command;
+        this.#stop.type = "button";
+        this.#stop.title = "Stop this command (Ctrl+C)";
+        this.#stop.addEventListener("click", () => {
+            onStop(this);
+        });
         const input = make("pre", "input", command);
         input.setAttribute("aria-label", "Command");
         this.element = make("article", "cell running", input, this.#output, this.#progress);
         // Screen readers wait until the command has ended.
         this.element.setAttribute("aria-busy", "true");
+    }
+
+    /** The engine has begun with the command, or has not. */
+    showStage(stage: "waiting" | "running"): void {
+        if (!this.#isStopRequested) {
+            this.#stage.textContent = stage;
+        }
+    }
+
+    /** Says that it was asked to stop, which lasts until it has ended: it may take its time. */
+    showStopRequested(): void {
+        this.#isStopRequested = true;
+        this.#stage.textContent = "stop requested";
+        this.#stop.textContent = "Stop again";
+    }
+
+    /** The request to stop did not get through. */
+    showStopFailed(error: Error): void {
+        this.#stage.textContent = `not stopped: ${error.message}`;
     }
 
     append(chunk: TextChunk): void {

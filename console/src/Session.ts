@@ -6,7 +6,16 @@ import {
     type EvalResult,
     type RequestFuture,
     type TextChunk,
+    type YdaValue,
 } from "yvm-client";
+
+import type { Listing } from "./CommandTracker";
+
+/** Answered while another command runs, and without text. */
+const queryOptions = {
+    keepText: false,
+    runOptions: { dequeueMode: "DEQUEUE_AT_PPE", useNullOutSink: true, useNullErrSink: true },
+} as const;
 
 /** How the page stands with the server. */
 export type SessionState =
@@ -59,15 +68,45 @@ export class Session {
      * @throws Error if there is no attached client
      */
     run(command: string, onText: (chunk: TextChunk) => void): RequestFuture<EvalResult> {
-        if (!this.#client) {
-            throw new Error("not attached");
-        }
-        return this.#client.eval(command, { isUserEval: true, onText, keepText: false });
+        return this.#attached().eval(command, { isUserEval: true, onText, keepText: false });
+    }
+
+    /** Asks what the engine runs and what waits. Answered while a command runs, if it is not one long call. */
+    async listCommands(): Promise<Listing> {
+        const client = this.#attached();
+        const [running, [waiting]] = await Promise.all([
+            this.#listRunning(client),
+            client.feval("yvm.queue", [], queryOptions),
+        ]);
+        return { running, waiting: asListOfTexts(waiting) };
+    }
+
+    /** The engine's identifier of this query itself, to compare those of commands with. */
+    async mark(): Promise<string> {
+        return (await this.#listRunning(this.#attached())).at(-1) ?? "";
+    }
+
+    /** Interrupts what the engine runs, whoever sent it. */
+    async interrupt(): Promise<void> {
+        await this.#attached().interrupt();
     }
 
     /** Says goodbye, so that the server need not wait for this page to come back. */
     stop(): void {
         void this.#connection?.disconnect();
+    }
+
+    /** What runs, outermost first; this query is the last. */
+    async #listRunning(client: Client): Promise<readonly string[]> {
+        const [state] = await client.feval("yvm.state", [], queryOptions);
+        return asListOfTexts(isRecord(state) ? state["running"] : undefined);
+    }
+
+    #attached(): Client {
+        if (!this.#client) {
+            throw new Error("not attached");
+        }
+        return this.#client;
     }
 
     #end(reason: unknown): void {
@@ -84,4 +123,15 @@ export class Session {
             wantsToken: reason instanceof RefusedError && reason.code === 401,
         });
     }
+}
+
+function isRecord(value: YdaValue | undefined): value is { readonly [key: string]: YdaValue } {
+    return typeof value === "object" && value !== null && !Array.isArray(value);
+}
+
+function asListOfTexts(value: YdaValue | undefined): readonly string[] {
+    if (!Array.isArray(value) || !value.every((item) => typeof item === "string")) {
+        throw new Error("the engine does not tell what it runs");
+    }
+    return value;
 }

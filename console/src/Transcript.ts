@@ -35,8 +35,8 @@ export class Transcript {
     }
 
     /** Adds a cell at the end and shows it. */
-    add(command: string): Cell {
-        const cell = new Cell(command);
+    add(command: string, onStop: (cell: Cell) => void): Cell {
+        const cell = new Cell(command, onStop);
         this.#list.append(cell.element);
         while (this.#list.childElementCount > maxCells) {
             this.#list.firstElementChild?.remove();

@@ -1,5 +1,8 @@
 import "./style.css";
 
+import { ActivityMonitor } from "./ActivityMonitor";
+import { ActivityView } from "./ActivityView";
+import type { Cell } from "./Cell";
 import { byId } from "./dom";
 import { Editor } from "./Editor";
 import { Session, type SessionState } from "./Session";
@@ -23,18 +26,58 @@ const editor = new Editor(
     },
 );
 const session = new Session(new URL("./", location.href).href, showState);
+const activityView = new ActivityView(byId("activity", HTMLElement), {
+    stop,
+    interrupt: () => session.interrupt(),
+});
+const monitor = new ActivityMonitor<Cell>(
+    { list: () => session.listCommands(), mark: () => session.mark() },
+    (activity) => {
+        activityView.show(activity);
+        for (const { own } of activity.running) {
+            own?.showStage("running");
+        }
+        for (const { own } of activity.waiting) {
+            own?.showStage("waiting");
+        }
+    },
+);
+/** The requests of the cells that have not ended. */
+const requests = new Map<Cell, ReturnType<Session["run"]>>();
 
 async function run(command: string): Promise<void> {
     welcome.hidden = true;
-    const cell = transcript.add(command);
+    const cell = transcript.add(command, stop);
     try {
-        await session.run(command, (chunk) => {
-            transcript.append(cell, chunk);
-        });
+        const request = monitor.send(cell, () =>
+            session.run(command, (chunk) => {
+                transcript.append(cell, chunk);
+            }),
+        );
+        requests.set(cell, request);
+        await request;
         transcript.finish(cell);
     } catch (error) {
-        transcript.finish(cell, error instanceof Error ? error : new Error(String(error)));
+        transcript.finish(cell, asError(error));
+    } finally {
+        requests.delete(cell);
+        monitor.ended(cell);
     }
+}
+
+/** Asks the engine to stop the cell's command. How it ends is told by the command's own answer. */
+function stop(cell: Cell): void {
+    const request = requests.get(cell);
+    if (request) {
+        cell.showStopRequested();
+        request.cancel({ interrupt: true }).catch((error: unknown) => {
+            cell.showStopFailed(asError(error));
+        });
+    }
+}
+
+function asError(error: unknown): Error {
+    return error instanceof Error ? error : new Error(String(error));
 }
 
 function showState(state: SessionState): void {
@@ -48,6 +91,7 @@ function showState(state: SessionState): void {
     status.dataset["state"] = state.kind;
     editor.enabled = state.kind === "attached";
     runButton.disabled = !editor.enabled;
+    monitor.isAttached = editor.enabled;
     connectForm.hidden = state.kind !== "ended";
     if (state.kind === "ended") {
         notice.textContent = state.reason;
@@ -81,7 +125,26 @@ addEventListener("keydown", (event) => {
     if (event.ctrlKey && event.key === "l") {
         event.preventDefault();
         transcript.clear();
+    } else if (event.ctrlKey && event.key === "c" && !hasSelection()) {
+        const [oldest] = requests.keys();
+        if (oldest) {
+            event.preventDefault();
+            stop(oldest);
+        }
     }
+});
+
+/** Whether the keys for copying have something to copy. */
+function hasSelection(): boolean {
+    const { activeElement } = document;
+    return activeElement instanceof HTMLTextAreaElement
+        ? activeElement.selectionStart !== activeElement.selectionEnd
+        : getSelection()?.isCollapsed === false;
+}
+
+monitor.isVisible = !document.hidden;
+document.addEventListener("visibilitychange", () => {
+    monitor.isVisible = !document.hidden;
 });
 
 addEventListener("pagehide", () => {

@@ -1,0 +1,224 @@
+import { mkdirSync, mkdtempSync, writeFileSync } from "node:fs";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+import { fileURLToPath } from "node:url";
+
+import type { Browser, BrowserContext, Locator, Page } from "playwright-core";
+import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+import { connect, type Client, type Connection } from "yvm-client";
+
+import { launchChromium } from "./Chromium.js";
+import { ServerProcess } from "./ServerProcess.js";
+
+/** Stopping commands in the web console: a real browser, the real server. */
+
+const screenshots = fileURLToPath(new URL("../../build/screenshots/", import.meta.url));
+
+const busy = "print('runs', flush=True)\nwhile True: pass";
+
+let server: ServerProcess;
+let browser: Browser;
+let context: BrowserContext;
+let page: Page;
+let complaints: string[];
+/** Another user of the same engine. */
+let yvm: Connection;
+let other: Client;
+
+beforeAll(async () => {
+    mkdirSync(screenshots, { recursive: true });
+    server = await ServerProcess.start();
+    browser = await launchChromium();
+});
+
+afterAll(async () => {
+    await browser.close();
+    expect((await server.stop()).code).toBe(0);
+});
+
+beforeEach(async () => {
+    complaints = [];
+    context = await browser.newContext({ viewport: { width: 900, height: 700 } });
+    page = await open();
+    yvm = await connect(server.url.href);
+    other = await yvm.attach();
+});
+
+afterEach(async () => {
+    await context.close();
+    await yvm.disconnect();
+    expect(complaints).toEqual([]);
+});
+
+async function open(): Promise<Page> {
+    const opened = await context.newPage();
+    opened.on("pageerror", (error) => complaints.push(error.message));
+    opened.on("console", (message) => {
+        if (message.type() === "error" || message.type() === "warning") {
+            complaints.push(message.text());
+        }
+    });
+    await opened.goto(server.url.href);
+    await opened.locator('#status[data-state="attached"]').waitFor();
+    return opened;
+}
+
+/** Types a command and runs it; its cell. */
+async function start(command: string): Promise<Locator> {
+    const count = await page.locator(".cell").count();
+    await page.locator("#command").fill(command);
+    await page.keyboard.press("Enter");
+    return page.locator(".cell").nth(count);
+}
+
+async function untilStopped(cell: Locator): Promise<void> {
+    await cell.locator(".failure").waitFor();
+    expect(await cell.getAttribute("class")).not.toContain("running");
+    expect(await cell.getByRole("button").count()).toBe(0);
+}
+
+function rows(of: Page = page): Locator {
+    return of.locator("#activity li");
+}
+
+describe("the page", () => {
+    it("stops a running command by its button, and is ready for the next", async () => {
+        const cell = await start(busy);
+        await cell.locator(".stdout", { hasText: "runs" }).waitFor();
+        await cell.getByRole("button", { name: "Stop" }).click();
+        await untilStopped(cell);
+        const next = await start("1+1");
+        await next.locator(".stdout", { hasText: "2" }).waitFor();
+    });
+
+    it("stops a running command by Ctrl+C in the editor", async () => {
+        const cell = await start(busy);
+        await cell.locator(".stdout", { hasText: "runs" }).waitFor();
+        await page.keyboard.press("Control+c");
+        await untilStopped(cell);
+    });
+
+    it("leaves Ctrl+C to the copying of what is selected", async () => {
+        const cell = await start(busy);
+        await cell.locator(".stdout", { hasText: "runs" }).waitFor();
+        await page.locator("#command").fill("to be copied");
+        await page.keyboard.press("Control+a");
+        await page.keyboard.press("Control+c");
+        await page.keyboard.press("ArrowRight");
+        // The next one does stop it, so the first one has not.
+        expect(await cell.locator(".progress").textContent()).not.toContain("requested");
+        await page.keyboard.press("Control+c");
+        await untilStopped(cell);
+    });
+
+    it("says that a stop was requested until the command has really ended, and can repeat it", async () => {
+        const cell = await start(
+            "try:\n    print('runs', flush=True)\n    while True: pass\nexcept KeyboardInterrupt:\n" +
+                "    print('caught', flush=True)\nwhile True: pass",
+        );
+        await cell.locator(".stdout", { hasText: "runs" }).waitFor();
+        await cell.getByRole("button", { name: "Stop" }).click();
+        await cell.locator(".stdout", { hasText: "caught" }).waitFor();
+        expect(await cell.locator(".progress").textContent()).toContain("stop requested");
+        await cell.getByRole("button", { name: "Stop again" }).click();
+        await untilStopped(cell);
+    });
+
+    it("lists what runs and what waits by its text, and stops each from there", async () => {
+        const running = await start(busy);
+        const waiting = await start("'never'");
+        await rows().nth(1).waitFor();
+        expect(await rows().allInnerTexts()).toEqual([
+            expect.stringMatching(/^running\s+print\('runs', flush=True\) …\s+Stop$/),
+            expect.stringMatching(/^waiting\s+'never'\s+Stop$/),
+        ]);
+        expect(await waiting.locator(".progress").textContent()).toContain("waiting");
+        await rows().nth(1).getByRole("button").click();
+        await untilStopped(waiting);
+        expect(await waiting.locator(".stdout").count()).toBe(0);
+        await rows().nth(0).getByRole("button").click();
+        await untilStopped(running);
+        await rows().first().waitFor({ state: "detached" });
+        await page.locator("#activity").waitFor({ state: "hidden" });
+    });
+
+    it("shows, opened late, what another page runs, and interrupts it", async () => {
+        const cell = await start(busy);
+        await cell.locator(".stdout", { hasText: "runs" }).waitFor();
+        const late = await open();
+        await rows(late).first().waitFor();
+        expect(await rows(late).allInnerTexts()).toEqual([
+            expect.stringMatching(/^running\s+#\d+, from elsewhere\s+Interrupt$/),
+        ]);
+        await rows(late).getByRole("button", { name: "Interrupt" }).click();
+        await untilStopped(cell);
+        await late.locator("#activity").waitFor({ state: "hidden" });
+    });
+
+    it("tells its own waiting command from the running one of another client", async () => {
+        const rejected = expect(other.eval("while True: pass").done).rejects.toMatchObject({ status: 3 });
+        await rows().getByText("from elsewhere").waitFor();
+        const mine = await start("'mine'");
+        await rows().getByText("'mine'").waitFor();
+        expect(await rows().allInnerTexts()).toEqual([
+            expect.stringMatching(/^running\s+#\d+, from elsewhere\s+Interrupt$/),
+            expect.stringMatching(/^waiting\s+'mine'\s+Stop$/),
+        ]);
+        await rows().getByRole("button", { name: "Interrupt" }).click();
+        await rejected;
+        await mine.locator(".stdout", { hasText: "mine" }).waitFor();
+    });
+
+    it("says, opened late, that the engine is inside one long call", async () => {
+        const fifo = join(mkdtempSync(join(tmpdir(), "yvm-")), "release");
+        const done = other.eval(
+            `
+import ctypes, os, signal
+os.mkfifo("${fifo}")
+release = os.open("${fifo}", os.O_RDWR)
+print("runs", flush=True)
+mask = signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())
+ctypes.PyDLL(None).read(release, ctypes.create_string_buffer(1), 1)  # holds on to the interpreter
+signal.pthread_sigmask(signal.SIG_SETMASK, mask)
+os.close(release)`,
+        );
+        for await (const { text } of done.output) {
+            expect(text).toContain("runs");
+            break;
+        }
+        await page.reload();
+        await page.locator('#status[data-state="attached"]').waitFor();
+        await rows().getByText("does not answer").waitFor();
+        writeFileSync(fifo, "x");
+        await done;
+        await page.locator("#activity").waitFor({ state: "hidden" });
+    });
+
+    it("shows nothing of quick commands, and queries nothing into the history", async () => {
+        const cell = await start("1+1");
+        await cell.locator(".stdout", { hasText: "2" }).waitFor();
+        expect(await page.locator("#activity").isVisible()).toBe(false);
+        const [history] = await other.feval("yvm.history", [1]);
+        expect(history).toEqual(["1+1"]);
+    });
+
+    it.each(["light", "dark"] as const)("looks well while commands run, in %s", async (colorScheme) => {
+        await page.emulateMedia({ colorScheme });
+        await start("import numpy as np; np.arange(12).reshape(3, 4)");
+        const running = await start(
+            "import time\nfor i in range(600):\n    print(i, end=' ', flush=True)\n    time.sleep(0.1)",
+        );
+        const waiting = await start("np.linalg.svd(np.eye(2))");
+        const elsewhere = other.eval("'elsewhere'");
+        await rows().nth(2).waitFor();
+        await page.screenshot({ path: `${screenshots}stop-${colorScheme}.png` });
+        await page.keyboard.press("Control+c");
+        await untilStopped(running);
+        await waiting.locator(".stdout").waitFor();
+        await elsewhere;
+        await page.screenshot({ path: `${screenshots}stopped-${colorScheme}.png` });
+        expect(await running.locator(".failure-title").textContent()).toBe(
+            "yvm.Interrupt: the command was interrupted",
+        );
+    });
+});
