@@ -45,14 +45,28 @@ std::vector<std::string> toTexts(const std::vector<EngineThread::IDType>& ids) {
     return texts;
 }
 
-/// Keeps from a nested command what the one beneath it has set up for itself: the exception that it is
-/// handling, which would become the context of every error above, and its redirections of text.
+/// Keeps the exception that is being handled from a command above, where it would become the context of every
+/// error, and from those that follow a command which left one behind: its code was interrupted for good on
+/// the way out of an `except` clause.
+class HandledException {
+  public:
+    HandledException() : handled_(py::reinterpret_steal<py::object>(PyErr_GetHandledException())) {
+        PyErr_SetHandledException(nullptr);
+    }
+    ~HandledException() { PyErr_SetHandledException(handled_.ptr()); }
+    HandledException(const HandledException&) = delete;
+    HandledException& operator=(const HandledException&) = delete;
+
+  private:
+    const py::object handled_;
+};
+
+/// Keeps from a nested command the redirections of text that the one beneath it has set up for itself.
 ///
 /// By the interpreter's own table of `sys`, which knows no error when a user has deleted a name.
 class NestedState {
   public:
-    NestedState() : handled_(py::reinterpret_steal<py::object>(PyErr_GetHandledException())) {
-        PyErr_SetHandledException(nullptr);
+    NestedState() {
         for (std::size_t i = 0; i < names.size(); ++i) {
             saved_[i] = py::reinterpret_borrow<py::object>(PySys_GetObject(names[i].used));
             PySys_SetObject(names[i].used, PySys_GetObject(names[i].original));
@@ -62,7 +76,6 @@ class NestedState {
         for (std::size_t i = 0; i < names.size(); ++i) {
             PySys_SetObject(names[i].used, saved_[i].ptr());
         }
-        PyErr_SetHandledException(handled_.ptr());
     }
     NestedState(const NestedState&) = delete;
     NestedState& operator=(const NestedState&) = delete;
@@ -75,7 +88,6 @@ class NestedState {
     static constexpr std::array<Name, 3> names{
         {{"stdout", "__stdout__"}, {"stderr", "__stderr__"}, {"displayhook", "__displayhook__"}}};
 
-    const py::object handled_;
     std::array<py::object, names.size()> saved_;
 };
 
@@ -428,6 +440,7 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
 Outcome EngineThread::runInPython(Command& command) {
     const WithGil gil;
     releases_->drain();
+    const HandledException handled;
     std::optional<NestedState> nested;
     if (frames_.size() > 1) {
         nested.emplace();
