@@ -47,6 +47,41 @@ bool holdsWrongType(const simdjson::dom::element& value) {
     return false;
 }
 
+/// Whether there is a "requestID", and each of them is a string: nobody can be answered otherwise, and
+/// what is not answered counts as in flight.
+bool hasRequestId(const simdjson::dom::element& value) {
+    simdjson::dom::object object;
+    bool isFound = false;
+    if (!value.get(object)) {
+        for (const auto& [key, member] : object) {
+            if (key == "requestID") {
+                if (!member.is_string()) {
+                    return false;
+                }
+                isFound = true;
+            }
+        }
+    }
+    return isFound;
+}
+
+/// The same of a text that simdjson does not take, gathered member by member.
+struct PlainFindings {
+    void see(const JsonMember& member) {
+        holdsWrongType = holdsWrongType || (!member.isString && spells(member.spelledKey, "ywtype"));
+        if (member.depth == 1 && spells(member.spelledKey, "requestID")) {
+            holdsId = holdsId || member.isString;
+            holdsWrongId = holdsWrongId || !member.isString;
+        }
+    }
+
+    bool hasRequestId() const { return holdsId && !holdsWrongId; }
+
+    bool holdsWrongType = false;
+    bool holdsId = false;
+    bool holdsWrongId = false;
+};
+
 /// A parser that has room for `size` bytes, or nothing when there is no memory for it. That for usual texts
 /// is kept: to make one costs more than to parse such a text.
 class Parser {
@@ -98,18 +133,21 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
         return Refusal{ErrorCode::Unavailable, "no memory for data of this size"};
     }
     simdjson::dom::element parsed;
+    bool isWrongType = false;
+    bool isIdentified = false;
     switch (const auto error = parser.parse(text).get(parsed); error) {
         case simdjson::SUCCESS:
-            if (mayHoldTypes(text) && holdsWrongType(parsed)) {
-                return badRequest("every ywtype in the data must be a string");
-            }
+            isWrongType = mayHoldTypes(text) && holdsWrongType(parsed);
+            isIdentified = hasRequestId(parsed);
             break;
         case simdjson::UTF8_ERROR:
             return badRequest("the data is not UTF-8");
-        default:
+        default: {
             // simdjson refuses numbers beyond the range of its types, which are JSON all the same; and
             // where it is right, the plain validator knows the place.
-            if (const auto fault = whyNotStrictJson(text, maxDepth_)) {
+            PlainFindings findings;
+            if (const auto fault = whyNotStrictJson(
+                    text, maxDepth_, [&findings](const JsonMember& member) { findings.see(member); })) {
                 if (fault->isDepth) {
                     return Refusal{
                         ErrorCode::TooLarge,
@@ -121,9 +159,18 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
             if (!simdjson::validate_utf8(text)) {
                 return badRequest("the data is not UTF-8");
             }
+            isWrongType = findings.holdsWrongType;
+            isIdentified = findings.hasRequestId();
+        }
     }
     if (isEmptyObject(text)) {
         return badRequest("the data must not be an empty object");
+    }
+    if (isWrongType) {
+        return badRequest("every ywtype in the data must be a string");
+    }
+    if (!isIdentified) {
+        return badRequest("the request needs a requestID - a string");
     }
     return text;
 }

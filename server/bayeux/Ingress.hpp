@@ -15,7 +15,8 @@ namespace server::bayeux {
 ///
 /// The module's parser keeps its thread for ever on some damaged texts and on empty objects, and
 /// says nothing at all to others. So only strict JSON in UTF-8 passes, an object that is not empty,
-/// within the limits of bytes and depth, in which every "ywtype" is a string.
+/// within the limits of bytes and depth, in which every "ywtype" is a string, and the "requestID" that the
+/// answer needs.
 class Ingress {
   public:
     explicit Ingress(const Limits& limits) : maxBytes_(limits.maxMessageBytes), maxDepth_(limits.maxDepth) {}

@@ -1,6 +1,8 @@
 #include "server/bayeux/JsonText.hpp"
 
 #include <array>
+#include <charconv>
+#include <utility>
 #include <vector>
 
 namespace server::bayeux {
@@ -29,7 +31,8 @@ bool isHexDigit(char c) {
 /// returns false.
 class Walker {
   public:
-    Walker(std::string_view text, std::size_t maxDepth) : text_(text), maxDepth_(maxDepth) {}
+    Walker(std::string_view text, std::size_t maxDepth, std::function<void(const JsonMember&)> onMember)
+        : text_(text), maxDepth_(maxDepth), onMember_(std::move(onMember)) {}
 
     std::optional<JsonFault> failure() {
         takeText();
@@ -84,6 +87,10 @@ class Walker {
                     }
                     [[fallthrough]];
                 case Due::Value:
+                    if (key_ && onMember_) {
+                        onMember_({*key_, open_.size(), c == '"'});
+                    }
+                    key_.reset();
                     if (c == '{' || c == '[') {
                         if (open_.size() == maxDepth_) {
                             fail("nested more than " + std::to_string(maxDepth_) + " levels deep");
@@ -120,9 +127,11 @@ class Walker {
         if (text_[at_] != '"') {
             return fail("a key in quotes is expected");
         }
+        const std::size_t start = at_ + 1;
         if (!takeString()) {
             return false;
         }
+        key_ = text_.substr(start, at_ - 1 - start);
         skipWhiteSpace();
         if (at_ == text_.size() || text_[at_] != ':') {
             return fail("a colon is expected");
@@ -267,7 +276,10 @@ class Walker {
 
     std::string_view text_;
     std::size_t maxDepth_;
+    std::function<void(const JsonMember&)> onMember_;
     std::size_t at_ = 0;
+    /// The key whose value is due.
+    std::optional<std::string_view> key_;
     std::vector<char> open_;
     std::optional<JsonFault> failure_;
 };
@@ -314,8 +326,30 @@ std::string toAsciiJson(std::string_view json) {
     return out;
 }
 
-std::optional<JsonFault> whyNotStrictJson(std::string_view text, std::size_t maxDepth) {
-    return Walker(text, maxDepth).failure();
+bool spells(std::string_view spelled, std::string_view name) {
+    // Other escapes stand for characters that no name has.
+    constexpr std::string_view kEscape = "\\u00";
+    for (const char wanted : name) {
+        if (spelled.starts_with(kEscape)) {
+            const std::string_view digits = spelled.substr(kEscape.size(), 2);
+            unsigned unit = 0;
+            const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
+            if (read.ptr != digits.data() + 2 || unit != static_cast<unsigned char>(wanted)) {
+                return false;
+            }
+            spelled.remove_prefix(kEscape.size() + digits.size());
+        } else if (spelled.starts_with(wanted)) {
+            spelled.remove_prefix(1);
+        } else {
+            return false;
+        }
+    }
+    return spelled.empty();
+}
+
+std::optional<JsonFault> whyNotStrictJson(std::string_view text, std::size_t maxDepth,
+                                          std::function<void(const JsonMember&)> onMember) {
+    return Walker(text, maxDepth, std::move(onMember)).failure();
 }
 
 }  // namespace server::bayeux

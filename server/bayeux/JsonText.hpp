@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,10 +25,25 @@ struct JsonFault {
     bool isDepth = false;
 };
 
+/// A member of an object in a JSON text.
+struct JsonMember {
+    /// As it stands in the text, without the quotes.
+    std::string_view spelledKey;
+    /// Of how many arrays and objects it is part: 1 in the outermost object.
+    std::size_t depth;
+    bool isString;
+};
+
+/// Whether a string that is spelled so in JSON is `name`, which is printable ASCII without quotes,
+/// slashes and backslashes.
+bool spells(std::string_view spelled, std::string_view name);
+
 /// Why `text` is not one strict JSON value (RFC 8259), or nothing when it is.
 ///
 /// Knows no range of numbers, takes white space around the value, allows `maxDepth` nested arrays
-/// and objects. Does not look at the UTF-8 of strings. Iterative: any depth is safe.
-std::optional<JsonFault> whyNotStrictJson(std::string_view text, std::size_t maxDepth);
+/// and objects. Does not look at the UTF-8 of strings. Iterative: any depth is safe. `onMember`, when
+/// there is one, is told the members of all objects up to the fault.
+std::optional<JsonFault> whyNotStrictJson(std::string_view text, std::size_t maxDepth,
+                                          std::function<void(const JsonMember&)> onMember = {});
 
 }  // namespace server::bayeux

@@ -196,15 +196,15 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     WhatIsOfNoImportance, BadFrame,
     Values(
-        Row{R"([{"channel":"/yvm/own/eval/request","id":"1","clientId":"ID","data":{"a":1},"successful":true}])",
+        Row{R"([{"channel":"/yvm/own/eval/request","id":"1","clientId":"ID","data":{"requestID":"r"},"successful":true}])",
             R"([{"channel":"/yvm/own/eval/request","id":"1","successful":true}])"},
-        Row{R"([{"channel":"/yvm/own/eval/request","id":"1","clientId":"ID","data":{"a":1},"successful":false,"error":"400::x","advice":{"reconnect":"none"}}])",
+        Row{R"([{"channel":"/yvm/own/eval/request","id":"1","clientId":"ID","data":{"requestID":"r"},"successful":false,"error":"400::x","advice":{"reconnect":"none"}}])",
             R"([{"channel":"/yvm/own/eval/request","id":"1","successful":true}])"},
-        Row{R"([{"channel":"/yvm/own/eval/request","id":"1","clientId":"ID","data":{"a":1},"subscription":"/a","ext":7,"advice":[]}])",
+        Row{R"([{"channel":"/yvm/own/eval/request","id":"1","clientId":"ID","data":{"requestID":"r"},"subscription":"/a","ext":7,"advice":[]}])",
             R"([{"channel":"/yvm/own/eval/request","id":"1","successful":true}])"},
-        Row{R"([{"channel":"/yvm/own/eval/request","clientId":"ID","data":{"a":1}}])",
+        Row{R"([{"channel":"/yvm/own/eval/request","clientId":"ID","data":{"requestID":"r"}}])",
             R"([{"channel":"/yvm/own/eval/request","successful":true}])"},
-        Row{R"([{"channel":"/yvm/own/eval/request","id":-1.5e3,"clientId":"ID","data":{"a":1}}])",
+        Row{R"([{"channel":"/yvm/own/eval/request","id":-1.5e3,"clientId":"ID","data":{"requestID":"r"}}])",
             R"([{"channel":"/yvm/own/eval/request","id":-1.5e3,"successful":true}])"},
         Row{R"([{"channel":"/meta/connect","id":"1","clientId":"ID","advice":{"timeout":0},"connectionType":["none"],"ext":null}])",
             R"([{"channel":"/meta/connect","id":"1","successful":true,"advice":{"reconnect":"retry",)"
@@ -304,6 +304,12 @@ INSTANTIATE_TEST_SUITE_P(
         Row{R"([{"channel":"/yvm/own/eval/request","id":"1","clientId":"ID","data":{"ywtype":7}}])",
             R"([{"channel":"/yvm/own/eval/request","id":"1","successful":false,)"
             R"("error":"400::every ywtype in the data must be a string"}])"},
+        Row{R"([{"channel":"/yvm/own/eval/request","id":"1","clientId":"ID","data":{"a":1}}])",
+            R"([{"channel":"/yvm/own/eval/request","id":"1","successful":false,)"
+            R"("error":"400::the request needs a requestID - a string"}])"},
+        Row{R"([{"channel":"/yvm/own/a/b/request","id":"1","clientId":"ID","data":{"requestID":7}}])",
+            R"([{"channel":"/yvm/own/a/b/request","id":"1","successful":false,)"
+            R"("error":"400::the request needs a requestID - a string"}])"},
         Row{R"([{"channel":"/yvm/attach/request","id":"1","clientId":"ID","data":{"a":1}}])",
             R"([{"channel":"/yvm/attach/request","id":"1","successful":false,)"
             R"("error":"400::the request needs a requestID - a string"}])"},
@@ -366,6 +372,16 @@ TEST_F(BadInputTest, OfAHundredChannelsOneThatIsForeignRefusesAll) {
         R"([{"channel":"/meta/subscribe","id":"7","successful":true,"subscription":)" + channels + "}]");
     broker->publish("/yvm/own/c0", connector::common::DataBuffer("2"), "test");
     EXPECT_EQ(await(*connection), R"([{"channel":"/yvm/own/c0","data":2}])");
+}
+
+TEST_F(BadInputTest, ARequestThatNobodyCanAnswerIsNotInFlight) {
+    for (const char* data : {R"({"command":"1"})", R"({"requestID":7})", R"({"requestID":null,"a":1e999})"}) {
+        publish(connection, clientId, "/yvm/own/eval/request", data);
+        publish(connection, clientId, "/yvm/own/feval/request", data);
+    }
+    EXPECT_EQ(server->requestsInFlight().count(), 0U);
+    publish(connection, clientId, "/yvm/own/eval/request", R"({"requestID":"e"})");
+    EXPECT_EQ(server->requestsInFlight().count(), 1U);
 }
 
 TEST_F(BadInputTest, OfTwoPollsAtOnceTheOlderIsTurnedAwayWithoutAReply) {

@@ -18,32 +18,58 @@ std::string verdictOn(const std::string& data, std::size_t maxBytes = 1000) {
 }
 
 std::string nested(std::size_t levels) {
-    return R"({"a":)" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
+    return R"({"requestID":"r","a":)" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
 }
 
 TEST(Ingress, AdmitsStrictObjects) {
-    for (const char* data : {R"({"requestID":"a"})", R"({ "a" : [ 1 , -0.5e+3 , null ] })", R"({"":{}})",
-                             R"({"a":"\ud83d\ude00 \" \u0000"})", "{\"a\":\"\xc3\xa4\xf0\x9f\x98\x80\"}"}) {
+    for (const char* data : {R"({"requestID":"a"})", R"({ "a" : [ 1 , -0.5e+3 , null ] , "requestID" : "" })",
+                             R"({"":{},"requestID":"r"})", R"({"requestID":"\ud83d\ude00 \" \u0000"})",
+                             "{\"requestID\":\"\xc3\xa4\xf0\x9f\x98\x80\"}"}) {
         EXPECT_EQ(verdictOn(data), "admitted") << data;
     }
 }
 
 TEST(Ingress, AdmitsNumbersBeyondTheRangeOfSimdjson) {
-    for (const char* data : {R"({"a":1e999})", R"({"a":-1e999})", R"({"a":123456789012345678901234567890})",
-                             R"({"a":1e-999})", R"({"a":[1e999,{"b":18446744073709551616}]})"}) {
-        EXPECT_EQ(verdictOn(data), "admitted") << data;
+    for (const char* number : {"1e999", "-1e999", "123456789012345678901234567890", "1e-999",
+                               R"([1e999,{"b":18446744073709551616}])"}) {
+        EXPECT_EQ(verdictOn(R"({"requestID":"r","a":)" + std::string(number) + "}"), "admitted") << number;
     }
 }
 
 TEST(Ingress, RefusesATypeThatIsNoString) {
-    const std::string refusal = "400 every ywtype in the data must be a string";
-    for (const char* data :
-         {R"({"requestID":"1","requestIDtoDetach":"a","ywtype":5})", R"({"a":[[{"ywtype":null}]]})",
-          R"({"\u0079wtype":{}})", R"({"ywtyp\u0065":[]})", R"({"ywtype":"int8","ywtype":8})"}) {
-        EXPECT_EQ(verdictOn(data), refusal) << data;
+    for (const char* members :
+         {R"("requestIDtoDetach":"a","ywtype":5)", R"("a":[[{"ywtype":null}]])", R"("\u0079wtype":{})",
+          R"("ywtyp\u0065":[])", R"("ywtype":"int8","ywtype":8)", R"("\u0079\u0077type":true)"}) {
+        for (const char* more : {"", R"(,"z":1e999)"}) {
+            const std::string data = R"({"requestID":"r",)" + std::string(members) + more + "}";
+            EXPECT_EQ(verdictOn(data), "400 every ywtype in the data must be a string") << data;
+        }
     }
-    for (const char* data : {R"({"ywtype":"int8"})", R"({"a":"ywtype"})", R"({"ywtypes":5})"}) {
-        EXPECT_EQ(verdictOn(data), "admitted") << data;
+    for (const char* members :
+         {R"("ywtype":"int8")", R"("a":"ywtype")", R"("ywtypes":5)", R"("ywtyp":5)", R"("\u0059wtype":5)",
+          R"("\\u0079wtype":5)", R"("\"wtype":5)", R"("a":["ywtype",5])", R"("ywtyp\u0065":"int8")"}) {
+        for (const char* more : {"", R"(,"z":1e999)"}) {
+            const std::string data = R"({"requestID":"r",)" + std::string(members) + more + "}";
+            EXPECT_EQ(verdictOn(data), "admitted") << data;
+        }
+    }
+}
+
+TEST(Ingress, RefusesARequestWithoutAnIdentifierOrWithOneThatIsNoString) {
+    for (const char* members :
+         {R"("a":1)", R"("requestID":7)", R"("requestID":null)", R"("requestID":["r"])", R"("requestid":"r")",
+          R"("a":{"requestID":"r"})", R"("a":[{"requestID":"r"}])", R"("requestID":"r","requestID":7)",
+          R"("requestID":7,"requestID":"r")", R"("request\u0049D":{})"}) {
+        for (const char* more : {"", R"(,"z":1e999)"}) {
+            const std::string data = '{' + std::string(members) + more + '}';
+            EXPECT_EQ(verdictOn(data), "400 the request needs a requestID - a string") << data;
+        }
+    }
+    for (const char* members : {R"("a":{"requestID":7},"requestID":"r")", R"("request\u0049D":"r")"}) {
+        for (const char* more : {"", R"(,"z":1e999)"}) {
+            const std::string data = '{' + std::string(members) + more + '}';
+            EXPECT_EQ(verdictOn(data), "admitted") << data;
+        }
     }
 }
 
@@ -102,9 +128,9 @@ TEST(Ingress, RefusesWhatIsNoUtf8) {
 }
 
 TEST(Ingress, BoundsTheBytes) {
-    const std::string data = R"({"a":"123"})";
+    const std::string data = R"({"requestID":"r"})";
     EXPECT_EQ(verdictOn(data, data.size()), "admitted");
-    EXPECT_EQ(verdictOn(data, data.size() - 1), "413 the data has 11 bytes - at most 10 are accepted");
+    EXPECT_EQ(verdictOn(data, data.size() - 1), "413 the data has 17 bytes - at most 16 are accepted");
 }
 
 TEST(Ingress, BoundsTheDepthAt512Levels) {
@@ -115,8 +141,25 @@ TEST(Ingress, BoundsTheDepthAt512Levels) {
 
 TEST(Ingress, BoundsTheDepthOfTextsWithHugeNumbersToo) {
     const std::string inner = std::string(511, '[') + "1e999" + std::string(511, ']');
-    EXPECT_EQ(verdictOn(R"({"a":)" + inner + "}", 100000), "admitted");
-    EXPECT_NE(verdictOn(R"({"a":[)" + inner + "]}", 100000), "admitted");
+    EXPECT_EQ(verdictOn(R"({"requestID":"r","a":)" + inner + "}", 100000), "admitted");
+    EXPECT_EQ(verdictOn(R"({"requestID":"r","a":[)" + inner + "]}", 100000),
+              "413 the data is nested more than 512 levels deep");
+}
+
+TEST(Ingress, LooksAtTheMembersOfTheDeepestTextsToo) {
+    // The innermost level is an object here, with a member and without.
+    const auto deep = [](const std::string& members, const std::string& innermost) {
+        return '{' + members + R"("a":)" + std::string(510, '[') + innermost + std::string(510, ']') + "}";
+    };
+    const std::string id = R"("requestID":"r",)";
+    for (const char* more : {"", R"("z":1e999,)"}) {
+        EXPECT_EQ(verdictOn(deep(id + more, R"({"ywtype":"int8"})"), 100000), "admitted");
+        EXPECT_EQ(verdictOn(deep(id + more, R"({"ywtype":8})"), 100000),
+                  "400 every ywtype in the data must be a string");
+        EXPECT_EQ(verdictOn(deep(id + R"("ywtype":8,)" + more, "{}"), 100000),
+                  "400 every ywtype in the data must be a string");
+        EXPECT_EQ(verdictOn(deep(more, "{}"), 100000), "400 the request needs a requestID - a string");
+    }
 }
 
 }  // namespace
