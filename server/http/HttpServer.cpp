@@ -113,6 +113,7 @@ struct HttpServer::Impl {
             // Answers are small and wait for nobody.
             const std::uint64_t open = openConnections();
             if (open >= maxConnections + kMaxRefusedAtOnce) {
+                bayeux.metrics()->refusals.add(metrics::RefusalReason::Connections);
                 return;
             }
             beast::error_code ignored;

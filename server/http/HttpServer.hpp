@@ -33,8 +33,9 @@ class HttpServer {
         std::shared_ptr<metrics::Metrics> metrics = std::make_shared<metrics::Metrics>();
         /// Those beyond it are answered with 503. The system's limit of open files counts too.
         std::size_t maxConnections = 20'000;
-        /// A request that takes longer to come in, or a connection that rests longer, is cut. Longer than the
-        /// keep-alive of the clients, which would otherwise send into a connection that is being closed.
+        /// A connection is cut that rests longer, or over which a header, a body or an answer takes longer. A
+        /// rest and the header behind it count together. Longer than the keep-alive of the clients, which
+        /// would otherwise send into a connection that is being closed.
         std::chrono::milliseconds requestTimeout{90'000};
         std::chrono::milliseconds connectTimeout{30'000};
         std::chrono::milliseconds graceTime{60'000};

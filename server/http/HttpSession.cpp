@@ -69,6 +69,11 @@ Response makeFile(const http::request<http::string_body>& request, const StaticF
     return response;
 }
 
+/// Whether what came breaks the rules of HTTP.
+bool isBadHttp(beast::error_code error) {
+    return error && error.category() == http::make_error_code(http::error::bad_method).category();
+}
+
 std::string_view pathOf(std::string_view target) {
     return target.substr(0, target.find('?'));
 }
@@ -118,7 +123,6 @@ HttpSession::HttpSession(beast::tcp_stream&& stream, const HttpServices& service
 
 void HttpSession::refuse(std::size_t maxConnections) {
     countRefusal(RefusalReason::Connections);
-    stream_.expires_after(kLinger);
     Request none;
     none.keep_alive(false);
     write(makeText(none, http::status::service_unavailable,
@@ -162,10 +166,8 @@ void HttpSession::onHeader(beast::error_code error) {
         refuseBody();
         return;
     }
-    if (error && error.category() == http::make_error_code(http::error::bad_method).category()) {
-        countRefusal(RefusalReason::BadHttp);
-        write(makeText(parser_->get(), http::status::bad_request, "no HTTP request: " + error.message()),
-              false);
+    if (isBadHttp(error)) {
+        refuseBadHttp(error);
         return;
     }
     if (error == beast::error::timeout && parser_->got_some()) {
@@ -200,6 +202,8 @@ void HttpSession::onHeader(beast::error_code error) {
         write(answer(request), false);
         return;
     }
+    // A connection may have rested before the request came.
+    stream_.expires_after(services_.requestTimeout);
     http::async_read(
         stream_, buffer_, *parser_,
         [self = shared_from_this()](beast::error_code readError, std::size_t) { self->onRead(readError); });
@@ -208,6 +212,10 @@ void HttpSession::onHeader(beast::error_code error) {
 void HttpSession::onRead(beast::error_code error) {
     if (error == http::error::body_limit) {
         refuseBody();
+        return;
+    }
+    if (isBadHttp(error)) {
+        refuseBadHttp(error);
         return;
     }
     if (error == beast::error::timeout) {
@@ -222,6 +230,12 @@ void HttpSession::onRead(beast::error_code error) {
     } else {
         write(answer(request), request.keep_alive());
     }
+}
+
+void HttpSession::refuseBadHttp(beast::error_code error) {
+    countRefusal(RefusalReason::BadHttp);
+    parser_->get().keep_alive(false);
+    write(makeText(parser_->get(), http::status::bad_request, "no HTTP request: " + error.message()), false);
 }
 
 bool HttpSession::isPoll(const Request& request) const {
@@ -254,7 +268,6 @@ void HttpSession::answerPoll(unsigned status, std::string body) {
     const auto keptAlive = std::move(waiting_);
     // Ends the watch.
     stream_.cancel();
-    stream_.expires_after(services_.requestTimeout);
     const Request& request = parser_->get();
     Response response = status == 200 ? makeResponse(request, http::status::ok,
                                                      "application/json;charset=utf-8", std::move(body))
@@ -391,6 +404,7 @@ http::message_generator HttpSession::answerMetrics(const Request& request) {
 
 void HttpSession::write(http::message_generator response, bool keepAlive) {
     isWriting_ = true;
+    stream_.expires_after(services_.requestTimeout);
     beast::async_write(stream_, std::move(response),
                        [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
                            self->isWriting_ = false;

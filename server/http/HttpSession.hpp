@@ -56,6 +56,7 @@ class HttpSession final : public std::enable_shared_from_this<HttpSession> {
     void onHeader(boost::beast::error_code error);
     void onRead(boost::beast::error_code error);
     void refuseBody();
+    void refuseBadHttp(boost::beast::error_code error);
     void upgrade();
     boost::beast::http::message_generator answerMetrics(const Request& request);
     /// Notes that a request was refused without its Bayeux messages being looked at.

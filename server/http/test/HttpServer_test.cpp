@@ -837,6 +837,22 @@ TEST_F(BadNetworkTest, ABodyThatDoesNotComeIsCut) {
     EXPECT_TRUE(waitFor([&] { return metrics->refusals[metrics::RefusalReason::SlowRequest] == 1; }));
 }
 
+TEST_F(BadNetworkTest, ABodyHasItsOwnTimeHoweverLongTheConnectionRestedBefore) {
+    HttpServer::Options options;
+    options.requestTimeout = std::chrono::seconds(2);
+    begin(std::move(options));
+    asio::io_context context;
+    beast::tcp_stream stream = connect(context);
+    // The clock does run: nothing less tells the time of the body from that of the rest.
+    const auto begun = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+    const std::string whole = PollingClient::requestText(kHandshake);
+    asio::write(stream, asio::buffer(whole.substr(0, whole.size() - 1)));
+    EXPECT_EQ(readToEnd(stream, context), "");
+    EXPECT_GT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(3000));
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::SlowRequest], 1U);
+}
+
 TEST_F(BadNetworkTest, AConnectionThatNeverSaysAnythingIsCut) {
     HttpServer::Options options;
     options.requestTimeout = std::chrono::seconds(1);
@@ -860,6 +876,19 @@ TEST_F(BadNetworkTest, WhatIsNoHttpIs400) {
     beast::tcp_stream stream = connect(context);
     asio::write(stream, asio::buffer(std::string("\x16\x03\x01 hello\r\n\r\n")));
     EXPECT_THAT(readToEnd(stream, context), HasSubstr("400 Bad Request"));
+    EXPECT_EQ(metrics->refusals[metrics::RefusalReason::BadHttp], 1U);
+}
+
+TEST_F(BadNetworkTest, ABrokenChunkIs400) {
+    asio::io_context context;
+    beast::tcp_stream stream = connect(context);
+    asio::write(stream, asio::buffer(std::string("POST /bayeux HTTP/1.1\r\nHost: x\r\nContent-Type: "
+                                                 "application/json\r\nTransfer-Encoding: chunked\r\n\r\n"
+                                                 "2\r\n[{\r\nzz\r\n")));
+    const std::string answer = readToEnd(stream, context);
+    EXPECT_THAT(answer, StartsWith("HTTP/1.1 400 "));
+    EXPECT_THAT(answer, HasSubstr("Connection: close"));
+    EXPECT_THAT(answer, HasSubstr("no HTTP request: bad chunk"));
     EXPECT_EQ(metrics->refusals[metrics::RefusalReason::BadHttp], 1U);
 }
 
@@ -943,6 +972,19 @@ TEST_F(BadNetworkTest, WhatAFormOrAQueryCouldSendIsNotExecuted) {
     EXPECT_TRUE(fakeModule.requests().empty());
     EXPECT_EQ(post("application/json", publish), 200U);
     EXPECT_TRUE(fakeModule.waitForRequests(1));
+}
+
+TEST_F(BadNetworkTest, ConnectionsThatAreClosedWithoutAWordAreCountedToo) {
+    HttpServer::Options options;
+    options.maxConnections = 1;
+    begin(std::move(options));
+    asio::io_context context;
+    std::vector<beast::tcp_stream> refused;
+    for (int i = 0; i < 150; ++i) {
+        refused.push_back(connect(context));
+    }
+    EXPECT_TRUE(waitFor([&] { return metrics->refusals[metrics::RefusalReason::Connections] == 150; }))
+        << metrics->refusals[metrics::RefusalReason::Connections];
 }
 
 TEST_F(BadNetworkTest, ConnectionsBeyondTheLimitAreToldSo) {
