@@ -167,6 +167,7 @@ void BayeuxServer::handle(Batch& batch, const Message& message) {
         return;
     }
     session->lastHeard = options_.now();
+    batch.from->sessionHeard();
     if (message.channel == kConnect) {
         connect(batch, message, session);
     } else if (message.channel == kDisconnect) {
@@ -260,6 +261,7 @@ void BayeuxServer::handshake(Batch& batch, const Message& message) {
         number, randomHex(20), batch.from->peerAddress(),
         std::make_shared<DeliveryQueue>(options_.limits.maxQueueBytes, std::move(wake)));
     session->lastHeard = options_.now();
+    batch.from->sessionHeard();
     std::string extensions;
     if (message.wantsAcknowledgement) {
         session->acknowledgeEvents();

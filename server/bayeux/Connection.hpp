@@ -44,6 +44,9 @@ class Connection {
     /// Another connect of the same session has come over another connection.
     virtual void supersede() = 0;
 
+    /// A message of a session that exists, or a handshake that brings one about, has come from here.
+    virtual void sessionHeard() {}
+
     /// Whether nothing waits to be written. When that becomes true `BayeuxServer::writable` is called.
     virtual bool isWritable() const = 0;
 

@@ -54,6 +54,7 @@ struct HttpServer::Impl {
                    options.limits.maxMessageBytes,
                    options.requestTimeout,
                    options.webSocketIdleTimeout,
+                   options.strangerTimeout,
                    [this, isReady = std::move(options.isReady)] { return bayeux.isAccepting() && isReady(); },
                    [this](std::weak_ptr<WebSocketConnection> socket) { sockets.add(std::move(socket)); }} {
         listen(options.host, options.port);

@@ -41,6 +41,9 @@ class HttpServer {
         std::chrono::milliseconds graceTime{60'000};
         /// A peer that has not even answered a ping for so long is taken for dead.
         std::chrono::milliseconds webSocketIdleTimeout{60'000};
+        /// A WebSocket that serves no session, and over which no message of one has come for so long, is
+        /// closed.
+        std::chrono::milliseconds strangerTimeout{600'000};
         /// What /readyz tells until `stopAccepting`. Called on the server's thread.
         std::function<bool()> isReady = [] { return true; };
     };

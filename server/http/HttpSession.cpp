@@ -338,7 +338,7 @@ void HttpSession::upgrade() {
         std::make_shared<WebSocketConnection>(std::move(stream_), services_.bayeux, services_.maxMessageBytes,
                                               peerAddress_, token == RequestGuard::Token::Right);
     services_.opened(socket);
-    socket->run(request, services_.webSocketIdleTimeout);
+    socket->run(request, services_.webSocketIdleTimeout, services_.strangerTimeout);
 }
 
 http::message_generator HttpSession::answer(const Request& request) {

@@ -29,6 +29,7 @@ struct HttpServices {
     std::size_t maxMessageBytes;
     std::chrono::milliseconds requestTimeout;
     std::chrono::milliseconds webSocketIdleTimeout;
+    std::chrono::milliseconds strangerTimeout;
     std::function<bool()> isReady;
     /// Takes note of a WebSocket, so that it can be closed at the end.
     std::function<void(std::weak_ptr<WebSocketConnection>)> opened;

@@ -19,6 +19,10 @@ namespace {
 /// For the envelopes around the payloads.
 constexpr std::size_t kEnvelopeBytes = 1024UL * 1024;
 
+/// How long a frame may be of a peer that has shown neither a token nor a client id that is valid: ample for
+/// a handshake, and little to keep for everyone who asks.
+constexpr std::size_t kStrangersFrameBytes = 64UL * 1024;
+
 /// What one message may leave allocated for the next.
 constexpr std::size_t kKeptBytes = 1024UL * 1024;
 
@@ -60,7 +64,9 @@ WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::Bay
       isAuthenticated_(isAuthenticated),
       maxFrameBytes_(maxFrameBytes(maxMessageBytes)),
       soonTimer_(socket_.get_executor()),
-      closeTimer_(socket_.get_executor()) {
+      closeTimer_(socket_.get_executor()),
+      isKnown_(isAuthenticated),
+      strangerTimer_(socket_.get_executor()) {
     // The library's own limit closes the socket with data unread: the reset that follows may reach the peer
     // before the close frame that tells why. `onRead` counts instead.
     socket_.read_message_max(0);
@@ -69,7 +75,9 @@ WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::Bay
     socket_.text(true);
 }
 
-void WebSocketConnection::run(const Request& upgrade, std::chrono::milliseconds idleTimeout) {
+void WebSocketConnection::run(const Request& upgrade, std::chrono::milliseconds idleTimeout,
+                              std::chrono::milliseconds strangerTimeout) {
+    strangerTimeout_ = strangerTimeout;
     beast::get_lowest_layer(socket_).expires_never();
     websocket::stream_base::timeout timeout;
     timeout.handshake_timeout = std::chrono::seconds(30);
@@ -87,6 +95,8 @@ void WebSocketConnection::run(const Request& upgrade, std::chrono::milliseconds 
     socket_.async_accept(upgrade, [self = shared_from_this()](beast::error_code error) {
         if (!error) {
             self->isOpen_ = true;
+            self->lastSessionHeard_ = std::chrono::steady_clock::now();
+            self->startStrangerTimer();
             self->read();
         }
     });
@@ -106,7 +116,7 @@ void WebSocketConnection::onRead(beast::error_code error) {
     if (closeReason_) {
         return;
     }
-    if (buffer_.size() > maxFrameBytes_) {
+    if (buffer_.size() > frameLimit()) {
         server_.metrics()->refusals.add(metrics::RefusalReason::BodyBytes);
         // Closing reads on and throws away what comes, so that the peer can finish and read the reason.
         buffer_.consume(buffer_.size());
@@ -149,6 +159,35 @@ void WebSocketConnection::sendSoon(bayeux::FrameText frame) {
     if (!isInHurry_ && !isSoonTimerRunning_) {
         startSoonTimer();
     }
+}
+
+std::size_t WebSocketConnection::frameLimit() const {
+    return isKnown_ ? maxFrameBytes_ : std::min(kStrangersFrameBytes, maxFrameBytes_);
+}
+
+void WebSocketConnection::sessionHeard() {
+    isKnown_ = true;
+    lastSessionHeard_ = std::chrono::steady_clock::now();
+}
+
+void WebSocketConnection::startStrangerTimer() {
+    strangerTimer_.expires_at(lastSessionHeard_ + strangerTimeout_);
+    strangerTimer_.async_wait([weak = weak_from_this()](beast::error_code cancelled) {
+        const auto self = weak.lock();
+        if (cancelled || !self) {
+            return;
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (!self->boundSessions.empty()) {
+            // As long as a session is served here it has a time of its own.
+            self->lastSessionHeard_ = now;
+        }
+        if (now - self->lastSessionHeard_ < self->strangerTimeout_) {
+            self->startStrangerTimer();
+        } else {
+            self->close(bayeux::CloseCode::PolicyViolation, "no message of a session came for too long");
+        }
+    });
 }
 
 void WebSocketConnection::startSoonTimer() {
@@ -246,6 +285,7 @@ void WebSocketConnection::drop() {
     isOpen_ = false;
     closeTimer_.cancel();
     soonTimer_.cancel();
+    strangerTimer_.cancel();
     beast::get_lowest_layer(socket_).close();
     server_.closed(*this);
 }

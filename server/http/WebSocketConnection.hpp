@@ -34,13 +34,16 @@ class WebSocketConnection final : public bayeux::Connection,
                         std::size_t maxMessageBytes, std::string peerAddress, bool isAuthenticated);
 
     /// Answers the upgrade and starts to read. A peer that is silent for `idleTimeout`, even when it is
-    /// pinged, has gone.
-    void run(const Request& upgrade, std::chrono::milliseconds idleTimeout);
+    /// pinged, has gone. One that is served no session, and sends no message of one for `strangerTimeout`, is
+    /// turned away.
+    void run(const Request& upgrade, std::chrono::milliseconds idleTimeout,
+             std::chrono::milliseconds strangerTimeout);
 
     void send(bayeux::FrameText frame) override;
     void sendSoon(bayeux::FrameText frame) override;
     void close(bayeux::CloseCode code, std::string reason) override;
     void supersede() override;
+    void sessionHeard() override;
     bool isWritable() const override { return writing_.empty() && !closeReason_; }
     bool isStreaming() const override { return true; }
     bool isAuthenticated() const override { return isAuthenticated_; }
@@ -51,6 +54,8 @@ class WebSocketConnection final : public bayeux::Connection,
     /// Puts a frame behind those that wait, as one with the last of them where that stays short.
     void append(bayeux::FrameText frame);
     void startSoonTimer();
+    void startStrangerTimer();
+    std::size_t frameLimit() const;
     void write();
     void onWritten(boost::beast::error_code error);
     void startClosing();
@@ -74,6 +79,11 @@ class WebSocketConnection final : public bayeux::Connection,
     bool isReadingPaused_ = false;
     std::optional<boost::beast::websocket::close_reason> closeReason_;
     boost::asio::steady_timer closeTimer_;
+    /// Whether the peer has shown that it may have a session.
+    bool isKnown_;
+    std::chrono::milliseconds strangerTimeout_{};
+    std::chrono::steady_clock::time_point lastSessionHeard_;
+    boost::asio::steady_timer strangerTimer_;
     bool isOpen_ = false;
 };
 

@@ -84,7 +84,7 @@ describe("a frame", () => {
     });
 
     it("of a hundred thousand brackets gets an unsuccessful reply", async () => {
-        const socket = await RawSocket.open(server.endpoint);
+        const { socket } = await session();
         const replies = (await socket.ask("[".repeat(100_000))) as Message[];
         expect(replies[0]).toMatchObject({ successful: false });
         socket.close();
