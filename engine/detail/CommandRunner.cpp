@@ -83,6 +83,7 @@ CommandRunner::CommandRunner(ArrayConversion conversion)
       remember_(lookUp("yvm._helpers", "remember")),
       resolve_(lookUp("yvm._names", "resolve")),
       describe_(lookUp("yvm._errors", "describe")),
+      describeInterrupt_(lookUp("yvm._errors", "describe_interrupt")),
       isInterrupt_(lookUp("yvm._errors", "is_interrupt")),
       runExitFunctions_(lookUp("atexit", "_run_exitfuncs")) {}
 
@@ -232,12 +233,24 @@ Outcome CommandRunner::describe(Command& command, py::error_already_set& error) 
         const UserCode userCode(command);
         return {toRuntimeException(exception, stopped ? Status::Cancelled : Status::CommandFailed), stopped};
     } catch (const std::exception&) {
-        // Python's error, or a description that a hand-made exception has filled with what is no line or
-        // text.
-        return {RuntimeException(stopped ? Status::Cancelled : Status::CommandFailed,
-                                 "the error could not be described", Py_TYPE(exception.ptr())->tp_name),
-                stopped};
+        // Python's error, a further interrupt, or a description that a hand-made exception has filled with
+        // what is no line or text.
+        return describeBriefly(exception, stopped);
     }
+}
+
+Outcome CommandRunner::describeBriefly(py::handle exception, bool stopped) const {
+    const Status status = stopped ? Status::Cancelled : Status::CommandFailed;
+    try {
+        if (const py::object description = stopped ? describeInterrupt_(exception) : py::none();
+            !description.is_none()) {
+            return {fromDescription(description, status), stopped};
+        }
+    } catch (const std::exception&) {
+        // Out of memory, and the least that can be said is below.
+    }
+    return {RuntimeException(status, "the error could not be described", Py_TYPE(exception.ptr())->tp_name),
+            stopped};
 }
 
 RuntimeException CommandRunner::toRuntimeException(py::handle exception, Status status) const {

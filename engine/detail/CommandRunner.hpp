@@ -50,6 +50,8 @@ class CommandRunner {
     /// Displays the value of a last bare expression.
     static void show(pybind11::handle value);
     Outcome describe(Command& command, pybind11::error_already_set& error) const;
+    /// The outcome of a command whose exception could not be described as a whole.
+    Outcome describeBriefly(pybind11::handle exception, bool stopped) const;
     cmddistributor::RuntimeException toRuntimeException(
         pybind11::handle exception, ylutil::cmddistributor::inExecutionStatus status) const;
 
@@ -61,6 +63,7 @@ class CommandRunner {
     pybind11::handle remember_;
     pybind11::handle resolve_;
     pybind11::handle describe_;
+    pybind11::handle describeInterrupt_;
     pybind11::handle isInterrupt_;
     pybind11::handle runExitFunctions_;
     std::uint64_t evalCount_ = 0;

@@ -357,6 +357,23 @@ TEST_F(EngineTest, ACancelThatComesTwiceIsDescribedAsOne) {
     }
 }
 
+TEST_F(EngineTest, AnInterruptWhileAnotherIsBeingDescribedLeavesItAnInterrupt) {
+    auto loop = submitEval(
+        "class Slow(Exception):\n    def __str__(self):\n        print('told', flush=True)\n        while "
+        "True: pass\n"
+        "try:\n    raise Slow\nexcept Slow:\n    print('in', flush=True)\n    while True: pass");
+    loop.transcript->waitFor("in\n");
+    auto first = distributor()->cancel(loop.id, true);
+    loop.transcript->waitFor("told\n");
+    distributor()->cancel(loop.id, true);
+    const auto error = loop.error();
+    EXPECT_EQ(error.getExecutionStatus(), Status::Cancelled);
+    EXPECT_EQ(error.GetID(), "yvm.Interrupt");
+    EXPECT_STREQ(error.what(), "the command was interrupted");
+    EXPECT_TRUE(error.getCauses().empty());
+    EXPECT_EQ(first.get(), CmdDistributor::CANCEL_WHILE_RUNNING);
+}
+
 TEST_F(EngineTest, AnErrorThatAnInterruptLedToCountsAsStopped) {
     auto loop = submitEval("try:\n    print('in', flush=True)\n    while True: pass\nfinally:\n    1/0");
     loop.transcript->waitFor("in\n");

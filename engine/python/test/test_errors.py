@@ -22,6 +22,32 @@ def test_an_exception_is_described():
     assert [frame[1] for frame in frames] == ["raised", "divide"]
 
 
+def test_an_interrupt_can_be_described_without_code_of_the_user():
+    class Untold(Exception):
+        def __str__(self):
+            raise AssertionError("asked for its text")
+
+    def interrupted():
+        try:
+            raise Untold
+        except Untold:
+            raise _yvm.Interrupt("stopped")
+
+    identifier, message, function, frames, cause = _errors.describe_interrupt(raised(interrupted))
+    assert identifier.endswith("Interrupt")
+    assert (message, cause) == ("stopped", None)
+    assert [frame[1] for frame in frames][0] == "raised"
+    assert function == frames[-1][1]
+
+
+def test_only_the_engines_own_interrupt_is_described_so():
+    class Own(_yvm.Interrupt):
+        pass
+
+    for exception in (KeyboardInterrupt(), Own(), _yvm.Interrupt(object()), ValueError()):
+        assert _errors.describe_interrupt(exception) is None
+
+
 def test_the_engines_own_frames_are_left_out():
     code = compile("def call(f): f()", "<yvm._names>", "exec")
     names = {}

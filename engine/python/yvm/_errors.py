@@ -28,6 +28,16 @@ def describe(exception):
     return described
 
 
+def describe_interrupt(exception):
+    """As `describe`, of the engine's interrupt without what led to it, so that no code of the user runs. None
+    for any other exception."""
+    if type(exception) is not _yvm.Interrupt or any(type(text) is not str for text in exception.args):
+        return None
+    frames = _frames(exception)
+    function = frames[-1][1] if frames else ""
+    return identifier(type(exception)), BaseException.__str__(exception), function, frames, None
+
+
 def identifier(kind):
     if kind.__module__ in ("builtins", None):
         return kind.__qualname__
