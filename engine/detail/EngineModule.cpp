@@ -128,7 +128,7 @@ void createEngineModule(EngineThread& engine) {
     module.def("after_fork_in_child", &ForkedChild::restoreSignals);
 
     module.def("on_interrupt_signal",
-               [&engine](const py::object&, const py::object&) { engine.onInterruptSignal(); });
+               [&engine](const py::object&, const py::object& frame) { engine.onInterruptSignal(frame); });
     module.def("on_preemption_signal",
                [&engine](const py::object&, const py::object& frame) { engine.onPreemptionSignal(frame); });
 

@@ -5,6 +5,7 @@
 #include "engine/detail/EngineSignalNumbers.hpp"
 #include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/Gil.hpp"
+#include "engine/detail/ImportFrames.hpp"
 #include "engine/detail/Interpreter.hpp"
 #include "engine/detail/PythonText.hpp"
 
@@ -94,23 +95,6 @@ class NestedState {
 /// How many commands run at one pre-emption point, so that the command beneath goes on, if slowly, however
 /// many come. Many, since another point may be a repeated signal away.
 constexpr int preemptionBatch = 16;
-
-/// Whether code of the import system is below `frame`: it holds locks of modules that are half made.
-bool isInImport(py::object frame) {
-    // By the interpreter's own interface, as a deep recursion has many frames.
-    while (frame && !frame.is_none()) {
-        auto* const raw = reinterpret_cast<PyFrameObject*>(frame.ptr());
-        const auto code =
-            py::reinterpret_steal<py::object>(reinterpret_cast<PyObject*>(PyFrame_GetCode(raw)));
-        auto* const file = reinterpret_cast<PyCodeObject*>(code.ptr())->co_filename;
-        if (PyUnicode_CompareWithASCIIString(file, "<frozen importlib._bootstrap>") == 0 ||
-            PyUnicode_CompareWithASCIIString(file, "<frozen importlib._bootstrap_external>") == 0) {
-            return true;
-        }
-        frame = py::reinterpret_steal<py::object>(reinterpret_cast<PyObject*>(PyFrame_GetBack(raw)));
-    }
-    return false;
-}
 
 void leaveSignalsToTheServer() {
     sigset_t signals;
@@ -312,7 +296,15 @@ void EngineThread::raiseDueInterrupt() {
     raiseInterrupt();
 }
 
-void EngineThread::onInterruptSignal() {
+void EngineThread::onInterruptSignal(const py::object& frame) {
+    const bool hasFrame = frame && !frame.is_none();
+    if (hasFrame && isOfImportSystem(reinterpret_cast<PyFrameObject*>(frame.ptr()))) {
+        if (!frames_.empty() && frames_.back()->isInterruptRequested()) {
+            // Python asks again at its next look at the signals.
+            PyErr_SetInterruptEx(interruptSignal());
+        }
+        return;
+    }
     if (!ForkedChild::isThis()) {
         raiseDueInterrupt();
     }
@@ -324,7 +316,7 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
     }
     if (!frames_.empty() && isInImport(frame)) {
         // The request stands, and its signal is repeated until the import is over.
-        raiseDueInterrupt();
+        onInterruptSignal(frame);
         return;
     }
     {
@@ -343,7 +335,7 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
     }
     // An interrupt of the command beneath may have come meanwhile. Python looks at each signal once before it
     // goes back to a system call that the pre-emption broke into, and may have passed this one already.
-    onInterruptSignal();
+    onInterruptSignal(frame);
 }
 
 bool EngineThread::takePreemptionBatch(const Command& beneath) {

@@ -82,7 +82,7 @@ class EngineThread final : public cmddistributor::EngineSignals {
     /// Empty, like the next, in a forked child.
     std::vector<std::string> runningIds() const;
     std::vector<std::string> waitingIds() const;
-    void onInterruptSignal();
+    void onInterruptSignal(const pybind11::object& frame);
     void onPreemptionSignal(const pybind11::object& frame);
 
   private:

@@ -2,6 +2,7 @@
 
 #include "engine/detail/Command.hpp"
 #include "engine/detail/EngineModule.hpp"
+#include "engine/detail/ImportFrames.hpp"
 
 namespace yvm::engine {
 
@@ -9,10 +10,10 @@ namespace py = pybind11;
 
 namespace {
 
-int raiseBeforeLine(PyObject* target, PyFrameObject* /*frame*/, int event, PyObject* /*argument*/) {
+int raiseBeforeLine(PyObject* target, PyFrameObject* frame, int event, PyObject* /*argument*/) {
     const auto& command = CommandScope::current();
     if (event != PyTrace_LINE || command == nullptr || !command->isInterruptible() ||
-        command.get() != PyCapsule_GetPointer(target, nullptr)) {
+        command.get() != PyCapsule_GetPointer(target, nullptr) || isOfImportSystem(frame)) {
         return 0;
     }
     setInterrupt();

@@ -76,14 +76,28 @@ TEST_F(EngineTest, ACancelStopsALoopOfNumPyAndARegularExpression) {
 }
 
 TEST_F(EngineTest, AnInterruptInAnImportStopsIt) {
-    auto importing = startAndWait(
+    auto importing = submitEval(
         "import pathlib, sys, tempfile\n"
         "folder = tempfile.mkdtemp(); sys.path.insert(0, folder)\n"
-        "pathlib.Path(folder, 'endless.py').write_text('while True: pass')\n"
+        "pathlib.Path(folder, 'endless.py').write_text(\"print('importing', flush=True)\\nwhile True: "
+        "pass\")\n"
         "try: import endless\n"
         "finally: sys.path.remove(folder)");
+    importing.transcript->waitFor("importing\n");
     EXPECT_EQ(cancel(importing.id, true), CmdDistributor::CANCEL_WHILE_RUNNING);
     EXPECT_EQ(importing.error().GetID(), "yvm.Interrupt");
+}
+
+TEST_F(EngineTest, AnInterruptLeavesNoLockOfTheImportSystemBehind) {
+    eval("import _imp, sys");
+    for (int round = 0; round < 200; ++round) {
+        auto importing = startAndWait(
+            "while True:\n    import colorsys\n"
+            "    sys.modules.pop('colorsys')");
+        cancel(importing.id, true);
+        importing.error();
+        ASSERT_EQ(eval("_imp.lock_held()"), "False\n") << "in round " << round;
+    }
 }
 
 TEST_F(EngineTest, AnInterruptThatComesJustBeforeAWaitIsNotLost) {

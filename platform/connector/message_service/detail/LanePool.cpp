@@ -25,7 +25,8 @@ void LanePool::post(std::string_view laneName, Task task) {
         ready_.push_back(std::move(lane));
         growLocked();
     }
-    readyOrStopping_.release();
+    // With the mutex released, which the thread that wakes up needs.
+    readyOrStopping_.notify_one();
 }
 
 void LanePool::start() {
@@ -47,16 +48,15 @@ void LanePool::growLocked() {
             return;
         }
         workers_.push_back(std::move(worker));
-        // The new thread finds its lane as one that waited does.
+        // The new thread finds its lane without being notified.
         ++idle_;
     }
 }
 
 void LanePool::run(Worker& self) {
-    std::unique_lock lock(mutex_, std::defer_lock);
+    std::unique_lock lock(mutex_);
     for (;;) {
-        readyOrStopping_.acquire();
-        lock.lock();
+        readyOrStopping_.wait(lock, [this] { return stopping_ || !ready_.empty(); });
         --idle_;
         if (stopping_) {
             break;
@@ -64,26 +64,24 @@ void LanePool::run(Worker& self) {
         const auto lane = std::move(ready_.front());
         ready_.pop_front();
         auto tasks = std::exchange(lane->tasks, {});
+        // With the mutex released for all of them, or a publisher in a loop would hardly ever let go of it.
+        lock.unlock();
         while (!tasks.empty() && !stopping_) {
-            lock.unlock();
             tasks.front()();
-            // What the task held dies here, with the lock released.
             tasks.pop_front();
-            lock.lock();
         }
+        tasks.clear();
+        lock.lock();
         ++idle_;
         if (stopping_) {
-            lock.unlock();
-            tasks.clear();
-            lock.lock();
-        } else if (lane->tasks.empty()) {
+            continue;
+        }
+        if (lane->tasks.empty()) {
             lanes_.erase(lane->name);
         } else {
             // Behind the others: a lane in flood lets them have their turn.
             ready_.push_back(lane);
-            readyOrStopping_.release();
         }
-        lock.unlock();
     }
     self.ended = true;
     workerEnded_.notify_all();
@@ -96,7 +94,7 @@ std::size_t LanePool::stop(std::chrono::milliseconds timeout) {
     {
         std::unique_lock lock(mutex_);
         stopping_ = true;
-        readyOrStopping_.release(static_cast<std::ptrdiff_t>(workers_.size()));
+        readyOrStopping_.notify_all();
         workers.swap(workers_);
         lanes.swap(lanes_);
         ready.swap(ready_);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -7,7 +8,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <semaphore>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -54,13 +54,12 @@ class LanePool : public std::enable_shared_from_this<LanePool> {
     const std::size_t maxThreads_;
 
     std::mutex mutex_;
-    /// Counts the lanes in `ready_`, and what `stop` adds for each thread. Apart from the mutex: a thread
-    /// that is woken finds it free.
-    std::counting_semaphore<> readyOrStopping_{0};
+    std::condition_variable readyOrStopping_;
     std::condition_variable workerEnded_;
+    /// Changed under mutex_, and read by the threads between two tasks.
+    std::atomic<bool> stopping_{false};
     // All below is guarded by mutex_.
     bool started_ = false;
-    bool stopping_ = false;
     std::size_t idle_ = 0;
     std::vector<std::shared_ptr<Worker>> workers_;
     // The keys refer to the lanes' own names. A lane is in `lanes_` while it has tasks or one of its
