@@ -79,6 +79,8 @@ bool travelWithReplies(Session& session, const Connection& connection) {
 struct BayeuxServer::Batch {
     std::shared_ptr<Connection> from;
     bool holdsHandshake = false;
+    /// Whether the one that it may hold has been looked at.
+    bool hasHandshake = false;
     bool isSingle = false;
     /// Whether all that is replied are acknowledgements of requests, whose answers follow as events.
     bool isAcknowledgement = true;
@@ -157,7 +159,7 @@ void BayeuxServer::handle(Batch& batch, const Message& message) {
         return;
     }
     batch.isAcknowledgement = batch.isAcknowledgement && !isMetaChannel(message.channel);
-    if (message.channel == kHandshake) {
+    if (message.channel == kHandshake && !std::exchange(batch.hasHandshake, true)) {
         handshake(batch, message);
         return;
     }
@@ -302,7 +304,10 @@ void BayeuxServer::connect(Batch& batch, const Message& message, const std::shar
             // Answered as a success, two pages that share one client id would drive each other in a
             // circle.
             session->held.reset();
-            older->supersede();
+            // Not under the feet of other sessions that use it.
+            if (!older->isStreaming() || older->boundSessions.size() <= 1) {
+                older->supersede();
+            }
         }
     }
     bind(session, batch.from);

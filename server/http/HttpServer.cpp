@@ -25,6 +25,7 @@ namespace {
 
 /// How often sessions are looked after: they are ended so much late at most.
 constexpr std::chrono::milliseconds kTick{250};
+constexpr std::chrono::milliseconds kMinTick{10};
 
 /// So many connections beyond the limit may be told so at the same time; others are closed without a word.
 constexpr std::size_t kMaxRefusedAtOnce = 100;
@@ -138,7 +139,8 @@ struct HttpServer::Impl {
     void tick() {
         // First, so that a fault in what follows ends this turn only.
         tickAt(std::chrono::steady_clock::now() + kTick);
-        const auto due = bayeux.advance();
+        // Not for each of many connects that are due one shortly after the other.
+        const auto due = std::max(bayeux.advance(), std::chrono::steady_clock::now() + kMinTick);
         if (due < ticker.expiry()) {
             tickAt(due);
         }

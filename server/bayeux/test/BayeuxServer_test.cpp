@@ -93,6 +93,27 @@ TEST_F(BayeuxServerTest, CompanionsOfAHandshakeAreUnknown) {
         << reply;
 }
 
+TEST_F(BayeuxServerTest, OfSeveralHandshakesInAFrameTheFirstCounts) {
+    const std::string handshake =
+        R"({"channel":"/meta/handshake","id":"1","supportedConnectionTypes":["websocket"]})";
+    EXPECT_THAT(exchange(connection, "[" + handshake + "," + handshake + "]"),
+                ::testing::EndsWith(R"({"channel":"/meta/handshake","id":"1","successful":false,)"
+                                    R"("error":"402::Unknown client","advice":{"reconnect":"none"}}])"));
+    EXPECT_EQ(server->sessionCount(), 1U);
+}
+
+TEST_F(BayeuxServerTest, AConnectElsewhereLeavesASocketToTheOtherSessionsOnIt) {
+    const std::string one = openSession(connection);
+    const std::string two = openSession(connection);
+    exchange(connection, request(one, "/meta/connect", ""));
+    exchange(connection, request(two, "/meta/connect", ""));
+    const auto other = std::make_shared<FakeConnection>();
+    exchange(other, request(one, "/meta/connect", ""));
+    EXPECT_FALSE(connection->superseded);
+    exchange(other, request(two, "/meta/connect", ""));
+    EXPECT_TRUE(connection->superseded);
+}
+
 TEST_F(BayeuxServerTest, HoldsAConnectUntilItsTimeIsOver) {
     const std::string clientId = openSession(connection);
     EXPECT_EQ(exchange(connection, request(clientId, "/meta/connect", "")), "");
