@@ -1,9 +1,10 @@
 #pragma once
 
+// Not the standard library's, which this compiler takes for uninitialised under a sanitizer.
+#include <boost/regex.hpp>
 #include <gtest/gtest.h>
 
 #include <map>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -14,11 +15,11 @@ namespace server::metrics::testing {
 /// families that are not announced or not in one piece, repeated samples. Gives the numbers as they are
 /// written, by name and labels.
 inline std::map<std::string, std::string> readPrometheus(const std::string& text) {
-    static const std::regex help("# HELP ([a-zA-Z_:][a-zA-Z0-9_:]*) ([^\\\\\n]|\\\\\\\\|\\\\n)*");
-    static const std::regex type("# TYPE ([a-zA-Z_:][a-zA-Z0-9_:]*) (counter|gauge|histogram)");
+    static const boost::regex help("# HELP ([a-zA-Z_:][a-zA-Z0-9_:]*) ([^\\\\\n]|\\\\\\\\|\\\\n)*");
+    static const boost::regex type("# TYPE ([a-zA-Z_:][a-zA-Z0-9_:]*) (counter|gauge|histogram)");
     static const std::string label("[a-zA-Z_][a-zA-Z0-9_]*=\"([^\\\\\"\n]|\\\\\\\\|\\\\\"|\\\\n)*\"");
-    static const std::regex sample("(([a-zA-Z_:][a-zA-Z0-9_:]*)(\\{" + label + "(," + label +
-                                   ")*\\})?) ([0-9]+(\\.[0-9]+)?)");
+    static const boost::regex sample("(([a-zA-Z_:][a-zA-Z0-9_:]*)(\\{" + label + "(," + label +
+                                     ")*\\})?) ([0-9]+(\\.[0-9]+)?)");
     std::map<std::string, std::string> samples;
     std::set<std::string> families;
     std::string family;
@@ -26,15 +27,15 @@ inline std::map<std::string, std::string> readPrometheus(const std::string& text
     EXPECT_TRUE(text.ends_with('\n')) << "the last line is cut";
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, help)) {
+        boost::smatch match;
+        if (boost::regex_match(line, match, help)) {
             family = match[1];
             kind.clear();
             EXPECT_TRUE(families.insert(family).second) << "a second time: " << line;
-        } else if (std::regex_match(line, match, type)) {
+        } else if (boost::regex_match(line, match, type)) {
             EXPECT_EQ(match[1], family) << line;
             kind = match[2];
-        } else if (std::regex_match(line, match, sample)) {
+        } else if (boost::regex_match(line, match, sample)) {
             const std::string name = match[2];
             const std::string suffix = name.starts_with(family) ? name.substr(family.size()) : "foreign";
             const bool isOfHistogram = suffix == "_bucket" || suffix == "_sum" || suffix == "_count";
