@@ -230,10 +230,11 @@ TEST_F(EngineStart, StopInterruptsWhatRunsAndFailsWhatWaits) {
 TEST_F(EngineStart, StopGivesUpAtItsBoundOnWhatCannotBeInterrupted) {
     inOwnProcess([&] {
         const auto engine = Engine::start(withConsole());
-        auto running =
-            submit(*engine,
-                   "import ctypes\nprint('runs')\n"
-                   "libc = ctypes.CDLL(None)\nwhile True:\n    try: libc.pause()\n    except: pass");
+        auto running = submit(*engine,
+                              "import ctypes\nlibc = ctypes.CDLL(None)\ntold = False\n"
+                              "while True:\n    try:\n"
+                              "        if not told:\n            told = True\n            print('runs')\n"
+                              "        libc.pause()\n    except: pass");
         while (console() != "runs\n") {
             std::this_thread::yield();
         }

@@ -57,8 +57,9 @@ TEST_F(EngineTest, ACancelStopsEveryWaitOfPython) {
           "import select, os; r, w = os.pipe(); select.select([r], [], [])",
           "import asyncio; asyncio.run(asyncio.sleep(1000))",
           "import concurrent.futures; concurrent.futures.Future().result()",
-          "import subprocess; subprocess.run(['sleep', '1000'])", "import yvm; yvm.pause(1000)",
-          "import yvm; yvm.pause(float('inf'))"}) {
+          "import subprocess; subprocess.run(['sleep', '1000'], stdout=subprocess.DEVNULL, "
+          "stderr=subprocess.DEVNULL)",
+          "import yvm; yvm.pause(1000)", "import yvm; yvm.pause(float('inf'))"}) {
         auto blocked = startAndWait(body);
         EXPECT_EQ(cancel(blocked.id, true), CmdDistributor::CANCEL_WHILE_RUNNING) << body;
         EXPECT_EQ(blocked.error().getExecutionStatus(), Status::Cancelled) << body;

@@ -37,11 +37,20 @@ void check(bool holds, const char* claim, std::string_view text) {
 class OneChannelService final : public connector::message_service::MessageService {
   public:
     Future<std::shared_ptr<Subscription>> subscribe(const std::string&, MessageCallback callback) override {
-        class NoSubscription final : public Subscription {
-            Future<void> unsubscribe() override { return connector::makeReadyFuture<void>(); }
+        class OnlySubscription final : public Subscription {
+          public:
+            explicit OnlySubscription(MessageCallback& deliver) : deliver_(deliver) {}
+            Future<void> unsubscribe() override {
+                deliver_ = nullptr;
+                return connector::makeReadyFuture<void>();
+            }
+
+          private:
+            MessageCallback& deliver_;
         };
         deliver = std::move(callback);
-        return connector::makeReadyFuture<std::shared_ptr<Subscription>>(std::make_shared<NoSubscription>());
+        return connector::makeReadyFuture<std::shared_ptr<Subscription>>(
+            std::make_shared<OnlySubscription>(deliver));
     }
     Future<void> publish(const std::string&, DataBuffer payload) override {
         published.emplace_back(payload.view());

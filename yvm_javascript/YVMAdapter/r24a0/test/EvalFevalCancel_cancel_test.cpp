@@ -185,14 +185,17 @@ TEST_F(CancelTest, AFutureThatIsAsynchronousIsAnswered) {
 TEST_F(CancelTest, AFutureThatIsDeferredIsNeitherRunNorAnswered) {
     submit("1");
     bool ran = false;
-    distributor->answerCancels(boost::async(boost::launch::deferred, [&ran] {
-                                   ran = true;
-                                   return CmdDistributor::CANCEL_WHILE_RUNNING;
-                               }).share());
+    const auto deferred = boost::async(boost::launch::deferred, [&ran] {
+                              ran = true;
+                              return CmdDistributor::CANCEL_WHILE_RUNNING;
+                          }).share();
+    distributor->answerCancels(deferred);
     cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
     distributor->answerCancels(CmdDistributor::UNABLE_TO_CANCEL_OTHER);
     EXPECT_FALSE(ran);
     EXPECT_TRUE(service->publications().empty());
+    // Future and continuation own one another until it is ready.
+    deferred.wait();
 }
 
 TEST_F(CancelTest, AFutureWithoutAStateIsAnError) {
