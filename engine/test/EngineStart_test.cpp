@@ -282,7 +282,7 @@ TEST_F(EngineStart, AThreadOfTheStartUpScriptThatForksEndsItsChild) {
                          "    pid = os.fork()\n"
                          "    if pid: print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))\n"
                          "t = threading.Thread(target=work); t.start(); t.join()\n");
-        const auto engine = Engine::start(std::move(options));
+        const auto engine = Engine::start(options);
         expectConsole("0\n");
         engine->stop(deadline);
     });

@@ -57,8 +57,7 @@ TEST_F(EngineTest, ACancelStopsEveryWaitOfPython) {
           "import select, os; r, w = os.pipe(); select.select([r], [], [])",
           "import asyncio; asyncio.run(asyncio.sleep(1000))",
           "import concurrent.futures; concurrent.futures.Future().result()",
-          "import subprocess; subprocess.run(['sleep', '1000'], stdout=subprocess.DEVNULL, "
-          "stderr=subprocess.DEVNULL)",
+          "from subprocess import *; run(['sleep', '1000'], stdout=DEVNULL, stderr=DEVNULL)",
           "import yvm; yvm.pause(1000)", "import yvm; yvm.pause(float('inf'))"}) {
         auto blocked = startAndWait(body);
         EXPECT_EQ(cancel(blocked.id, true), CmdDistributor::CANCEL_WHILE_RUNNING) << body;
