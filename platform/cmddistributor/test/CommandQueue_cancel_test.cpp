@@ -164,8 +164,9 @@ TEST_F(CommandQueueCancelTest, AContinuationOfTheAnswerRuns) {
     auto seen = published.get_future();
     const auto policy = answer.launch_policy();
     // Dropped, as the future of a client's cancel is.
-    answer.then(policy, [published = std::make_shared<std::promise<Status>>(std::move(published))](
-                            boost::shared_future<Status> future) { published->set_value(future.get()); });
+    answer.then(policy,
+                [published = std::make_shared<std::promise<Status>>(std::move(published))](
+                    const boost::shared_future<Status>& future) { published->set_value(future.get()); });
     queue->fail(id, stopped, true);
     ASSERT_EQ(seen.wait_for(std::chrono::seconds(10)), std::future_status::ready);
     EXPECT_EQ(seen.get(), CmdDistributor::CANCEL_WHILE_RUNNING);

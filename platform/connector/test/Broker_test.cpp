@@ -171,7 +171,7 @@ TEST_F(BrokerTest, ThreadsThatPublishInTheirOwnLanesKeepTheirOrder) {
         thread.join();
     }
     std::vector<int> next(publishers, 0);
-    for (const auto& text : recorder.wait(publishers * messages)) {
+    for (const auto& text : recorder.wait(static_cast<std::size_t>(publishers) * messages)) {
         const int publisher = text.at(7) - '0';
         EXPECT_EQ(text, "/flood/" + std::to_string(publisher) + ' ' + std::to_string(next.at(publisher)++));
     }

@@ -39,7 +39,7 @@ void publishText(MessageService& messageService, const std::string& channel, std
 YVMConnection::YVMConnection(std::shared_ptr<MessageService> messageService, std::string channel,
                              Handler handler)
     : parts_(std::make_shared<const Parts>(
-          Parts{std::move(messageService), channel, channel + "/response", std::move(handler)})) {
+          Parts{std::move(messageService), channel + "/response", std::move(channel), std::move(handler)})) {
     FOUNDATION_FUNCTION_TRACE(logger());
     if (parts_->handler) {
         subscription_ = subscribe(

@@ -55,8 +55,8 @@ class YVMConnection {
     /// Constant. Shared with the calls under way, which may outlive the connection. In the order of building.
     struct Parts {
         std::shared_ptr<connector::message_service::MessageService> messageService;
-        std::string channel;
         std::string responseChannel;
+        std::string channel;
         Handler handler;
     };
 
