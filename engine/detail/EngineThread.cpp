@@ -297,15 +297,14 @@ void EngineThread::raiseDueInterrupt() {
 }
 
 void EngineThread::onInterruptSignal(const py::object& frame) {
-    const bool hasFrame = frame && !frame.is_none();
-    if (hasFrame && isOfImportSystem(reinterpret_cast<PyFrameObject*>(frame.ptr()))) {
-        if (!frames_.empty() && frames_.back()->isInterruptRequested()) {
-            // Python asks again at its next look at the signals.
-            PyErr_SetInterruptEx(interruptSignal());
-        }
+    if (ForkedChild::isThis() || frames_.empty() || !frames_.back()->isInterruptRequested()) {
         return;
     }
-    if (!ForkedChild::isThis()) {
+    const bool hasFrame = frame && !frame.is_none();
+    if (hasFrame && isOfImportSystem(reinterpret_cast<PyFrameObject*>(frame.ptr()))) {
+        // Python asks again at its next look at the signals.
+        PyErr_SetInterruptEx(interruptSignal());
+    } else {
         raiseDueInterrupt();
     }
 }

@@ -1,10 +1,6 @@
-import { execFileSync } from "node:child_process";
-import { mkdtempSync, rmSync } from "node:fs";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
-
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
+import { Gate } from "./Gate.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient, type Data } from "./StockClient.js";
 import { SocketVisitor } from "./Visitor.js";
@@ -15,18 +11,15 @@ let server: ServerProcess;
 let client: StockClient;
 let id: string;
 let lastId = 0;
-let folder: string;
-let pipe: string;
+let gate: Gate;
 
 beforeAll(async () => {
     server = await ServerProcess.start("--grace-time", "1");
-    folder = mkdtempSync(join(tmpdir(), "yvm-"));
-    pipe = join(folder, "pipe");
-    execFileSync("mkfifo", [pipe]);
+    gate = new Gate();
 });
 
 afterAll(async () => {
-    rmSync(folder, { recursive: true });
+    gate.remove();
     expect((await server.stop()).code).toBe(0);
 });
 
@@ -270,10 +263,10 @@ describe("an interrupt", () => {
         ["a busy loop", "while True: pass"],
         ["a sleep", "import time; time.sleep(1000)"],
         ["a blocking read", "import os; os.read(os.pipe()[0], 1)"],
-        ["the opening of a pipe", "open(PIPE)"],
+        ["the opening of a pipe", "GATE"],
         ["a pause", "import yvm; yvm.pause(1000)"],
     ])("stops %s and not the command behind it", async (_, body) => {
-        await start("busy", body.replace("PIPE", JSON.stringify(pipe)));
+        await start("busy", body.replace("GATE", gate.python));
         await submit("next", "sum(range(1_000_000));");
         expect(await interrupt("i")).toEqual({ requestID: "i" });
         expect(await response("busy")).toMatchObject(stopped);

@@ -1,14 +1,9 @@
-import { execFileSync } from "node:child_process";
-import { mkdtempSync, rmSync } from "node:fs";
-import { writeFile } from "node:fs/promises";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
-
 import type { Browser, BrowserContext } from "playwright-core";
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
 import { launchChromium, LibraryPage } from "./Chromium.js";
 import { heldConnect, type Library, type Transport } from "./Driver.js";
+import { Gate } from "./Gate.js";
 import { nodeDriver } from "./nodeDriver.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient, type Data } from "./StockClient.js";
@@ -292,26 +287,20 @@ describe.each(cases)("$library by $transport in $place", ({ place, library, tran
     });
 
     describe("while a command blocks the engine", () => {
-        let folder: string;
-        let pipe: string;
+        let gate: Gate;
 
         beforeAll(() => {
-            folder = mkdtempSync(join(tmpdir(), "yvm-"));
-            pipe = join(folder, "pipe");
-            execFileSync("mkfifo", [pipe]);
+            gate = new Gate();
         });
 
         afterAll(() => {
-            rmSync(folder, { recursive: true });
+            gate.remove();
         });
 
         it("has its requests acknowledged, and carried out afterwards", async () => {
             const id = freshId();
             const client = await attached(id);
-            const busy = client.print(
-                id,
-                `print('busy', flush=True); print(open(${JSON.stringify(pipe)}).read())`,
-            );
+            const busy = client.print(id, `print('busy', flush=True); print(${gate.python}.read())`);
             await client.event(({ data }) => data["text"] === "busy");
             const requestIDs = Array.from({ length: 10 }, (_, index) => `waiting-${String(index)}`);
             for (const requestID of requestIDs) {
@@ -319,7 +308,7 @@ describe.each(cases)("$library by $transport in $place", ({ place, library, tran
                 expect(reply.successful).toBe(true);
             }
             expect(client.events.filter(({ channel }) => channel.endsWith("/eval/response"))).toEqual([]);
-            await writeFile(pipe, "free");
+            await gate.open();
             expect(await busy).toBe("busy\nfree\n");
             await client.event(({ data }) => data["requestID"] === requestIDs.at(-1));
             const answered = client.events

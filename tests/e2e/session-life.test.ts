@@ -1,12 +1,7 @@
-import { execFileSync } from "node:child_process";
-import { mkdtempSync, rmSync } from "node:fs";
-import { writeFile } from "node:fs/promises";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
-
 import { afterAll, beforeAll, describe, expect, it } from "vitest";
 
 import type { Message } from "./Driver.js";
+import { Gate } from "./Gate.js";
 import { RawSocket } from "./RawSocket.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient } from "./StockClient.js";
@@ -14,18 +9,15 @@ import { StockClient } from "./StockClient.js";
 /** Sessions that end while the engine is busy, with the real module behind them. */
 
 let server: ServerProcess;
-let folder: string;
-let pipe: string;
+let gate: Gate;
 
 beforeAll(async () => {
     server = await ServerProcess.start("--grace-time", "1");
-    folder = mkdtempSync(join(tmpdir(), "yvm-"));
-    pipe = join(folder, "pipe");
-    execFileSync("mkfifo", [pipe]);
+    gate = new Gate();
 });
 
 afterAll(async () => {
-    rmSync(folder, { recursive: true });
+    gate.remove();
     expect((await server.stop()).code).toBe(0);
 });
 
@@ -60,7 +52,7 @@ describe("a session whose attach waits for the engine", () => {
             const client = await StockClient.attached(server, `busy-${id}`);
             const busy = client.print(
                 `busy-${id}`,
-                `print('busy', flush=True); print(open(${JSON.stringify(pipe)}).read())`,
+                `print('busy', flush=True); print(${gate.python}.read())`,
             );
             await client.event(({ data }) => data["text"] === "busy");
 
@@ -76,7 +68,7 @@ describe("a session whose attach waits for the engine", () => {
             const replies = (await socket.ask(JSON.stringify(messages))) as Message[];
             expect(replies.map(({ successful }) => successful)).toEqual(messages.map(() => true));
             socket.destroy();
-            await writeFile(pipe, "free");
+            await gate.open();
             expect(await busy).toBe("busy\nfree\n");
 
             const next = new StockClient(server);

@@ -1,14 +1,9 @@
-import { execFileSync } from "node:child_process";
-import { mkdtempSync, rmSync } from "node:fs";
-import { writeFile } from "node:fs/promises";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
-
 import type { Browser, BrowserContext } from "playwright-core";
 import { afterAll, afterEach, beforeAll, describe, expect, it } from "vitest";
 
 import { launchChromium, LibraryPage } from "./Chromium.js";
 import { heldConnect, type Driver, type DriverOptions, type Library, type Message } from "./Driver.js";
+import { Gate } from "./Gate.js";
 import { nodeDriver } from "./nodeDriver.js";
 import { poll } from "./poll.js";
 import { RawSocket } from "./RawSocket.js";
@@ -43,18 +38,18 @@ describe("an idle client", () => {
     let server: ServerProcess;
     let browser: Browser;
     let context: BrowserContext;
-    let folder: string;
+    let gate: Gate;
 
     beforeAll(async () => {
         server = await ServerProcess.start("--connect-timeout", String(holdSeconds));
         browser = await launchChromium();
         context = await browser.newContext();
-        folder = mkdtempSync(join(tmpdir(), "yvm-"));
+        gate = new Gate();
     });
 
     afterAll(async () => {
         await browser.close();
-        rmSync(folder, { recursive: true });
+        gate.remove();
         expect((await server.stop()).code).toBe(0);
     });
 
@@ -93,10 +88,8 @@ describe("an idle client", () => {
             }),
         );
 
-        const pipe = join(folder, "pipe");
-        execFileSync("mkfifo", [pipe]);
         const blocker = await StockClient.attached(server, "blocker");
-        const blocked = blocker.print("blocker", `print('busy'); open(${JSON.stringify(pipe)}).read();`);
+        const blocked = blocker.print("blocker", `print('busy'); ${gate.python}.read();`);
         await blocker.event(({ channel }) => channel === "/yvm/blocker/text/output");
 
         const results = clients.map(async ({ id, relay, transport, client }) => {
@@ -120,7 +113,7 @@ describe("an idle client", () => {
         });
         // One that fails must not leave the engine blocked, or the end of the test would wait for it.
         await Promise.allSettled(results);
-        await writeFile(pipe, "free");
+        await gate.open();
         await Promise.all(results);
         await blocked;
         for (const { client, id } of clients) {
