@@ -148,6 +148,18 @@ boost::shared_ptr<cmddistributor::CmdDistributor> Engine::getCmdDistributor() {
     return parts_.stopped ? nullptr : parts_.thread.queue();
 }
 
+void Engine::replaceSinks(Sink outSink, Sink errSink) {
+    parts_.thread.defaultOutput().replaceSinks(std::move(outSink), std::move(errSink));
+}
+
+foundation::core::util::scope_guard Engine::makeSinkRestorer(std::shared_ptr<YVM> self) {
+    const OutputStreams& output = parts_.thread.defaultOutput();
+    return foundation::core::util::scope_guard(
+        [self = std::move(self), out = output.out()->sink(), err = output.err()->sink()] {
+            self->replaceSinks(out, err);
+        });
+}
+
 void Engine::interrupt() {
     parts_.thread.interruptPrompt();
 }

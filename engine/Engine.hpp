@@ -77,6 +77,8 @@ class Engine final : public YVM {
     std::uint64_t getIdentifier() const override;
     /// Null after `stop`.
     boost::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override;
+    void replaceSinks(Sink outSink, Sink errSink) override;
+    foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<YVM> self) override;
     void interrupt() override;
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override;
 

@@ -88,6 +88,10 @@ class ImmediateEngine final : public yvm::YVM {
   public:
     std::uint64_t getIdentifier() const override { return 1; }
     boost::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override { return distributor_; }
+    void replaceSinks(Sink /*outSink*/, Sink /*errSink*/) override {}
+    foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<yvm::YVM> /*self*/) override {
+        return {};
+    }
     void interrupt() override {}
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override { return nullptr; }
 

@@ -60,6 +60,13 @@ void OutputStreams::synchroniseAll() {
     sinkOf(last).synchronise(TextSink::HeldSurrogate::Release);
 }
 
+void OutputStreams::replaceSinks(boost::shared_ptr<ylutil::io::YLSink> out,
+                                 boost::shared_ptr<ylutil::io::YLSink> err) {
+    synchroniseAll();
+    out_->replaceSink(std::move(out));
+    err_->replaceSink(std::move(err));
+}
+
 Command::Command(cmddistributor::TakenCommand taken, cmddistributor::Moment moment,
                  const OutputStreams& defaults)
     : taken_(std::move(taken)),

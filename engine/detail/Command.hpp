@@ -32,6 +32,9 @@ class OutputStreams {
     /// Brings out everything, as nothing is to follow for now.
     void synchroniseAll();
 
+    /// Brings out everything, and from then on writes to others. Null drops the text.
+    void replaceSinks(boost::shared_ptr<ylutil::io::YLSink> out, boost::shared_ptr<ylutil::io::YLSink> err);
+
     const std::shared_ptr<TextSink>& out() const noexcept { return out_; }
     const std::shared_ptr<TextSink>& err() const noexcept { return err_; }
 

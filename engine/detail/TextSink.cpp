@@ -23,10 +23,13 @@ constexpr bool isHighSurrogate(char16_t unit) {
 }  // namespace
 
 void TextSink::write(std::u16string_view text) {
-    if (text.empty() || sink_ == nullptr) {
+    if (text.empty()) {
         return;
     }
     const std::lock_guard lock(mutex_);
+    if (sink_ == nullptr) {
+        return;
+    }
     std::u16string joined;
     if (heldSurrogate_) {
         joined = *heldSurrogate_;
@@ -44,11 +47,24 @@ void TextSink::write(std::u16string_view text) {
     }
 }
 
+void TextSink::replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink) {
+    const std::lock_guard lock(mutex_);
+    if (pending_) {
+        synchroniseLocked();
+    }
+    sink_.swap(sink);
+}
+
+boost::shared_ptr<ylutil::io::YLSink> TextSink::sink() const {
+    const std::lock_guard lock(mutex_);
+    return sink_;
+}
+
 void TextSink::synchronise(HeldSurrogate held) {
+    const std::lock_guard lock(mutex_);
     if (sink_ == nullptr) {
         return;
     }
-    const std::lock_guard lock(mutex_);
     if (held == HeldSurrogate::Release && heldSurrogate_) {
         const char16_t unit = *heldSurrogate_;
         heldSurrogate_.reset();

@@ -25,6 +25,11 @@ class TextSink {
     /// Null: the text is dropped.
     explicit TextSink(boost::shared_ptr<ylutil::io::YLSink> sink) : sink_(std::move(sink)) {}
 
+    /// What is written and not synchronised is synchronised first. The replaced one is let go of outside the
+    /// mutex, since its end may be that of whoever reads it.
+    void replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink);
+    boost::shared_ptr<ylutil::io::YLSink> sink() const;
+
     /// A high surrogate at the end waits for what follows, so that a pair written in two halves is never cut
     /// in two. An empty text does nothing.
     void write(std::u16string_view text);
@@ -39,10 +44,9 @@ class TextSink {
     void putLocked(std::u16string_view text);
     void synchroniseLocked();
 
-    const boost::shared_ptr<ylutil::io::YLSink> sink_;
-
+    mutable std::mutex mutex_;
     // Guarded by mutex_, as is the use of the sink.
-    std::mutex mutex_;
+    boost::shared_ptr<ylutil::io::YLSink> sink_;
     std::optional<char16_t> heldSurrogate_;
     bool pending_ = false;
     Clock::time_point lastSynchronised_{};

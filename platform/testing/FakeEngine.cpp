@@ -75,6 +75,18 @@ boost::shared_ptr<cmddistributor::CmdDistributor> FakeEngine::getCmdDistributor(
     return queue_;
 }
 
+void FakeEngine::replaceSinks(Sink outSink, Sink errSink) {
+    const std::lock_guard lock(mutex_);
+    outSink_.swap(outSink);
+    errSink_.swap(errSink);
+}
+
+foundation::core::util::scope_guard FakeEngine::makeSinkRestorer(std::shared_ptr<yvm::YVM> self) {
+    const std::lock_guard lock(mutex_);
+    return foundation::core::util::scope_guard(
+        [self = std::move(self), out = outSink_, err = errSink_] { self->replaceSinks(out, err); });
+}
+
 void FakeEngine::interrupt() {
     IDType target = IDType::null();
     {
@@ -208,7 +220,23 @@ void FakeEngine::Command::pauseUntil(const std::function<bool()>& done) {
     }
 }
 
-void FakeEngine::Command::write(const cmddistributor::CmdRequest::Sink& sink, std::u16string_view text) {
+FakeEngine::Sink FakeEngine::Command::outSink() const {
+    if (const auto& own = taken_.request->getOutSink()) {
+        return own;
+    }
+    const std::lock_guard lock(engine_.mutex_);
+    return engine_.outSink_;
+}
+
+FakeEngine::Sink FakeEngine::Command::errSink() const {
+    if (const auto& own = taken_.request->getErrSink()) {
+        return own;
+    }
+    const std::lock_guard lock(engine_.mutex_);
+    return engine_.errSink_;
+}
+
+void FakeEngine::Command::write(const Sink& sink, std::u16string_view text) const {
     if (sink) {
         sink->buffer().sputn(text.data(), static_cast<std::streamsize>(text.size()));
         return;
@@ -218,7 +246,7 @@ void FakeEngine::Command::write(const cmddistributor::CmdRequest::Sink& sink, st
 }
 
 void FakeEngine::Command::synchroniseStreams() const {
-    for (const auto& sink : {taken_.request->getOutSink(), taken_.request->getErrSink()}) {
+    for (const auto& sink : {outSink(), errSink()}) {
         if (sink) {
             sink->buffer().pubsync();
         }

@@ -46,7 +46,8 @@ class FakeEngine final : public yvm::YVM, private cmddistributor::EngineSignals 
     void onEval(std::u16string command, Script script);
     void onFeval(std::string function, Script script);
 
-    /// Text that commands without a stream of their own have written, both streams as one.
+    /// Text that commands without a stream of their own have written while no sinks were installed, both
+    /// streams as one.
     std::u16string consoleText() const;
 
     /// Makes a script that pauses ask its condition again.
@@ -58,6 +59,8 @@ class FakeEngine final : public yvm::YVM, private cmddistributor::EngineSignals 
     std::uint64_t getIdentifier() const override { return identifier_; }
     /// Null once stopped.
     boost::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override;
+    void replaceSinks(Sink outSink, Sink errSink) override;
+    foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<yvm::YVM> self) override;
     void interrupt() override;
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override { return eventMgr_; }
 
@@ -94,6 +97,8 @@ class FakeEngine final : public yvm::YVM, private cmddistributor::EngineSignals 
     std::u16string consoleText_;
     std::set<IDType> interruptTargets_;      ///< commands that are to stop
     IDType promptCommand_ = IDType::null();  ///< what the top prompt runs
+    Sink outSink_;                           ///< null: the console
+    Sink errSink_;                           ///< null: the console
 
     std::mutex joinMutex_;      ///< lets one `stop` join while another waits for it
     std::thread::id threadId_;  ///< constant once constructed; no script can run before
@@ -110,8 +115,9 @@ class FakeEngine::Command {
     const Arrays& arguments() const;
     std::uint64_t numOutputs() const;
 
-    void writeOut(std::u16string_view text) { write(taken_.request->getOutSink(), text); }
-    void writeErr(std::u16string_view text) { write(taken_.request->getErrSink(), text); }
+    /// To the command's own stream, else to the client-wide sink, else to the console.
+    void writeOut(std::u16string_view text) const { write(outSink(), text); }
+    void writeErr(std::u16string_view text) const { write(errSink(), text); }
 
     /// Hands an event to the callbacks of its command and to the subscribers, on this thread.
     void fire(const std::shared_ptr<const foundation::msg_svc::eventmgr::BaseEvent>& event);
@@ -131,7 +137,9 @@ class FakeEngine::Command {
 
     Command(FakeEngine& engine, const cmddistributor::TakenCommand& taken) : engine_(engine), taken_(taken) {}
 
-    void write(const cmddistributor::CmdRequest::Sink& sink, std::u16string_view text);
+    Sink outSink() const;
+    Sink errSink() const;
+    void write(const Sink& sink, std::u16string_view text) const;
     void synchroniseStreams() const;
     void stopIfInterrupted() const;
 

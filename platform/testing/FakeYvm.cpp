@@ -22,6 +22,27 @@ FakeYvm::CmdDistributorPtr FakeYvm::getCmdDistributor() {
     return distributor_;
 }
 
+void FakeYvm::replaceSinks(Sink outSink, Sink errSink) {
+    const std::lock_guard lock(mutex_);
+    outSink_.swap(outSink);
+    errSink_.swap(errSink);
+}
+
+foundation::core::util::scope_guard FakeYvm::makeSinkRestorer(std::shared_ptr<yvm::YVM> self) {
+    return foundation::core::util::scope_guard(
+        [self = std::move(self), out = outSink(), err = errSink()] { self->replaceSinks(out, err); });
+}
+
+FakeYvm::Sink FakeYvm::outSink() {
+    const std::lock_guard lock(mutex_);
+    return outSink_;
+}
+
+FakeYvm::Sink FakeYvm::errSink() {
+    const std::lock_guard lock(mutex_);
+    return errSink_;
+}
+
 void FakeYvm::interrupt() {
     ++interrupts_;
     const std::lock_guard lock(mutex_);

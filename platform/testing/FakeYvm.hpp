@@ -29,11 +29,17 @@ class FakeYvm final : public yvm::YVM {
 
     std::uint64_t getIdentifier() const override { return identifier_; }
     CmdDistributorPtr getCmdDistributor() override;
+    void replaceSinks(Sink outSink, Sink errSink) override;
+    foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<yvm::YVM> self) override;
     void interrupt() override;
     EventMgrPtr getEventMgr() override;
 
     void setCmdDistributor(CmdDistributorPtr distributor);
     void setEventMgr(EventMgrPtr eventMgr);
+
+    /// The installed pair; null until the first `replaceSinks`.
+    Sink outSink();
+    Sink errSink();
 
     /// How often `interrupt` was called, calls that threw included.
     int interruptCount() const noexcept { return interrupts_; }
@@ -49,6 +55,8 @@ class FakeYvm final : public yvm::YVM {
     CmdDistributorPtr distributor_;
     EventMgrPtr eventMgr_;
     std::exception_ptr interruptError_;
+    Sink outSink_;
+    Sink errSink_;
 };
 
 }  // namespace platform_testing

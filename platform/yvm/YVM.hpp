@@ -1,7 +1,9 @@
 #pragma once
 
 #include "cmddistributor/CmdDistributor.hpp"
+#include "foundation/core/util/scope_guard.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
+#include "ylutil/io/YLSink.hpp"
 #include "yvm/Future.hpp"
 
 #include <boost/shared_ptr.hpp>
@@ -32,6 +34,17 @@ class [[gnu::visibility("default")]] YVM {
     /// Null when the engine has no distributor, which is an ordinary state (before its start and
     /// after its end).
     virtual boost::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() = 0;
+
+    using Sink = boost::shared_ptr<ylutil::io::YLSink>;
+
+    /// From now on text that no command's own streams take goes there: the client-wide sinks, of which an
+    /// engine has one pair. Null drops the text. What was written before has been synchronised to the sinks
+    /// that are replaced.
+    virtual void replaceSinks(Sink outSink, Sink errSink) = 0;
+
+    /// A guard that puts the pair back which is installed at this call. `self` is this engine, and is kept by
+    /// the guard. May be run on any thread.
+    virtual foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<YVM> self) = 0;
 
     /// Breaks into the command that a prompt runs. Without one it does nothing.
     virtual void interrupt() = 0;

@@ -7,6 +7,7 @@
 #include <oneapi/tbb/concurrent_hash_map.h>
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -91,7 +92,10 @@ class ConcurrentTBBHashMap final : public ConcurrentMap<Key, Value> {
     }
 
   private:
-    using Map = oneapi::tbb::concurrent_hash_map<Key, Value>;
+    /// With the standard allocator: entries are freed on other threads than made them, and the thread
+    /// sanitizer sees how memory changes hands there, but not inside the system's oneTBB.
+    using Map = oneapi::tbb::concurrent_hash_map<Key, Value, oneapi::tbb::tbb_hash_compare<Key>,
+                                                 std::allocator<std::pair<const Key, Value>>>;
     using SharedLock = boost::shared_lock<boost::upgrade_mutex>;
 
     /// Waits until those that share the lock have gone, and lets no further ones in.

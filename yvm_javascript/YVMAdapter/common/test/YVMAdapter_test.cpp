@@ -504,6 +504,10 @@ class InquisitiveYvm final : public yvm::YVM {
         return 7;
     }
     boost::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override { return {}; }
+    void replaceSinks(Sink /*outSink*/, Sink /*errSink*/) override {}
+    foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<yvm::YVM> /*self*/) override {
+        return {};
+    }
     void interrupt() override {}
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override { return {}; }
 

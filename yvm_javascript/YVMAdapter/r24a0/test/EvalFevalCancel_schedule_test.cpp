@@ -35,6 +35,10 @@ class SteppedEngine final : public yvm::YVM, private cmddistributor::EngineSigna
     std::uint64_t getIdentifier() const override { return 1; }
     boost::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override { return queue_; }
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override { return {}; }
+    void replaceSinks(Sink /*outSink*/, Sink /*errSink*/) override {}
+    foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<yvm::YVM> /*self*/) override {
+        return {};
+    }
     void interrupt() override {
         if (running_) {
             interrupt(running_->id);
