@@ -69,7 +69,7 @@ describe("eval", () => {
 
     it("keeps no text when told so", async () => {
         const seen: string[] = [];
-        const request = client.eval("flood", { keepText: false, onText: ({ text }) => seen.push(text) });
+        const request = client.eval("flood", { output: "stream", onText: ({ text }) => seen.push(text) });
         const { requestID } = request;
         await server.publishOn("/yvm/c1/eval/request");
         server.push("/yvm/c1/text/output", { requestID, stream: 0, text: "x" });

@@ -13,8 +13,8 @@ import type { Listing } from "./CommandTracker";
 
 /** Answered while another command runs, and without text. */
 const queryOptions = {
-    keepText: false,
-    runOptions: { dequeueMode: "DEQUEUE_AT_PPE", useNullOutSink: true, useNullErrSink: true },
+    output: "none",
+    runOptions: { dequeueMode: "DEQUEUE_AT_PPE" },
 } as const;
 
 /** How the page stands with the server. */
@@ -68,7 +68,7 @@ export class Session {
      * @throws Error if there is no attached client
      */
     run(command: string, onText: (chunk: TextChunk) => void): RequestFuture<EvalResult> {
-        return this.#attached().eval(command, { isUserEval: true, onText, keepText: false });
+        return this.#attached().eval(command, { isUserEval: true, onText, output: "stream" });
     }
 
     /** Asks what the engine runs and what waits. Answered while a command runs, if it is not one long call. */

@@ -1,7 +1,23 @@
 import type { CancelOptions, CancelStatus } from "./CancelStatus.js";
-import { asArray, asString, readResponse, readTextMessage, type JsonObject } from "./checks.js";
+import {
+    asArray,
+    asString,
+    readResponse,
+    readTextChunk,
+    readTextMessage,
+    type JsonObject,
+    type TextMessage,
+} from "./checks.js";
+import type { ClientOutput, ClientOutputOptions } from "./ClientOutput.js";
+import { ClientSinks } from "./ClientSinks.js";
+import type { Disposable } from "./Disposable.js";
 import { AbortedError, ClosedError, ConnectionError, YvmError } from "./errors.js";
-import { RequestFuture, type RequestDriver, type RequestOptions } from "./RequestFuture.js";
+import {
+    RequestFuture,
+    type OutputTarget,
+    type RequestDriver,
+    type RequestOptions,
+} from "./RequestFuture.js";
 import type { RunOptions } from "./RunOptions.js";
 import { decodeYda, encodeYda, type YdaInput, type YdaValue } from "./yda.js";
 
@@ -57,6 +73,8 @@ export class Client {
     readonly channelPrefix: string;
     readonly #host: ClientHost;
     readonly #open = new Map<string, RequestDriver>();
+    readonly #sinks: ClientSinks;
+    readonly #lateTextListeners = new Set<(message: TextMessage) => void>();
     #requestCount = 0;
     #closed: Error | undefined;
 
@@ -66,6 +84,10 @@ export class Client {
         this.apiVersion = apiVersion;
         this.channelPrefix = channelPrefix;
         this.#host = host;
+        this.#sinks = new ClientSinks({
+            request: (keys) => this.#request("/yvmSinks", keys),
+            untilLinkIsBack: () => host.untilLinkIsBack(),
+        });
     }
 
     /**
@@ -75,7 +97,7 @@ export class Client {
     eval(command: string, options: EvalOptions = {}): RequestFuture<EvalResult> {
         return this.#send(
             "/eval",
-            { command, isUserEval: options.isUserEval ?? false, runOptions: withText(options.runOptions) },
+            { command, isUserEval: options.isUserEval ?? false, runOptions: withText(options) },
             options,
             (_body, future) => ({ text: future.text, stdout: future.textOf(0), stderr: future.textOf(1) }),
         );
@@ -101,7 +123,7 @@ export class Client {
                 numOutputsExpected: options.numOutputs ?? 1,
                 rhsArgs: args.map(encodeYda),
                 ydaOutputFormat: options.format ?? "preferYDAShort",
-                runOptions: withText(options.runOptions),
+                runOptions: withText(options),
             },
             options,
             (body) => asArray(body["result"], "result").map(decodeYda),
@@ -115,7 +137,7 @@ export class Client {
      * The answer comes when the request has really stopped. A command that cannot be interrupted puts it off.
      */
     async cancel(requestID: string, { interrupt = false }: CancelOptions = {}): Promise<CancelStatus> {
-        const body = await this.#request("/cancel", { requestIDtoCancel: requestID, interrupt });
+        const body = await this.#request("/cancel", { requestIDtoCancel: requestID, interrupt }).answered;
         return asString(body["cancelStatus"], "cancelStatus");
     }
 
@@ -124,7 +146,7 @@ export class Client {
      * of them settles by its own answer. Resolves when the engine was asked, whether there were any or not.
      */
     async cancelGroup(name: string, { interrupt = false }: CancelOptions = {}): Promise<void> {
-        await this.#request("/cancelGroup", { requestGroupNametoCancel: name, interrupt });
+        await this.#request("/cancelGroup", { requestGroupNametoCancel: name, interrupt }).answered;
     }
 
     /**
@@ -132,11 +154,36 @@ export class Client {
      * the engine was asked, whether it runs something or not.
      */
     async interrupt(): Promise<void> {
-        await this.#request("/interrupt", {});
+        await this.#request("/interrupt", {}).answered;
+    }
+
+    /**
+     * Reads the engine's client-wide text: of programs that run without a command, and of commands, any
+     * client's, whose text was not asked for. The engine sends it to one client at a time, the last that
+     * asked, until that client ends it; then to its own console again.
+     *
+     * It begins with the call: of what is sent after it, nothing is missed. Any number may read at the same
+     * time. What has not been read yet waits without bound. When the last reader ends, text that the engine
+     * has not sent yet is dropped.
+     *
+     * @throws TypeError if it is being read with other traits
+     */
+    output(options: ClientOutputOptions = {}): ClientOutput {
+        return this.#sinks.open(options);
+    }
+
+    /**
+     * Calls the listener with text of requests that have settled: of threads that a command has started and
+     * that live on, and of what was aborted and has not stopped yet. Nobody else is given it.
+     */
+    onLateText(listener: (message: TextMessage) => void): Disposable {
+        this.#lateTextListeners.add(listener);
+        return { dispose: () => this.#lateTextListeners.delete(listener) };
     }
 
     /** Leaves the engine. Open requests are cancelled there and reject with ClosedError here. */
     detach(): Promise<void> {
+        this.#sinks.revertBeforeDetach();
         return this.#host.detach(this);
     }
 
@@ -146,18 +193,30 @@ export class Client {
         switch (suffix) {
             case "/text/output":
             case "/text/error": {
-                const { requestID, stream, text } = readTextMessage(data, channel);
-                this.#open.get(requestID)?.pushText({ stream, text });
+                const message = readTextMessage(data, channel);
+                const request = this.#open.get(message.requestID);
+                if (request) {
+                    request.pushText({ stream: message.stream, text: message.text });
+                } else {
+                    this.#tellLateText(message);
+                }
                 break;
             }
+            case "/yvmSinks/output":
+                this.#sinks.onText(readTextChunk(data, channel));
+                break;
             case "/eval/response":
             case "/feval/response":
             case "/cancel/response":
             case "/cancelGroup/response":
-            case "/interrupt/response": {
+            case "/interrupt/response":
+            case "/yvmSinks/response": {
                 const response = readResponse(data, channel);
                 const request = this.#open.get(response.requestID);
                 if (request === undefined || suffix !== `${request.channel}/response`) {
+                    if (suffix === "/yvmSinks/response" && response.error) {
+                        this.#sinks.onLateError(response.requestID, new YvmError(response.error));
+                    }
                     break; // of a request that was aborted, or given up when the connection was lost
                 }
                 this.#open.delete(response.requestID);
@@ -175,6 +234,7 @@ export class Client {
 
     /** @internal Rejects everything that is open; new requests are still taken. */
     failOpenRequests(reason: Error): void {
+        this.#sinks.end(reason);
         const requests = [...this.#open.values()];
         this.#open.clear();
         for (const request of requests) {
@@ -191,6 +251,19 @@ export class Client {
     /** Why the client takes no more requests; undefined while it does. */
     get closed(): Error | undefined {
         return this.#closed;
+    }
+
+    #tellLateText(message: TextMessage): void {
+        for (const listener of [...this.#lateTextListeners]) {
+            try {
+                listener(message);
+            } catch (error) {
+                // The application's own failure is not the connection's.
+                setTimeout(() => {
+                    throw error;
+                });
+            }
+        }
     }
 
     #send<T>(
@@ -224,11 +297,13 @@ export class Client {
         );
     }
 
-    /** A request without text, given its keys; resolves to the body of the answer. */
-    #request(channel: string, keys: JsonObject): Promise<JsonObject> {
-        return new Promise((respond, fail) => {
-            this.#publish(this.#newRequestID(), keys, { channel, pushText: () => undefined, respond, fail });
+    /** A request without text, given its keys; `answered` resolves to the body of the answer. */
+    #request(channel: string, keys: JsonObject): { requestID: string; answered: Promise<JsonObject> } {
+        const requestID = this.#newRequestID();
+        const answered = new Promise<JsonObject>((respond, fail) => {
+            this.#publish(requestID, keys, { channel, pushText: () => undefined, respond, fail });
         });
+        return { requestID, answered };
     }
 
     #newRequestID(): string {
@@ -264,7 +339,16 @@ export class Client {
     }
 }
 
-/** Text comes with its request, unless the caller chose otherwise. */
-function withText(runOptions: RunOptions | undefined): RunOptions {
-    return { useNullOutSink: false, useNullErrSink: false, ...runOptions };
+interface TextOptions {
+    readonly output?: OutputTarget | undefined;
+    readonly runOptions?: RunOptions;
+}
+
+/** Run options that send the text where the caller wants it. */
+function withText({ output = "keep", runOptions }: TextOptions): RunOptions {
+    const isDropped = output === "none";
+    return {
+        ...(output !== "client" && { useNullOutSink: isDropped, useNullErrSink: isDropped }),
+        ...runOptions,
+    };
 }

@@ -1,6 +1,7 @@
 import { startAbortable, type AbortOptions } from "./abort.js";
 import { asString, readResponse, type JsonObject, type Response } from "./checks.js";
 import { Client } from "./Client.js";
+import type { Disposable } from "./Disposable.js";
 import { ClosedError, ConnectionError, YvmError } from "./errors.js";
 import type { Subscription, Transport, TransportEvents } from "./transport.js";
 
@@ -27,11 +28,6 @@ export interface AttachOptions extends AbortOptions {
      * session. Default a random one.
      */
     readonly requestID?: string;
-}
-
-/** Ends what it was returned for. */
-export interface Disposable {
-    dispose(): void;
 }
 
 interface Attached {
@@ -262,10 +258,10 @@ export class Connection {
     }
 
     #onLost(reason: Error): void {
+        this.#setStatus({ state: "lost", reason });
         if (!this.#transport.redelivers) {
             this.#failOpen(reason);
         }
-        this.#setStatus({ state: "lost", reason });
     }
 
     async #onRestored(session: "kept" | "new"): Promise<void> {

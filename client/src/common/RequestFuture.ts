@@ -1,6 +1,7 @@
 import { listenForAbort, type AbortOptions } from "./abort.js";
 import type { CancelOptions, CancelStatus } from "./CancelStatus.js";
 import type { TextChunk } from "./checks.js";
+import { TextQueue } from "./TextQueue.js";
 
 /** How a request is driven from the inside; users see the RequestFuture alone. */
 export interface RequestDriver {
@@ -26,11 +27,20 @@ export interface RequestOptions extends AbortOptions {
      */
     readonly onText?: ((chunk: TextChunk) => void) | undefined;
     /**
-     * Keep the text for `text`, `output` and the result. Turn it off for a command that prints without
-     * end, where `onText` is all that is wanted. Default true.
+     * Where the text goes:
+     *
+     * - "keep" (default): it is kept for `text`, the result, and any number of loops over `output`
+     * - "stream": to `onText` if that is given, else to one loop over `output`, and is let go when it was read.
+     *   What the loop has not read yet waits without bound, until the loop is left
+     * - "client": where the client-wide text goes, see `Client.output`
+     * - "none": nowhere, the engine drops it
+     *
+     * Of the run options, `useNullOutSink` and `useNullErrSink` overrule it for their stream.
      */
-    readonly keepText?: boolean | undefined;
+    readonly output?: OutputTarget | undefined;
 }
+
+export type OutputTarget = "keep" | "stream" | "client" | "none";
 
 /**
  * A request in flight: await it for its result, or read its text while it runs.
@@ -49,7 +59,10 @@ export class RequestFuture<T> implements PromiseLike<T> {
     /** The result as an ordinary promise. */
     readonly done: Promise<T>;
     readonly #stopper: RequestStopper;
+    /** All text, if it is kept. */
     readonly #chunks: TextChunk[] = [];
+    /** The text that nobody has read, if it is not kept. */
+    readonly #queue: TextQueue | undefined;
     #settled = false;
     /** Wakes the readers of `output`, each of which waits for at most one call. */
     #wake: (() => void)[] = [];
@@ -71,6 +84,8 @@ export class RequestFuture<T> implements PromiseLike<T> {
     ) {
         this.requestID = requestID;
         this.#stopper = stopper;
+        const keepsText = (options.output ?? "keep") === "keep";
+        this.#queue = keepsText || options.onText ? undefined : new TextQueue();
         this.done = new Promise((resolve, reject) => {
             const stopListening = listenForAbort(options.signal, () => {
                 stopper.abort(driver, options.signal?.reason);
@@ -78,6 +93,7 @@ export class RequestFuture<T> implements PromiseLike<T> {
             const settle = () => {
                 this.#settled = true;
                 stopListening();
+                this.#queue?.end();
                 this.#wakeReaders();
             };
             const fail = (reason: unknown) => {
@@ -88,9 +104,10 @@ export class RequestFuture<T> implements PromiseLike<T> {
             const driver: RequestDriver = {
                 channel,
                 pushText: (chunk) => {
-                    if (options.keepText ?? true) {
+                    if (keepsText) {
                         this.#chunks.push(chunk);
                     }
+                    this.#queue?.push(chunk);
                     this.#wakeReaders();
                     try {
                         options.onText?.(chunk);
@@ -128,7 +145,7 @@ export class RequestFuture<T> implements PromiseLike<T> {
         return this.#stopper.cancel(options);
     }
 
-    /** The text that has come so far, of both streams in the order of arrival. */
+    /** The text that has come so far, of both streams in the order of arrival; empty if it is not kept. */
     get text(): string {
         return this.#chunks.map((chunk) => chunk.text).join("");
     }
@@ -143,12 +160,28 @@ export class RequestFuture<T> implements PromiseLike<T> {
 
     /**
      * The text, piece by piece from the first, to be read with `for await`. The loop ends when the
-     * request is settled, and throws what the request rejects with.
+     * request is settled, and throws what the request rejects with. Leaving it does not stop the request.
      */
     get output(): AsyncIterable<TextChunk> {
         // Whoever loops over the text learns of a failure there.
         this.done.catch(() => undefined);
-        return { [Symbol.asyncIterator]: () => this.#readChunks() };
+        const queue = this.#queue;
+        return { [Symbol.asyncIterator]: () => (queue ? this.#readQueue(queue) : this.#readChunks()) };
+    }
+
+    async *#readQueue(queue: TextQueue): AsyncGenerator<TextChunk, void> {
+        try {
+            for (;;) {
+                const chunk = await queue.next();
+                if (!chunk) {
+                    await this.done;
+                    return;
+                }
+                yield chunk;
+            }
+        } finally {
+            queue.discard();
+        }
     }
 
     async *#readChunks(): AsyncGenerator<TextChunk, void> {

@@ -76,20 +76,23 @@ export interface TextChunk {
 }
 
 export interface TextMessage extends TextChunk {
+    /** Of the command that printed it. */
     readonly requestID: string;
 }
 
-export function readTextMessage(data: unknown, path: string): TextMessage {
+/** Text of no particular command. */
+export function readTextChunk(data: unknown, path: string): TextChunk {
     const body = asObject(data, path);
     const stream = body["stream"];
     if (stream !== 0 && stream !== 1) {
         throw expectation(`${path}.stream`, "0 or 1", stream);
     }
-    return {
-        requestID: asString(body["requestID"], `${path}.requestID`),
-        stream,
-        text: asString(body["text"], `${path}.text`),
-    };
+    return { stream, text: asString(body["text"], `${path}.text`) };
+}
+
+export function readTextMessage(data: unknown, path: string): TextMessage {
+    const { stream, text } = readTextChunk(data, path);
+    return { requestID: asString(asObject(data, path)["requestID"], `${path}.requestID`), stream, text };
 }
 
 function readFailure(value: unknown, path: string): YvmFailure {

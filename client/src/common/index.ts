@@ -1,10 +1,12 @@
 /** What the package offers, through its door for browsers and its door for Node.js alike. */
 export type { AbortOptions } from "./abort.js";
 export type { CancelOptions, CancelStatus } from "./CancelStatus.js";
-export type { JsonObject, TextChunk } from "./checks.js";
+export type { JsonObject, TextChunk, TextMessage } from "./checks.js";
 export { Client, type EvalOptions, type EvalResult, type FevalOptions } from "./Client.js";
+export { ClientOutput, type ClientOutputOptions } from "./ClientOutput.js";
 export { type ConnectOptions } from "./connect.js";
-export { Connection, type AttachOptions, type ConnectionStatus, type Disposable } from "./Connection.js";
+export { Connection, type AttachOptions, type ConnectionStatus } from "./Connection.js";
+export type { Disposable } from "./Disposable.js";
 export {
     AbortedError,
     ClosedError,
@@ -15,7 +17,7 @@ export {
     type StackFrame,
     type YvmFailure,
 } from "./errors.js";
-export { RequestFuture, type RequestOptions } from "./RequestFuture.js";
+export { RequestFuture, type OutputTarget, type RequestOptions } from "./RequestFuture.js";
 export type { DequeueMode, RunOptions, SinkTraits } from "./RunOptions.js";
 export {
     decodeYda,

@@ -1,0 +1,64 @@
+import type { AbortOptions } from "./abort.js";
+import type { TextChunk } from "./checks.js";
+import type { SinkTraits } from "./RunOptions.js";
+import type { TextQueue } from "./TextQueue.js";
+
+export interface ClientOutputOptions extends AbortOptions {
+    /**
+     * What the reader can do with the text; what is left out has the engine's default. All that read at the
+     * same time share one installation, so that traits other than those that hold are a TypeError.
+     */
+    readonly traits?: { readonly out?: SinkTraits; readonly err?: SinkTraits };
+}
+
+/**
+ * The engine's client-wide text, made by `Client.output`: an iterable for one `for await`.
+ *
+ * It ends without an error when it is closed, or when the client is detached or the connection closed from
+ * this side. It throws
+ * - YvmError or RefusedError if the text could not be had,
+ * - AbortedError if the signal was aborted,
+ * - ConnectionError if the connection was lost, and text may be lost with it.
+ */
+export class ClientOutput implements AsyncIterableIterator<TextChunk, undefined> {
+    /** Resolves when the text comes here. Rejects with what the loop throws; nobody has to wait for it. */
+    readonly installed: Promise<void>;
+    readonly #queue: TextQueue;
+    readonly #onClose: () => Promise<void>;
+
+    /**
+     * @internal Use `Client.output`.
+     * @param onClose called at each close; resolves when the engine has the sinks that it had before
+     */
+    constructor(installed: Promise<void>, queue: TextQueue, onClose: () => Promise<void>) {
+        this.installed = installed;
+        this.#queue = queue;
+        this.#onClose = onClose;
+    }
+
+    [Symbol.asyncIterator](): this {
+        return this;
+    }
+
+    async next(): Promise<IteratorResult<TextChunk, undefined>> {
+        const value = await this.#queue.next();
+        return value ? { done: false, value } : { done: true, value };
+    }
+
+    /** What leaving the loop calls; the same as `close`. */
+    async return(): Promise<IteratorResult<TextChunk, undefined>> {
+        await this.close();
+        return { done: true, value: undefined };
+    }
+
+    /**
+     * Ends the reading; what has not been read is let go. The last reader puts the engine's own sinks back:
+     * then it resolves when the engine has done so, or when that has to wait for a lost connection. Idempotent.
+     *
+     * @throws YvmError if the engine could not put its sinks back
+     */
+    async close(): Promise<void> {
+        this.#queue.discard();
+        await this.#onClose();
+    }
+}

@@ -1,0 +1,207 @@
+import { listenForAbort } from "./abort.js";
+import type { JsonObject, TextChunk } from "./checks.js";
+import { ClientOutput, type ClientOutputOptions } from "./ClientOutput.js";
+import { AbortedError, ClosedError, ConnectionError } from "./errors.js";
+import { TextQueue } from "./TextQueue.js";
+
+/** What the sinks need of their client. */
+export interface SinksHost {
+    /** Sends a request to the sink service; `answered` settles as its answer says. */
+    request(keys: JsonObject): { readonly requestID: string; readonly answered: Promise<unknown> };
+    /** See `ClientHost`. */
+    untilLinkIsBack(): Promise<void>;
+}
+
+interface Reader {
+    readonly queue: TextQueue;
+    stopListening(): void;
+}
+
+interface Installation {
+    /** The keys of its request. */
+    readonly keys: JsonObject;
+    readonly requestID: string;
+    readonly installed: Promise<void>;
+    readonly readers: Set<Reader>;
+}
+
+/** The keys of a request that puts the engine's own sinks back. */
+const revertKeys = { outSinkTraits: null, errSinkTraits: null };
+
+/**
+ * The client's sinks in the engine: installed for the first reader, reverted after the last. Requests of a
+ * client keep their order, so that an install may follow a revert that has not been answered.
+ */
+export class ClientSinks {
+    readonly #host: SinksHost;
+    #installation: Installation | undefined;
+
+    constructor(host: SinksHost) {
+        this.#host = host;
+    }
+
+    /** @throws TypeError if other traits hold than those asked for */
+    open({ traits, signal }: ClientOutputOptions): ClientOutput {
+        const queue = new TextQueue();
+        if (signal?.aborted === true) {
+            const error = new AbortedError(signal.reason);
+            queue.end({ error });
+            return new ClientOutput(handled(Promise.reject(error)), queue, () => Promise.resolve());
+        }
+        const keys = {
+            ...(traits?.out && { outSinkTraits: traits.out }),
+            ...(traits?.err && { errSinkTraits: traits.err }),
+        };
+        if (this.#installation && traits && !areEqual(keys, this.#installation.keys)) {
+            throw new TypeError(
+                `The client's text is being read with the traits ${JSON.stringify(this.#installation.keys)}; ` +
+                    "other traits have to wait until nobody reads it",
+            );
+        }
+        const installation = this.#installation ?? this.#install(keys);
+        let abandon: (reason: Error) => void = () => undefined;
+        const installed = new Promise<void>((resolve, reject) => {
+            installation.installed.then(resolve, reject);
+            abandon = reject;
+        });
+        const reader: Reader = {
+            queue,
+            stopListening: listenForAbort(signal, () => {
+                const error = new AbortedError(signal?.reason);
+                queue.end({ error });
+                abandon(error);
+                this.#leave(installation, reader).catch(() => undefined); // nobody is left to be told
+            }),
+        };
+        installation.readers.add(reader);
+        return new ClientOutput(handled(installed), queue, () => this.#leave(installation, reader));
+    }
+
+    /** Text of the sinks came. */
+    onText(chunk: TextChunk): void {
+        for (const { queue } of this.#installation?.readers ?? []) {
+            queue.push(chunk);
+        }
+    }
+
+    /** An error came for a request that was answered before: the service answers first and may fail then. */
+    onLateError(requestID: string, error: Error): void {
+        if (this.#installation?.requestID === requestID) {
+            this.#fail(this.#installation, error);
+        }
+    }
+
+    /**
+     * The connection was lost, or the client is closed. Readers are told why, unless it was this side that
+     * ended it. Sinks that are left behind are reverted when they can be reached.
+     */
+    end(reason: Error): void {
+        if (this.#installation) {
+            this.#fail(this.#installation, reason instanceof ClosedError ? undefined : reason);
+            if (reason instanceof ConnectionError) {
+                void this.#revertLater();
+            }
+        }
+    }
+
+    /** Sends the revert, if one is due, that must precede the end of the client. */
+    revertBeforeDetach(): void {
+        if (this.#installation) {
+            this.#host.request(revertKeys).answered.catch(() => undefined); // the client goes, and ends it
+        }
+    }
+
+    #install(keys: JsonObject): Installation {
+        const { requestID, answered } = this.#host.request(keys);
+        const installation: Installation = {
+            keys,
+            requestID,
+            installed: handled(
+                answered.then(
+                    () => undefined,
+                    (error: unknown) => {
+                        if (this.#installation === installation) {
+                            this.#fail(installation, error as Error);
+                            if (error instanceof ConnectionError) {
+                                void this.#revertLater();
+                            }
+                        }
+                        throw error;
+                    },
+                ),
+            ),
+            readers: new Set(),
+        };
+        this.#installation = installation;
+        return installation;
+    }
+
+    /** Ends an installation and all its readers. */
+    #fail(installation: Installation, error: Error | undefined): void {
+        this.#installation = undefined;
+        for (const reader of installation.readers) {
+            reader.stopListening();
+            reader.queue.end({ error });
+        }
+        installation.readers.clear();
+    }
+
+    async #leave(installation: Installation, reader: Reader): Promise<void> {
+        reader.stopListening();
+        installation.readers.delete(reader);
+        if (this.#installation !== installation || installation.readers.size > 0) {
+            return;
+        }
+        this.#installation = undefined;
+        try {
+            await this.#host.request(revertKeys).answered;
+        } catch (error) {
+            if (error instanceof ConnectionError) {
+                void this.#revertLater();
+            } else if (!(error instanceof ClosedError)) {
+                throw error;
+            }
+        }
+    }
+
+    /**
+     * Reverts sinks of which nobody knows whether they are installed, when the link is back. A revert that
+     * finds none would install some, so that an install goes before it.
+     */
+    async #revertLater(): Promise<void> {
+        for (;;) {
+            try {
+                await this.#host.untilLinkIsBack();
+            } catch {
+                return; // the session is gone, and its sinks with it
+            }
+            if (this.#installation) {
+                return; // somebody has come who wants them
+            }
+            try {
+                await Promise.all([this.#host.request({}).answered, this.#host.request(revertKeys).answered]);
+                return;
+            } catch (error) {
+                if (!(error instanceof ConnectionError)) {
+                    return; // the server's log has it; nobody is left to be told
+                }
+            }
+        }
+    }
+}
+
+/** A promise that need not be waited for. */
+function handled<T>(promise: Promise<T>): Promise<T> {
+    promise.catch(() => undefined);
+    return promise;
+}
+
+function areEqual(one: JsonObject, other: JsonObject): boolean {
+    const sorted = (keys: JsonObject) =>
+        JSON.stringify(keys, (_key, value: unknown) =>
+            typeof value === "object" && value !== null
+                ? Object.fromEntries(Object.entries(value).sort(([a], [b]) => (a < b ? -1 : 1)))
+                : value,
+        );
+    return sorted(one) === sorted(other);
+}

@@ -1,0 +1,4 @@
+/** Ends what it was returned for. */
+export interface Disposable {
+    dispose(): void;
+}
