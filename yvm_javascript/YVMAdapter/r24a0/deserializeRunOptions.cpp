@@ -1,8 +1,8 @@
 #include "r24a0/deserializeRunOptions.hpp"
 
 #include "cmddistributor/RequestIdAdapter.hpp"
+#include "common/makeTextMessage.hpp"
 #include "common/setCurrentMockYvm.hpp"
-#include "fl/i18n/codecvt_ustring_to_string.hpp"
 #include "fl/i18n/ustring.hpp"
 #include "foundation/json/toUnsigned64.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
@@ -145,11 +145,9 @@ class TextCallback {
         if (channel == nullptr) {
             return;
         }
-        fl::i18n::codecvt_ustring_to_string toUtf8("UTF-8", true);
-        fl::i18n::converter<char, char16_t>& converter = toUtf8;
-        publish_(channel, {{"requestID", requestID_},
-                           {"stream", Value(static_cast<int>(textEvent.stream()))},
-                           {"text", converter.convert(textEvent.text())}});
+        JsonObject message = makeTextMessage(textEvent.stream(), textEvent.text());
+        message.emplace("requestID", requestID_);
+        publish_(channel, std::move(message));
     }
 
   private:

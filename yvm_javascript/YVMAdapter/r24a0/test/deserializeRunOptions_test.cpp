@@ -218,6 +218,17 @@ TEST(TextCallback, AnEventOfAnotherKindIsABadCast) {
     EXPECT_THROW(publishedFor(OtherEvent()), std::bad_cast);
 }
 
+class TaggedEvent final : public foundation::msg_svc::eventmgr::DerivedEvent<TaggedEvent> {
+  public:
+    static constexpr bool acceptsUserTags = true;
+};
+
+TEST(TextCallback, AnEventThatMerelyCarriesTheTagIsABadCast) {
+    TaggedEvent event;
+    event.addUserTags(std::vector<std::u16string>{textEventName});
+    EXPECT_THROW(publishedFor(event), std::bad_cast);
+}
+
 TEST(TextCallback, EachCopyOfTheRunOptionsPublishes) {
     int published = 0;
     const auto runOptions = read(R"({"useNullErrSink":false})",
@@ -243,6 +254,17 @@ class ThrowingEventMgr final : public EventMgr {
         foundation::msg_svc::eventmgr::EventHandler, std::vector<std::u16string>) override {
         return nullptr;
     }
+};
+
+/// An engine whose event manager cannot be had.
+class ThrowingYvm final : public YVM {
+  public:
+    std::uint64_t getIdentifier() const override { return 0; }
+    boost::shared_ptr<cmddistributor::CmdDistributor> getCmdDistributor() override { return {}; }
+    void replaceSinks(Sink, Sink) override {}
+    foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<YVM>) override { return {}; }
+    void interrupt() override {}
+    boost::shared_ptr<EventMgr> getEventMgr() override { throw std::runtime_error("no event manager"); }
 };
 
 class TextEventBuffer : public testing::Test {
@@ -367,6 +389,17 @@ TEST_F(TextEventBuffer, WithoutAnEventManagerTextIsKept) {
     EXPECT_EQ(events.front().text, u"x");
 }
 
+TEST_F(TextEventBuffer, AnEngineThatThrowsLeavesTheTextKept) {
+    ThrowingYvm throwing;
+    yvm::unittest::setCurrentMockYvm(&throwing);
+    EXPECT_EQ(write(std::u16string(8193, u'x')), 8193);
+    EXPECT_EQ(buffer().pubsync(), -1);
+    yvm::unittest::setCurrentMockYvm(&engine);
+    EXPECT_EQ(buffer().pubsync(), 0);
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_EQ(events.front().text, std::u16string(8193, u'x'));
+}
+
 TEST_F(TextEventBuffer, AFailedDeliveryLosesTheText) {
     engine.setEventMgr(boost::make_shared<ThrowingEventMgr>());
     write(u"x");
@@ -390,6 +423,28 @@ TEST_F(TextEventBuffer, EachChangeOfTheCommandFiresAnEvent) {
     EXPECT_EQ(events, (std::vector<Event>{{IDType(1, 1), StreamTypeEnum::Output, u"a"},
                                           {IDType(1, 2), StreamTypeEnum::Output, u"b"},
                                           {IDType(1, 1), StreamTypeEnum::Output, u"c"}}));
+}
+
+TEST_F(TextEventBuffer, AnEmptyWriteOfAnotherCommandFiresWhatWasCollected) {
+    {
+        const cmddistributor::RequestIdScope first{IDType(1, 1)};
+        write(u"a");
+    }
+    const cmddistributor::RequestIdScope second{IDType(1, 2)};
+    EXPECT_EQ(write(u""), 0);
+    EXPECT_EQ(events, (std::vector<Event>{{IDType(1, 1), StreamTypeEnum::Output, u"a"}}));
+}
+
+TEST_F(TextEventBuffer, DropsTheEndOfFileValue) {
+    // Of the buffer's own class nothing is public but what std::basic_streambuf has.
+    struct Overflow : std::basic_streambuf<char16_t> {
+        using std::basic_streambuf<char16_t>::overflow;
+    };
+    EXPECT_EQ((buffer().*&Overflow::overflow)(0xFFFF), 0xFFFF);
+    EXPECT_EQ((buffer().*&Overflow::overflow)(u'a'), u'a');
+    buffer().pubsync();
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_EQ(events.front().text, u"a");
 }
 
 TEST_F(TextEventBuffer, WithoutLoggingAndDiaryNothingIsCopied) {

@@ -1,0 +1,13 @@
+#include "common/makeTextMessage.hpp"
+
+#include "fl/i18n/codecvt_ustring_to_string.hpp"
+
+namespace yvm::JSClient {
+
+JsonObject makeTextMessage(ylutil::io::StreamTypeEnum stream, std::u16string_view text) {
+    fl::i18n::codecvt_ustring_to_string toUtf8("UTF-8", true);
+    fl::i18n::converter<char, char16_t>& converter = toUtf8;
+    return {{"text", converter.convert(text)}, {"stream", foundation::json::Value(static_cast<int>(stream))}};
+}
+
+}  // namespace yvm::JSClient
