@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <utility>
 
 namespace server::app {
 
@@ -89,7 +90,8 @@ void declare(CLI::App& app, RawOptions& raw, Options& options) {
         ->type_name("FOLDER")
         ->group(engine);
     app.add_option("--feature", raw.features,
-                   "Turn a feature on or off, such as YVMJS_SmartBuf=on or webui=off; may be repeated")
+                   "Turn a feature on or off; may be repeated. Default: YVMJS_SmartBuf and webui are on,\n"
+                   "which together batch the text of the sinks that clients install")
         ->allow_extra_args(false)
         ->type_name("NAME=on|off")
         ->group(engine);
@@ -240,8 +242,9 @@ std::optional<std::string> chooseToken(const CLI::App& app, const RawOptions& ra
     return token;
 }
 
-std::map<std::string, bool> readFeatures(const std::vector<std::string>& features) {
-    std::map<std::string, bool> result;
+/// `result` with the switches that were named set anew.
+std::map<std::string, bool> readFeatures(const std::vector<std::string>& features,
+                                         std::map<std::string, bool> result) {
     for (const std::string& feature : features) {
         const std::size_t equals = feature.find('=');
         const std::string state = equals == std::string::npos ? "" : feature.substr(equals + 1);
@@ -282,7 +285,7 @@ Options parseOptions(std::vector<std::string> arguments, const std::filesystem::
         applyFile(app, raw.configFile);
     }
     options.token = chooseToken(app, raw, options.host);
-    options.features = readFeatures(raw.features);
+    options.features = readFeatures(raw.features, std::move(options.features));
 
     const std::filesystem::path root = raw.root.empty() ? installation : std::filesystem::path(raw.root);
     options.pluginFolder = asPath(raw.pluginFolder).value_or(root / "bin/win64/connector_plugins");

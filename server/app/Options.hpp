@@ -39,7 +39,8 @@ struct Options {
     unsigned logMask = 0;
     std::optional<std::filesystem::path> logFile;
 
-    std::map<std::string, bool> features;
+    /// By name. These two together batch the text of the sinks that clients install.
+    std::map<std::string, bool> features = {{"YVMJS_SmartBuf", true}, {"webui", true}};
 };
 
 /// A bad option or configuration file. One line that says what is wrong and what is accepted.

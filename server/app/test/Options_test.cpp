@@ -48,6 +48,12 @@ TEST(Options, HaveDefaults) {
     EXPECT_EQ(options.connectTimeout, std::chrono::seconds(30));
     EXPECT_EQ(options.shutdownTimeout, std::chrono::seconds(5));
     EXPECT_EQ(options.logMask, 16U | 512U);
+    EXPECT_EQ(options.features, (std::map<std::string, bool>{{"webui", true}, {"YVMJS_SmartBuf", true}}));
+}
+
+TEST(Options, AFeatureThatIsNamedLeavesTheOthers) {
+    EXPECT_EQ(parse({"--feature", "webui=off", "--feature", "other=on"}).features,
+              (std::map<std::string, bool>{{"other", true}, {"webui", false}, {"YVMJS_SmartBuf", true}}));
 }
 
 TEST(Options, AreReadFromTheCommandLine) {
