@@ -11,6 +11,7 @@
 #include <boost/exception/diagnostic_information.hpp>
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
@@ -63,6 +64,20 @@ void publishCancelStatus(std::optional<YVMConnection>& connection, const CancelR
     publishResponse(connection, response);
 }
 
+/// The entries of the registry. Of a type with a name, so that each can be asked for its identity.
+struct Canceller {
+    CancelFuture operator()(bool interrupt) const {
+        FOUNDATION_LOG(logger(), foundation::log::Normal) << "Cancelling " << id;
+        if (!distributor) {
+            throw std::runtime_error("Cannot find a distributor instance to cancel this YVM request");
+        }
+        return distributor->cancel(id, interrupt);
+    }
+
+    boost::shared_ptr<CmdDistributor> distributor;
+    CmdDistributor::IDType id;
+};
+
 /// Commands of a person at a console run in the engine's stream 0, all others in -2.
 cmddistributor::IqmStreamID streamOf(const cmddistributor::RunOptions& runOptions) {
     return std::ranges::find(runOptions.getGroupNames(), "UserGroup") != runOptions.getGroupNames().end()
@@ -110,12 +125,16 @@ EvalFevalCancel::EvalFevalCancel(std::string prefix, std::shared_ptr<MessageServ
 EvalFevalCancel::~EvalFevalCancel() {
     FOUNDATION_FUNCTION_TRACE(logger());
     // Copied, since a cancel may run a completion that enters the registry, which is locked during a visit.
-    std::vector<std::function<void(bool)>> callbacks;
+    std::vector<CancelCallback> callbacks;
     std::mutex mutex;
     inFlightRequests_->forEach([&callbacks, &mutex](const std::string&, const CancelCallback& callback) {
         const std::lock_guard lock(mutex);
         callbacks.emplace_back(callback);
     });
+    // The newest first: as soon as what runs has stopped, the engine takes what has waited longest. Cancelled
+    // behind it, commands would run that are to run no more.
+    std::ranges::sort(callbacks, std::ranges::greater(),
+                      [](const CancelCallback& callback) { return callback.target<Canceller>()->id; });
     for (const auto& callback : callbacks) {
         try {
             callback(true);
@@ -202,15 +221,8 @@ EvalFevalCancel::IDType EvalFevalCancel::insertNewIIP(const std::string& request
                                                       const boost::shared_ptr<CmdDistributor>& distributor) {
     FOUNDATION_FUNCTION_TRACE(logger());
     const IDType id;
-    inFlightRequests_->findOrInsert(requestID, [distributor, id]() -> CancelCallback {
-        return [distributor, id](bool interrupt) {
-            FOUNDATION_LOG(logger(), foundation::log::Normal) << "Cancelling " << id;
-            if (!distributor) {
-                throw std::runtime_error("Cannot find a distributor instance to cancel this YVM request");
-            }
-            return distributor->cancel(id, interrupt);
-        };
-    });
+    inFlightRequests_->findOrInsert(
+        requestID, [&distributor, &id]() -> CancelCallback { return Canceller{distributor, id}; });
     return id;
 }
 

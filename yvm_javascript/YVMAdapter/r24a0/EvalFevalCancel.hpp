@@ -50,8 +50,8 @@ using CancelCallback = std::function<CancelFuture(bool interrupt)>;
 /// The entry of a request that could not be queued stays until the service is destroyed.
 ///
 /// Life: made and subscribed by `create`, shared by the attached client and, for the time of a call, by
-/// handlers and completions. The destructor cancels what is in flight, with interrupt, and waits for none of
-/// it; completions that come later find the service gone and answer nothing.
+/// handlers and completions. The destructor cancels what is in flight, with interrupt and the newest first,
+/// and waits for none of it; completions that come later find the service gone and answer nothing.
 ///
 /// Threads: handlers on delivery threads, several at once; completions on whatever thread the distributor
 /// settles a command. No lock is held across a call into the engine or a publish.

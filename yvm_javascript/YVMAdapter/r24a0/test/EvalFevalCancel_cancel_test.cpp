@@ -530,7 +530,9 @@ TEST_F(StopTest, AnInterruptStopsWhatRunsAndNotWhatComesNext) {
 }
 
 TEST_F(StopTest, TheEndOfAClientStopsWhatRunsAndWhatWaitsNeverRuns) {
-    eval("next", "2");
+    for (int number = 0; number < 2000; ++number) {
+        eval("next", "w" + std::to_string(number));
+    }
     client.reset();
     const auto other = EvalFevalCancel::create("/yvm/b", engine, service, nullptr);
     EXPECT_EQ(service->deliver("/yvm/b/eval/request", R"({"requestID":"3","command":"next"})"), 1U);

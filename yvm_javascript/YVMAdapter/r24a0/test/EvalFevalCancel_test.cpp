@@ -275,6 +275,21 @@ TEST_F(EvalFevalCancelTest, DestructionCancelsWhatIsInFlightWithInterrupt) {
     EXPECT_TRUE(log.contains(logChannel, 8, "Cancelling " + textOf(second)));
 }
 
+TEST_F(EvalFevalCancelTest, DestructionCancelsTheNewestFirst) {
+    create();
+    std::vector<CmdDistributor::IDType> ids;
+    for (int number = 0; number < 50; ++number) {
+        eval(R"({"requestID":")" + std::to_string(number) + R"(","command":"x"})");
+        ids.insert(ids.begin(), lastId());
+    }
+    client.reset();
+    std::vector<CmdDistributor::IDType> cancelled;
+    for (const auto& cancel : distributor->cancels()) {
+        cancelled.push_back(cancel.id);
+    }
+    EXPECT_EQ(cancelled, ids);
+}
+
 TEST_F(EvalFevalCancelTest, ACompletionThatComesAfterDestructionAnswersNothing) {
     create();
     eval(R"({"requestID":"1","command":"x"})");
