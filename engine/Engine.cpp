@@ -1,6 +1,8 @@
 #include "engine/Engine.hpp"
 
 #include "engine/detail/EngineThread.hpp"
+#include "engine/detail/TextFile.hpp"
+#include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
 #include "yvm/Factory.hpp"
 
 #include <pthread.h>
@@ -9,6 +11,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -83,7 +86,19 @@ class Engine::Parts {
             });
     }
 
+    /// From now on text is copied, where the traits of its sink ask for it, to files of the working folder.
+    void startCopyingText() {
+        const auto folder = std::filesystem::current_path();
+        diary.emplace(folder / "yvm-diary.txt", TextFile::Lines::Plain);
+        log.emplace(folder / "yvm-log.txt", TextFile::Lines::WithTimes);
+        ylutil::io::ActiveCmdWinSinkBufferProxy::setReceivers(
+            [this](std::u16string_view text, bool) { log->write(text); },
+            [this](std::u16string_view text, bool) { diary->write(text); });
+    }
+
     EngineThread thread;
+    std::optional<TextFile> diary;
+    std::optional<TextFile> log;
     const boost::shared_ptr<EventMgr> events;
     std::promise<void> ready;
     std::promise<void> ended;
@@ -110,6 +125,7 @@ std::shared_ptr<Engine> Engine::start(const EngineOptions& options) {
     if (options.workingFolder) {
         std::filesystem::current_path(*options.workingFolder);
     }
+    parts->startCopyingText();
     auto ready = parts->ready.get_future();
     startThread([venv, startupFile] { parts->thread.run(venv, startupFile, parts->ready, parts->ended); });
     ready.get();

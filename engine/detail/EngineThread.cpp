@@ -30,8 +30,10 @@ using cmddistributor::RuntimeException;
 namespace {
 
 std::shared_ptr<TextSink> makeConsoleSink(const ConsoleBuffer::Console& console, bool error) {
-    return std::make_shared<TextSink>(boost::make_shared<ylutil::io::YLSink>(
-        boost::make_shared<ConsoleBuffer>(console, error), ylutil::io::SinkTraits()));
+    return std::make_shared<TextSink>(
+        boost::make_shared<ylutil::io::YLSink>(boost::make_shared<ConsoleBuffer>(console, error),
+                                               ylutil::io::SinkTraits()),
+        TextSink::Copies::Here);
 }
 
 std::string toText(const EngineThread::IDType& id) {

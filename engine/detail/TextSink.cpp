@@ -1,6 +1,7 @@
 #include "engine/detail/TextSink.hpp"
 
 #include "foundation/log/basic_diagnostic_logger.hpp"
+#include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
 
 #include <boost/exception/diagnostic_information.hpp>
 
@@ -60,6 +61,11 @@ boost::shared_ptr<ylutil::io::YLSink> TextSink::sink() const {
     return sink_;
 }
 
+ylutil::io::SinkTraits TextSink::traits() const {
+    const std::lock_guard lock(mutex_);
+    return sink_ != nullptr ? sink_->traits() : ylutil::io::SinkTraits();
+}
+
 void TextSink::synchronise(HeldSurrogate held) {
     const std::lock_guard lock(mutex_);
     if (sink_ == nullptr) {
@@ -85,6 +91,21 @@ void TextSink::putLocked(std::u16string_view text) {
     } catch (...) {
         FOUNDATION_LOG(logger(), foundation::log::CaughtException)
             << "Writing text failed: " << boost::current_exception_diagnostic_information();
+    }
+    if (copies_ == Copies::Here) {
+        copyLocked(text);
+    }
+}
+
+void TextSink::copyLocked(std::u16string_view text) {
+    using ylutil::io::ActiveCmdWinSinkBufferProxy;
+    const char16_t* const units = text.data();
+    const auto count = static_cast<long long>(text.size());
+    if (sink_->traits().useLogging()) {
+        ActiveCmdWinSinkBufferProxy::logLog(units, count, false);
+    }
+    if (sink_->traits().useDiary()) {
+        ActiveCmdWinSinkBufferProxy::logDiary(units, count, false);
     }
 }
 

@@ -22,13 +22,20 @@ class TextSink {
   public:
     static constexpr std::chrono::milliseconds batchTime{20};
 
+    /// Who sees to the copies in the diary and the log that the traits of a sink ask for. The buffers of a
+    /// command's own streams do so themselves.
+    enum class Copies { ByBuffer, Here };
+
     /// Null: the text is dropped.
-    explicit TextSink(boost::shared_ptr<ylutil::io::YLSink> sink) : sink_(std::move(sink)) {}
+    explicit TextSink(boost::shared_ptr<ylutil::io::YLSink> sink, Copies copies = Copies::ByBuffer)
+        : copies_(copies), sink_(std::move(sink)) {}
 
     /// What is written and not synchronised is synchronised first. The replaced one is let go of outside the
     /// mutex, since its end may be that of whoever reads it.
     void replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink);
     boost::shared_ptr<ylutil::io::YLSink> sink() const;
+    /// Those of the sink; without one the default.
+    ylutil::io::SinkTraits traits() const;
 
     /// A high surrogate at the end waits for what follows, so that a pair written in two halves is never cut
     /// in two. An empty text does nothing.
@@ -42,8 +49,10 @@ class TextSink {
     using Clock = std::chrono::steady_clock;
 
     void putLocked(std::u16string_view text);
+    void copyLocked(std::u16string_view text);
     void synchroniseLocked();
 
+    const Copies copies_;
     mutable std::mutex mutex_;
     // Guarded by mutex_, as is the use of the sink.
     boost::shared_ptr<ylutil::io::YLSink> sink_;
