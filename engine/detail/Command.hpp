@@ -35,6 +35,9 @@ class OutputStreams {
     /// Brings out everything, and from then on writes to others. Null drops the text.
     void replaceSinks(boost::shared_ptr<ylutil::io::YLSink> out, boost::shared_ptr<ylutil::io::YLSink> err);
 
+    /// What the destination of that stream can do, and asks for.
+    ylutil::io::SinkTraits traits(Stream stream) const { return sinkOf(stream).traits(); }
+
     const std::shared_ptr<TextSink>& out() const noexcept { return out_; }
     const std::shared_ptr<TextSink>& err() const noexcept { return err_; }
 

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace yvm::engine {
 
@@ -28,6 +29,26 @@ PyObject* interruptType = nullptr;
 OutputStreams& outputOfThisThread(EngineThread& engine) {
     const auto& command = CommandScope::current();
     return command != nullptr ? command->output() : engine.defaultOutput();
+}
+
+/// Of the destination of what this thread writes to the stream.
+ylutil::io::SinkTraits traitsOf(EngineThread& engine, StreamTypeEnum stream) {
+    const WithoutGil released;
+    return outputOfThisThread(engine).traits(stream);
+}
+
+/// Columns and rows of the window that shows what this thread writes. Sizes that no window has stand for the
+/// default.
+std::pair<std::uint64_t, std::uint64_t> windowOfThisThread() {
+    constexpr std::uint64_t largest = 1'000'000;
+    const auto use = [](std::uint64_t size, std::uint64_t otherwise) {
+        return size == 0 || size > largest ? otherwise : size;
+    };
+    const cmddistributor::RunOptions defaults;
+    const auto& command = CommandScope::current();
+    const auto& options = command != nullptr ? command->runOptions() : defaults;
+    return {use(options.getCommandWindowColSize(), defaults.getCommandWindowColSize()),
+            use(options.getCommandWindowRowSize(), defaults.getCommandWindowRowSize())};
 }
 
 /// Text of a thread whose command has been settled has no completion before which it would be brought out.
@@ -85,8 +106,12 @@ py::object runThread(EngineThread& engine, const std::shared_ptr<Command>& comma
         endThread(output, beginner, py::none());
         return result;
     } catch (py::error_already_set& error) {
+        if (::getpid() == beginner && !error.matches(PyExc_SystemExit)) {
+            // Python would report it too, but as that of a thread that works for no command any more.
+            error.discard_as_unraisable(function);
+        }
         endThread(output, beginner, error.value());
-        throw;
+        return py::none();
     }
 }
 
@@ -116,11 +141,14 @@ void createEngineModule(EngineThread& engine) {
                                        const py::tuple& arguments, const py::dict& keywords) {
         return runThread(engine, command, function, arguments, keywords);
     });
-    module.def("window_columns", [&engine] {
-        const auto& command = CommandScope::current();
-        return command != nullptr ? command->runOptions().getCommandWindowColSize()
-                                  : engine.defaultWindowColumns();
+    module.def("window", &windowOfThisThread);
+    // Of values: whether they are formatted, and whether they are paged.
+    module.def("how_to_display", [&engine] {
+        const auto traits = traitsOf(engine, StreamTypeEnum::Output);
+        return std::pair(traits.needsFormattingForDisplay(), traits.supportsMore());
     });
+    module.def("links_tracebacks",
+               [&engine] { return traitsOf(engine, StreamTypeEnum::Error).supportsHotlinks(); });
 
     module.def("pause", [&engine](double seconds) { engine.pause(seconds); });
     module.def("running", [&engine] { return engine.runningIds(); });

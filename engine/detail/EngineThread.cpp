@@ -94,6 +94,33 @@ class NestedState {
     std::array<py::object, names.size()> saved_;
 };
 
+/// The source as it would stand at Python's own prompt.
+std::u16string withPrompts(std::u16string_view source) {
+    const std::size_t end = source.find_last_not_of(u"\r\n");
+    source = source.substr(0, end == std::u16string_view::npos ? 0 : end + 1);
+    std::u16string result = u">>> ";
+    for (const char16_t unit : source) {
+        result += unit;
+        if (unit == u'\n') {
+            result += u"... ";
+        }
+    }
+    return result + u'\n';
+}
+
+/// Shows the source of a command on the streams whose destination wants it.
+void echo(Command& command) {
+    const auto* eval = std::get_if<cmddistributor::EvalIIP>(&*command.request().getIIP());
+    if (eval == nullptr) {
+        return;
+    }
+    for (const auto stream : {OutputStreams::Stream::Output, OutputStreams::Stream::Error}) {
+        if (command.output().traits(stream).useEcho()) {
+            command.output().write(stream, withPrompts(eval->command));
+        }
+    }
+}
+
 /// How many commands run at one pre-emption point, so that the command beneath goes on, if slowly, however
 /// many come. Many, since another point may be a repeated signal away.
 constexpr int preemptionBatch = 16;
@@ -417,6 +444,7 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
     Outcome outcome;
     {
         const CommandScope scope(command);
+        echo(*command);
         outcome = runInPython(*command);
         // In this order: a thread of the command that writes in between brings its text out itself.
         command->markSettled();

@@ -73,9 +73,6 @@ class EngineThread final : public cmddistributor::EngineSignals {
 
     // From Python, with the GIL held.
     OutputStreams& defaultOutput() noexcept { return defaultOutput_; }
-    std::uint64_t defaultWindowColumns() const {
-        return cmddistributor::RunOptions().getCommandWindowColSize();
-    }
     /// Serves commands for that long. Throws `std::runtime_error` off the engine thread, and Python's
     /// exception when the command is interrupted.
     void pause(double seconds);

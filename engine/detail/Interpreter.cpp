@@ -135,14 +135,16 @@ void startInterpreter(EngineThread& engine, const std::optional<std::filesystem:
     try {
         createEngineModule(engine);
         makeEmbeddedSourcesImportable();
-        py::module_::import("yvm._streams").attr("install")();
-        py::module_::import("yvm._processes").attr("install")();
+        // The engine's own side stands on it.
+        importNumPy(venv.has_value());
+        for (const char* name :
+             {"yvm._streams", "yvm._processes", "yvm._display", "yvm._tracebacks", "yvm._window"}) {
+            py::module_::import(name).attr("install")();
+        }
         const auto sys = py::module_::import("sys");
-        py::module_::import("yvm._display").attr("install")();
         py::list arguments;
         arguments.append("");
         sys.attr("argv") = arguments;
-        importNumPy(venv.has_value());
         // As at an interactive prompt: modules of the working folder can be imported. Only now, so that none
         // of them stands in for one that the engine needs.
         sys.attr("path").attr("insert")(0, "");

@@ -16,7 +16,17 @@ class Interrupt(KeyboardInterrupt):
 _native = types.ModuleType("_yvm")
 _native.Interrupt = Interrupt
 _native.columns = 80
-_native.window_columns = lambda: _native.columns
+_native.rows = 24
+_native.window = lambda: (_native.columns, _native.rows)
+_native.formats_values = True
+_native.pages_values = False
+_native.how_to_display = lambda: (_native.formats_values, _native.pages_values)
+_native.links = False
+_native.links_tracebacks = lambda: _native.links
+_native.written = []
+for _stream in ("output", "error"):
+    setattr(_native, f"write_{_stream}", lambda text: _native.written.append(text))
+    setattr(_native, f"flush_{_stream}", lambda: None)
 _native.paused = []
 _native.pause = _native.paused.append
 _native.running = lambda: ["1:1"]

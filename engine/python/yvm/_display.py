@@ -1,16 +1,18 @@
 """Shows the value of a command's last expression, as an interactive Python does."""
 
 import builtins
-import contextlib
 import sys
 
 import _yvm
+import numpy
 
-# What NumPy wraps at if nobody has chosen a width.
-_NUMPY_DEFAULT_WIDTH = 75
+from yvm._window import columns_for_arrays
 
-# Whose representation has no array in it, and so no lines to wrap.
+# Whose representation has no array in it, and one line.
 _PLAIN_TYPES = frozenset((bool, int, float, complex, str, bytes))
+
+# Of the last value that was displayed in pages, the lines that were not shown yet.
+_rest = []
 
 
 def display(value):
@@ -20,25 +22,38 @@ def display(value):
     # As Python's own hook does: a `_` of the previous value must not show in the representation.
     builtins._ = None
     if type(value) in _PLAIN_TYPES:
-        text = repr(value)
+        sys.stdout.write(repr(value) + "\n")
     else:
-        with _width_for_arrays():
-            text = repr(value)
-    sys.stdout.write(text + "\n")
+        formatted, paged = _yvm.how_to_display()
+        text = _representation(value, formatted)
+        if paged:
+            _rest[:] = text.split("\n")
+            more()
+        else:
+            sys.stdout.write(text + "\n")
     builtins._ = value
+
+
+def more():
+    """Shows the next page of the last value that was displayed in pages, which is where text goes to a
+    destination that supports them (`supportsMore`). At its end there is nothing to show."""
+    # The last row of the window is for the line that tells of the others.
+    rows = max(_yvm.window()[1] - 1, 1)
+    page, _rest[:] = _rest[:rows], _rest[rows:]
+    if _rest:
+        page.append(f"-- lines left: {len(_rest)}; yvm.more() shows the next page --")
+    if page:
+        sys.stdout.write("\n".join(page) + "\n")
 
 
 def install():
     sys.displayhook = sys.__displayhook__ = display
 
 
-@contextlib.contextmanager
-def _width_for_arrays():
-    """Wraps arrays at the width of the client's window, unless a width was chosen by hand."""
-    numpy = sys.modules.get("numpy")
-    columns = _yvm.window_columns()
-    if numpy is None or numpy.get_printoptions()["linewidth"] != _NUMPY_DEFAULT_WIDTH:
-        yield
-        return
+def _representation(value, formatted):
+    # The one that receives a value as it is breaks its lines himself, if anybody does.
+    columns = columns_for_arrays() if formatted else sys.maxsize
+    if columns is None:
+        return repr(value)
     with numpy.printoptions(linewidth=columns):
-        yield
+        return repr(value)
