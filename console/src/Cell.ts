@@ -1,15 +1,12 @@
-import type { TextChunk } from "yvm-client";
-
 import { make } from "./dom";
 import { failureView } from "./failureView";
-import { OutputText } from "./OutputText";
+import { OutputView } from "./OutputView";
 
-/** One command and what came of it. Text is taken in at once and shown at the next `render`. */
+/** One command and what came of it. */
 export class Cell {
     readonly element: HTMLElement;
     readonly command: string;
-    readonly #text = new OutputText();
-    readonly #output = make("div", "output");
+    readonly output = new OutputView();
     readonly #stage = make("span", "", "running");
     readonly #stop = make("button", "quiet", "Stop");
     readonly #progress = make("p", "progress", make("span", "spinner"), this.#stage, this.#stop);
@@ -29,7 +26,7 @@ export class Cell {
         });
         const input = make("pre", "input", command);
         input.setAttribute("aria-label", "Command");
-        this.element = make("article", "cell running", input, this.#output, this.#progress);
+        this.element = make("article", "cell running", input, this.output.element, this.#progress);
         // Screen readers wait until the command has ended.
         this.element.setAttribute("aria-busy", "true");
     }
@@ -53,30 +50,8 @@ export class Cell {
         this.#stage.textContent = `not stopped: ${error.message}`;
     }
 
-    append(chunk: TextChunk): void {
-        this.#text.append(chunk.stream, chunk.text);
-    }
-
-    /** Brings the page up to date with the text. */
-    render(): void {
-        const { runs, dropped } = this.#text;
-        const views: HTMLElement[] = [];
-        if (dropped > 0) {
-            views.push(
-                make("p", "dropped", `${dropped.toLocaleString("en")} earlier characters are not kept`),
-            );
-        }
-        for (const { stream, text } of runs) {
-            // What a terminal would still hold back: a pending return, and the last line's end.
-            const shown = text.replace(/\r$/, "");
-            views.push(make("pre", stream === 0 ? "stdout" : "stderr", shown));
-        }
-        this.#output.replaceChildren(...views);
-    }
-
     /** The command has ended, with or without a failure. */
     finish(error: Error | undefined): void {
-        this.render();
         if (error) {
             this.element.classList.add("failed");
             this.element.append(failureView(error));

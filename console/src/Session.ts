@@ -1,11 +1,15 @@
 import {
+    ClosedError,
     connect,
+    ConnectionError,
     RefusedError,
     type Client,
+    type ClientOutput,
     type Connection,
     type EvalResult,
     type RequestFuture,
     type TextChunk,
+    type TextMessage,
     type YdaValue,
 } from "yvm-client";
 
@@ -26,21 +30,40 @@ export type SessionState =
     /** Over, until somebody connects again; with the reason, and whether another token would help. */
     | { readonly kind: "ended"; readonly reason: string; readonly wantsToken: boolean };
 
+/** What a session tells. */
+export interface SessionEvents {
+    onState(state: SessionState): void;
+    /** Text of a command that has ended: of a thread that it has started. */
+    onLateText(message: TextMessage): void;
+    /** Text that belongs to no command of this page, while it is wanted. */
+    onEngineText(chunk: TextChunk): void;
+    /** That text comes no more. */
+    onEngineTextFailed(error: Error): void;
+}
+
 /** The page's connection and its one attached client. It knows nothing of the page. */
 export class Session {
     readonly #url: string;
-    readonly #onState: (state: SessionState) => void;
+    readonly #events: SessionEvents;
     #connection: Connection | undefined;
     #client: Client | undefined;
+    #wantsEngineText = false;
+    #engineText: ClientOutput | undefined;
 
-    constructor(url: string, onState: (state: SessionState) => void) {
+    constructor(url: string, events: SessionEvents) {
         this.#url = url;
-        this.#onState = onState;
+        this.#events = events;
+    }
+
+    /** Whether to read the engine's client-wide text, which this page then takes from whoever had it. */
+    set wantsEngineText(value: boolean) {
+        this.#wantsEngineText = value;
+        this.#readEngineText();
     }
 
     /** Connects and attaches; may be called again once the session has ended. What happens is told by state. */
     async start(token: string | undefined): Promise<void> {
-        this.#onState({ kind: "connecting" });
+        this.#events.onState({ kind: "connecting" });
         try {
             const connection = await connect(this.#url, { token });
             this.#connection = connection;
@@ -51,11 +74,16 @@ export class Session {
                     // The connection is back, but the engine did not take the client back.
                     this.#end(this.#client.closed);
                 } else {
-                    this.#onState({ kind: status.state === "lost" ? "lost" : "attached" });
+                    this.#events.onState({ kind: status.state === "lost" ? "lost" : "attached" });
+                    this.#readEngineText();
                 }
             });
             this.#client = await connection.attach();
-            this.#onState({ kind: "attached" });
+            this.#client.onLateText((message) => {
+                this.#events.onLateText(message);
+            });
+            this.#events.onState({ kind: "attached" });
+            this.#readEngineText();
         } catch (error) {
             await this.#connection?.disconnect();
             this.#end(error);
@@ -109,10 +137,38 @@ export class Session {
         return this.#client;
     }
 
+    /** Begins or ends the reading, as it is wanted and possible. */
+    #readEngineText(): void {
+        if (!this.#wantsEngineText) {
+            this.#engineText?.close().catch((error: unknown) => {
+                this.#events.onEngineTextFailed(error as Error);
+            });
+            this.#engineText = undefined;
+        } else if (!this.#engineText && this.#client && this.#connection?.status.state === "connected") {
+            void this.#readAll((this.#engineText = this.#client.output()));
+        }
+    }
+
+    async #readAll(output: ClientOutput): Promise<void> {
+        try {
+            for await (const chunk of output) {
+                this.#events.onEngineText(chunk);
+            }
+        } catch (error) {
+            // What happens to the connection is told by the state, and the reading begins again with it.
+            if (!(error instanceof ConnectionError || error instanceof ClosedError)) {
+                this.#events.onEngineTextFailed(error as Error);
+            }
+        }
+        if (this.#engineText === output) {
+            this.#engineText = undefined;
+        }
+    }
+
     #end(reason: unknown): void {
         this.#client = undefined;
         this.#connection = undefined;
-        this.#onState({
+        this.#events.onState({
             kind: "ended",
             reason:
                 reason instanceof RefusedError

@@ -25,7 +25,24 @@ const editor = new Editor(
         void run(command);
     },
 );
-const session = new Session(new URL("./", location.href).href, showState);
+/** Cells by the identifiers of their requests, for text that comes after the end. */
+const cells = new Map<string, Cell>();
+const session = new Session(new URL("./", location.href).href, {
+    onState: showState,
+    onLateText: (message) => {
+        const cell = cells.get(message.requestID);
+        if (cell) {
+            transcript.append(cell, message);
+        }
+    },
+    onEngineText: (chunk) => {
+        welcome.hidden = true;
+        transcript.appendEngineText(chunk);
+    },
+    onEngineTextFailed: (error) => {
+        transcript.failEngineText(error);
+    },
+});
 const activityView = new ActivityView(byId("activity", HTMLElement), {
     stop,
     interrupt: () => session.interrupt(),
@@ -55,6 +72,8 @@ async function run(command: string): Promise<void> {
             }),
         );
         requests.set(cell, request);
+        forgetRemovedCells();
+        cells.set(request.requestID, cell);
         await request;
         transcript.finish(cell);
     } catch (error) {
@@ -62,6 +81,14 @@ async function run(command: string): Promise<void> {
     } finally {
         requests.delete(cell);
         monitor.ended(cell);
+    }
+}
+
+function forgetRemovedCells(): void {
+    for (const [requestID, cell] of cells) {
+        if (!transcript.has(cell)) {
+            cells.delete(requestID);
+        }
     }
 }
 
@@ -94,6 +121,7 @@ function showState(state: SessionState): void {
     monitor.isAttached = editor.enabled;
     connectForm.hidden = state.kind !== "ended";
     if (state.kind === "ended") {
+        cells.clear(); // the next client counts its requests anew
         notice.textContent = state.reason;
         tokenField.hidden = !state.wantsToken;
         if (state.wantsToken) {
@@ -114,6 +142,19 @@ connectForm.addEventListener("submit", (event) => {
         keepToken(token, sessionStorage);
     }
     void session.start(token);
+});
+
+const engineTextBox = byId("engine-text", HTMLInputElement);
+const engineTextKey = "showsEngineText";
+engineTextBox.checked = sessionStorage.getItem(engineTextKey) !== null;
+session.wantsEngineText = engineTextBox.checked;
+engineTextBox.addEventListener("change", () => {
+    session.wantsEngineText = engineTextBox.checked;
+    if (engineTextBox.checked) {
+        sessionStorage.setItem(engineTextKey, "");
+    } else {
+        sessionStorage.removeItem(engineTextKey);
+    }
 });
 
 byId("clear", HTMLButtonElement).addEventListener("click", () => {

@@ -1,0 +1,276 @@
+import { mkdirSync, readFileSync } from "node:fs";
+import { fileURLToPath } from "node:url";
+
+import type { Browser, BrowserContext, Locator, Page } from "playwright-core";
+import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+
+import { launchChromium } from "./Chromium.js";
+import { ServerProcess } from "./ServerProcess.js";
+
+/** Output in the web console: much of it, of all kinds, and from elsewhere. A real browser, the real server. */
+
+const screenshots = fileURLToPath(new URL("../../build/screenshots/", import.meta.url));
+
+/** Elements of a page that shows one output, however long; without output it has about 50. */
+const maxElements = 400;
+
+const distanceToEnd = "element.scrollHeight - element.scrollTop - element.clientHeight";
+
+let server: ServerProcess;
+let browser: Browser;
+let context: BrowserContext;
+let page: Page;
+let complaints: string[];
+
+beforeAll(async () => {
+    mkdirSync(screenshots, { recursive: true });
+    server = await ServerProcess.start();
+    browser = await launchChromium();
+});
+
+afterAll(async () => {
+    await browser.close();
+    expect((await server.stop()).code).toBe(0);
+});
+
+beforeEach(async () => {
+    complaints = [];
+    context = await browser.newContext({ viewport: { width: 900, height: 700 } });
+    page = await context.newPage();
+    page.on("pageerror", (error) => complaints.push(error.message));
+    page.on("console", (message) => {
+        if (message.type() === "error" || message.type() === "warning") {
+            complaints.push(message.text());
+        }
+    });
+    await page.goto(server.url.href);
+    await attached();
+});
+
+afterEach(async () => {
+    await context.close();
+    expect(complaints).toEqual([]);
+});
+
+async function attached(): Promise<void> {
+    await page.locator('#status[data-state="attached"]').waitFor();
+}
+
+/** Types a command and runs it; its cell. */
+async function start(command: string): Promise<Locator> {
+    const count = await page.locator(".cell").count();
+    await page.locator("#command").fill(command);
+    await page.keyboard.press("Enter");
+    const cell = page.locator(".cell").nth(count);
+    await cell.waitFor();
+    return cell;
+}
+
+/** Runs a command to its end. */
+async function run(command: string, timeout = 30_000): Promise<Locator> {
+    const cell = await start(command);
+    await page
+        .locator(".cell:not(.running)")
+        .nth((await page.locator(".cell").count()) - 1)
+        .waitFor({ timeout });
+    return cell;
+}
+
+/** Has the page measure itself from now on; what it has found is then told by `measured`. */
+async function measure(): Promise<void> {
+    await page.evaluate(`
+        globalThis.measured = { longestTask: 0, tasks: 0, elements: 0, frames: 0 };
+        new PerformanceObserver((list) => {
+            for (const { duration } of list.getEntries()) {
+                measured.longestTask = Math.max(measured.longestTask, duration);
+                measured.tasks += 1;
+            }
+        }).observe({ type: "longtask" });
+        const count = () => {
+            measured.frames += 1;
+            measured.elements = Math.max(measured.elements, document.querySelectorAll("*").length);
+            requestAnimationFrame(count);
+        };
+        count();
+    `);
+}
+
+/** The value of an expression of the page about `element`, the scrolled view. */
+function inViewport<T>(expression: string): Promise<T> {
+    return page.evaluate(`(() => {
+        const element = document.querySelector(".viewport");
+        return ${expression};
+    })()`);
+}
+
+interface Measured {
+    readonly longestTask: number;
+    readonly tasks: number;
+    readonly elements: number;
+    readonly frames: number;
+    readonly heap: number;
+}
+
+function measured(): Promise<Measured> {
+    return page.evaluate("({ ...measured, heap: performance.memory.usedJSHeapSize })");
+}
+
+function report(what: string, seconds: number, found: Measured): void {
+    console.log(
+        `${what}: ${seconds.toFixed(1)} s, longest task ${found.longestTask.toFixed(0)} ms, ` +
+            `${String(found.tasks)} tasks over 50 ms, ${String(found.frames)} frames, ` +
+            `${String(found.elements)} elements, heap ${(found.heap / 1e6).toFixed(0)} MB`,
+    );
+}
+
+describe("long output", () => {
+    it.each([
+        [
+            "100 MB in lines of 100 characters",
+            "for i in range(1_000_000): print(f'{i:099}')",
+            "0".repeat(93) + "999999",
+        ],
+        [
+            "20 MB in colours",
+            "for i in range(250_000): print(f'\\x1b[3{i % 8}m{i:069}\\x1b[0m')",
+            "0".repeat(63) + "249999",
+        ],
+    ])("of %s leaves the page alive, and ends with the last line", async (what, command, last) => {
+        await measure();
+        const begin = performance.now();
+        const cell = await start(command);
+        await cell.locator(".dropped").waitFor();
+        // A page that is alive takes what is typed.
+        await page.locator("#command").fill("typed meanwhile");
+        await cell.locator(".window", { hasText: last }).waitFor({ timeout: 55_000 });
+        const found = await measured();
+        report(what, (performance.now() - begin) / 1000, found);
+        expect(found.elements).toBeLessThan(maxElements);
+        expect(await page.locator("#command").inputValue()).toBe("typed meanwhile");
+        expect(await inViewport(distanceToEnd)).toBeLessThan(1);
+    });
+
+    it("of 20 MB in a single line is shown in parts, with its end", async () => {
+        await measure();
+        const begin = performance.now();
+        const cell = await run("print('x' * 20_000_000 + 'end')", 55_000);
+        await cell.locator(".window", { hasText: "xend" }).waitFor();
+        const found = await measured();
+        report("20 MB in one line", (performance.now() - begin) / 1000, found);
+        expect(found.elements).toBeLessThan(maxElements);
+        expect((await cell.locator(".window").textContent())?.length).toBeLessThan(100_000);
+        expect(await cell.locator(".dropped").textContent()).toMatch(/^1\d,\d{3},\d{3} earlier characters/);
+    });
+
+    it("shows every row at its place when it is scrolled", async () => {
+        const cell = await run("for i in range(5000): print(i)");
+        await cell.locator(".window", { hasText: "4999" }).waitFor();
+        // The row that is really to be seen at the top.
+        const rowAtTop = async () => {
+            const { text, offset } = await inViewport<{ text: string; offset: number }>(`(() => {
+                const { left, top } = element.getBoundingClientRect();
+                const { startContainer, startOffset } = document.caretRangeFromPoint(left + 20, top + 12);
+                return { text: startContainer.textContent, offset: startOffset };
+            })()`);
+            return text.slice(text.lastIndexOf("\n", offset - 1) + 1).split("\n")[0];
+        };
+        for (const row of [0, 1234, 2500, 4960]) {
+            await inViewport(`(element.scrollTop = ${String(row * 21)})`);
+            await expect.poll(rowAtTop).toBe(String(row));
+        }
+        expect(await cell.locator(".output-notes").textContent()).toBe("5,000 lines");
+        expect(await cell.locator(".viewport *").count()).toBeLessThan(10);
+    });
+
+    it("leaves a reader who has scrolled up in peace, and follows again at the end", async () => {
+        const cell = await start(
+            "import time\nfor i in range(100_000):\n    print(i)\n    if i > 1000: time.sleep(0.005)",
+        );
+        await cell.locator(".viewport").waitFor();
+        await inViewport("(element.scrollTop = 2100)");
+        await expect.poll(() => cell.locator(".window").textContent()).toContain("\n105\n");
+        const lines = async () => (await cell.locator(".output-notes").textContent()) ?? "";
+        const before = await lines();
+        await expect.poll(lines).not.toBe(before);
+        expect(await inViewport("element.scrollTop")).toBe(2100);
+        expect(await cell.locator(".window").textContent()).toContain("\n105\n");
+        await inViewport("(element.scrollTop = element.scrollHeight)");
+        const isAtEnd = () => inViewport(`element.scrollTop > 2100 && ${distanceToEnd} < 1`);
+        await expect.poll(isAtEnd).toBe(true);
+        const then = await lines();
+        await expect.poll(lines).not.toBe(then);
+        await expect.poll(isAtEnd).toBe(true);
+        await page.keyboard.press("Control+c");
+        await cell.locator(".failure").waitFor();
+    });
+
+    it("is saved whole, as far as it is kept", async () => {
+        const cell = await run("for i in range(30_000): print('é😀', i)");
+        await cell.locator(".window", { hasText: "29999" }).waitFor();
+        const download = page.waitForEvent("download");
+        await cell.getByRole("button", { name: "Save" }).click();
+        const text = readFileSync(await (await download).path(), "utf8");
+        expect(text).toBe(Array.from({ length: 30_000 }, (_, i) => `é😀 ${String(i)}\n`).join(""));
+    });
+
+    it("is copied whole, as far as it is kept", async () => {
+        await context.grantPermissions(["clipboard-read", "clipboard-write"]);
+        const cell = await run("for i in range(3000): print(i)");
+        await cell.getByRole("button", { name: "Copy" }).click();
+        await cell.getByRole("button", { name: "Copied" }).waitFor();
+        const text = await page.evaluate("navigator.clipboard.readText()");
+        expect(text).toBe(Array.from({ length: 3000 }, (_, i) => `${String(i)}\n`).join(""));
+    });
+});
+
+describe("output", () => {
+    it("of a progress bar stays one line", async () => {
+        const cell = await run(
+            "import sys\nfor i in range(101): print(f'\\r{i:3}% ' + '#' * (i // 10), end='', file=sys.stderr, flush=True)",
+        );
+        expect(await cell.locator(".stderr").textContent()).toBe("100% ##########");
+    });
+
+    it("on standard error is told apart by more than its colour", async () => {
+        const cell = await run("import sys; print('fine'); print('careful', file=sys.stderr)");
+        await cell.getByRole("group", { name: "Standard error" }).getByText("careful").waitFor();
+        expect(await cell.locator(".stdout").textContent()).toBe("fine\n");
+    });
+
+    it("is selected and copied as it was printed", async () => {
+        const cell = await run("print('a'); print(); print('b' * 2500); print('c')");
+        expect(await cell.locator(".stdout").innerText()).toBe(`a\n\n${"b".repeat(2500)}\nc\n`);
+    });
+
+    it("of a thread that outlives its command goes to the command's cell", async () => {
+        const first = await run(
+            "import threading\ngo = threading.Event()\n" +
+                "def work():\n    go.wait()\n    print('from the thread', flush=True)\nthreading.Thread(target=work).start()",
+        );
+        await run("go.set()");
+        await first.locator(".stdout", { hasText: "from the thread" }).waitFor();
+    });
+
+    it.each(["light", "dark"] as const)("of all kinds looks well in %s", async (colorScheme) => {
+        await page.emulateMedia({ colorScheme });
+        await page.setViewportSize({ width: 900, height: 1000 });
+        await run("for i in range(2000): print(f'{i:5}  the quick brown fox', '—' * (i % 40))");
+        await run(
+            [
+                "import sys",
+                "print('plain text, then a warning')",
+                "print('careful: something is odd', file=sys.stderr)",
+                "print(' '.join(f'\\x1b[{c}m{n}\\x1b[0m' for c, n in [(31, 'red'), (32, 'green'), (33, 'yellow'),",
+                "    (34, 'blue'), (35, 'magenta'), (36, 'cyan'), (1, 'bold'), (3, 'italic'), (4, 'underlined'), (7, 'inverse')]))",
+                "print('\\x1b[38;5;208morange of 256\\x1b[0m and \\x1b[48;2;90;60;160;97m true colour \\x1b[0m')",
+                "print('emoji 😀 👩‍👩‍👧, combining e\\u0301 a\\u0308, 日本語')",
+                "print('שלום עולם, מרחבא')",
+                "print('مرحبا بالعالم 123')",
+                "print('bell \\a, null \\0, delete \\x7f')",
+                "for i in range(101): print(f'\\r{i:3}%|' + '█' * (i // 5), end='', file=sys.stderr)",
+            ].join("\n"),
+        );
+        await page.screenshot({ path: `${screenshots}output-${colorScheme}.png` });
+        expect(await page.locator(".cell").last().locator(".front-1").textContent()).toBe("red");
+    });
+});
