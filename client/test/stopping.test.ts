@@ -167,6 +167,41 @@ describe("cancelGroup and interrupt", () => {
     });
 });
 
+describe("an aborted cancel, cancelGroup or interrupt", () => {
+    const calls: [string, (signal: AbortSignal) => Promise<unknown>][] = [
+        ["cancel", (signal) => client.cancel("some", { interrupt: true, signal })],
+        ["cancelGroup", (signal) => client.cancelGroup("plots", { signal })],
+        ["interrupt", (signal) => client.interrupt({ signal })],
+    ];
+
+    it.each(calls)("waits no longer, and ignores the answer: %s", async (name, call) => {
+        const controller = new AbortController();
+        const asked = call(controller.signal);
+        const { requestID } = await server.publishOn(`/yvm/c1/${name}/request`);
+        controller.abort("enough");
+        expect(await abortionOf(asked)).toMatchObject({ cause: "enough", cancelStatus: undefined });
+        server.push(`/yvm/c1/${name}/response`, { requestID });
+        await roundTrip();
+        expect(yvm.status.state).toBe("connected");
+        expect(publishedOn("/yvm/c1/cancel/request")).toBe(name === "cancel" ? 1 : 0);
+    });
+
+    it.each(calls)("sends nothing if the signal was aborted before: %s", async (name, call) => {
+        await abortionOf(call(AbortSignal.abort()));
+        await roundTrip();
+        expect(publishedOn(`/yvm/c1/${name}/request`)).toBe(0);
+    });
+
+    it("no longer listens once it is answered", async () => {
+        const controller = new AbortController();
+        const asked = client.interrupt({ signal: controller.signal });
+        const { requestID } = await server.publishOn("/yvm/c1/interrupt/request");
+        server.push("/yvm/c1/interrupt/response", { requestID });
+        await asked;
+        expect(getEventListeners(controller.signal, "abort")).toEqual([]);
+    });
+});
+
 describe("an aborted eval or feval", () => {
     const calls = [
         ["eval", (signal: AbortSignal) => client.eval("work", { signal })],

@@ -1,3 +1,5 @@
+import type { AbortOptions } from "./abort.js";
+
 /**
  * What became of a request that was to be cancelled:
  *
@@ -15,7 +17,8 @@ export type CancelStatus =
     | "UNABLE_TO_CANCEL_OTHER"
     | (string & Record<never, never>);
 
-export interface CancelOptions {
+/** The signal ends the wait for the answer, which may be long. What the engine was asked for stays asked for. */
+export interface CancelOptions extends AbortOptions {
     /** Stop what runs already, too. Default false: only what waits is cancelled. */
     readonly interrupt?: boolean;
 }

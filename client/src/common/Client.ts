@@ -1,3 +1,4 @@
+import { startAbortable, type AbortOptions } from "./abort.js";
 import type { CancelOptions, CancelStatus } from "./CancelStatus.js";
 import {
     asArray,
@@ -136,8 +137,11 @@ export class Client {
      *
      * The answer comes when the request has really stopped. A command that cannot be interrupted puts it off.
      */
-    async cancel(requestID: string, { interrupt = false }: CancelOptions = {}): Promise<CancelStatus> {
-        const body = await this.#request("/cancel", { requestIDtoCancel: requestID, interrupt }).answered;
+    async cancel(
+        requestID: string,
+        { interrupt = false, signal }: CancelOptions = {},
+    ): Promise<CancelStatus> {
+        const body = await this.#ask("/cancel", { requestIDtoCancel: requestID, interrupt }, signal);
         return asString(body["cancelStatus"], "cancelStatus");
     }
 
@@ -145,16 +149,16 @@ export class Client {
      * Stops all requests whose run options name the group in `groupNames`, those of other clients too. Each
      * of them settles by its own answer. Resolves when the engine was asked, whether there were any or not.
      */
-    async cancelGroup(name: string, { interrupt = false }: CancelOptions = {}): Promise<void> {
-        await this.#request("/cancelGroup", { requestGroupNametoCancel: name, interrupt }).answered;
+    async cancelGroup(name: string, { interrupt = false, signal }: CancelOptions = {}): Promise<void> {
+        await this.#ask("/cancelGroup", { requestGroupNametoCancel: name, interrupt }, signal);
     }
 
     /**
      * Interrupts the command that the engine runs, whoever sent it; what waits is not touched. Resolves when
-     * the engine was asked, whether it runs something or not.
+     * the engine was asked, whether it runs something or not. The signal ends the wait for that.
      */
-    async interrupt(): Promise<void> {
-        await this.#request("/interrupt", {}).answered;
+    async interrupt({ signal }: AbortOptions = {}): Promise<void> {
+        await this.#ask("/interrupt", {}, signal);
     }
 
     /**
@@ -304,6 +308,15 @@ export class Client {
             this.#publish(requestID, keys, { channel, pushText: () => undefined, respond, fail });
         });
         return { requestID, answered };
+    }
+
+    /** The body of the answer to a request of which the signal ends the wait, and nothing else. */
+    #ask(channel: string, keys: JsonObject, signal: AbortSignal | undefined): Promise<JsonObject> {
+        return startAbortable(
+            signal,
+            () => this.#request(channel, keys).answered,
+            () => undefined,
+        );
     }
 
     #newRequestID(): string {
