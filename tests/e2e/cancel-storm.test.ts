@@ -136,6 +136,7 @@ it("answers each of 100,000 commands once, and each cancel by what became of its
     const counts: Record<string, number> = {};
     const disagreements: unknown[] = [];
     const cancelledBefore = new Set<string>();
+    const cancelledWhileRunning = new Set<string>();
     for (const [requestID, { target, interrupt }] of cancels) {
         const status = only(requestID)["cancelStatus"] as string;
         const outcome = outcomes.get(target);
@@ -153,11 +154,15 @@ it("answers each of 100,000 commands once, and each cancel by what became of its
         }
         if (status === "CANCEL_BEFORE_RUNNING") {
             cancelledBefore.add(target);
+        } else if (status === "CANCEL_WHILE_RUNNING") {
+            cancelledWhileRunning.add(target);
         }
     }
     expect(disagreements).toEqual([]);
     const neverRun = [...outcomes].filter(([, outcome]) => outcome === "yvm:cancelled");
     expect(neverRun).toHaveLength(cancelledBefore.size);
+    const interrupted = [...outcomes].filter(([, outcome]) => outcome === "yvm.Interrupt");
+    expect(interrupted).toHaveLength(cancelledWhileRunning.size); // nothing else stops a command here
     expect(counts["CANCEL_BEFORE_RUNNING"]).toBeGreaterThan(0);
     expect(counts["CANCEL_WHILE_RUNNING"]).toBeGreaterThan(0);
     expect(counts["UNABLE_TO_CANCEL_ALREADY_DONE"]).toBeGreaterThan(0);
