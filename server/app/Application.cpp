@@ -14,6 +14,8 @@ namespace {
 
 using connector::message_service::MessageService;
 using connector::message_service::MessageServiceOptions;
+using foundation::concurrent::threadpool::ThreadPool;
+using foundation::concurrent::threadpool::WorkerPool;
 
 /// How long clients may take to read the last that was sent to them.
 constexpr std::chrono::seconds kGoodbye{2};
@@ -64,7 +66,8 @@ http::HttpServer::Options serverOptions(const Options& options) {
 
 Application::Foundations::Foundations(const Options& options)
     : broker(connector::message_service::Broker::create()),
-      framework(std::make_shared<cppmicroservices::Framework>()) {
+      framework(std::make_shared<cppmicroservices::Framework>()),
+      threadPool(std::make_shared<WorkerPool>()) {
     openLog(options);
     for (const auto& [name, enabled] : options.features) {
         foundation::feature::IFeature::instance().set(name, enabled);
@@ -75,6 +78,7 @@ Application::Foundations::Foundations(const Options& options)
             return connector::makeReadyFuture<std::shared_ptr<MessageService>>(broker->createService(name));
         });
     framework->Start();
+    framework->GetBundleContext().RegisterService<ThreadPool>(threadPool);
     foundation::cppmicroservices::setFramework(framework);
 }
 
@@ -82,6 +86,8 @@ Application::Foundations::~Foundations() {
     // Plug-ins end their subscriptions while they are taken down, so the broker goes last.
     framework->Stop();
     foundation::cppmicroservices::setFramework(nullptr);
+    // A run in progress may hold the last reference to what a plug-in has let go, and publishes.
+    threadPool->stop();
     connector::message_service::setMessageServiceFactory({});
     broker->stop();
 }

@@ -3,6 +3,7 @@
 #include "connector/PluginHost.hpp"
 #include "connector/message_service/Broker.hpp"
 #include "cppmicroservices/Framework.hpp"
+#include "foundation/concurrent/threadpool/WorkerPool.hpp"
 #include "server/app/Options.hpp"
 #include "server/http/HttpServer.hpp"
 #include "server/metrics/Metrics.hpp"
@@ -43,8 +44,8 @@ class Application {
     void stop(std::chrono::milliseconds bound, const std::function<void()>& stopEngine);
 
   private:
-    /// Broker and framework, which plug-ins reach through the process: installed and taken away again,
-    /// also when the construction of the rest fails.
+    /// Broker, framework and thread pool, which plug-ins reach through the process: installed and taken
+    /// away again, also when the construction of the rest fails.
     class Foundations {
       public:
         explicit Foundations(const Options& options);
@@ -54,6 +55,7 @@ class Application {
 
         const std::shared_ptr<connector::message_service::Broker> broker;
         const std::shared_ptr<cppmicroservices::Framework> framework;
+        const std::shared_ptr<foundation::concurrent::threadpool::WorkerPool> threadPool;
     };
 
     const Options options_;
