@@ -1,0 +1,258 @@
+import { mkdtemp, readdir, readFile, rm } from "node:fs/promises";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+
+import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+
+import { ServerProcess } from "./ServerProcess.js";
+import { StockClient, type Data, type Event } from "./StockClient.js";
+
+/** Every way in which a command can print, and where its text arrives. */
+
+interface Kind {
+    readonly name: string;
+    readonly command: string;
+    readonly stream: 0 | 1;
+    /** Stands in the text; all of the text unless `isPart`. */
+    readonly text: string;
+    readonly isPart?: boolean;
+}
+
+const kinds: Kind[] = [
+    {
+        name: "sys.stdout",
+        command: "import sys\nsys.stdout.write('to stdout');",
+        stream: 0,
+        text: "to stdout",
+    },
+    {
+        name: "sys.stderr",
+        command: "import sys\nsys.stderr.write('to stderr');",
+        stream: 1,
+        text: "to stderr",
+    },
+    { name: "a displayed value", command: "['shown']", stream: 0, text: "['shown']\n" },
+    {
+        name: "a warning",
+        command: "import warnings\nwarnings.warn('take care')",
+        stream: 1,
+        text: "UserWarning: take care\n",
+        isPart: true,
+    },
+    {
+        name: "a traceback",
+        command:
+            "import traceback\ntry: raise ValueError('went wrong')\nexcept ValueError: traceback.print_exc()",
+        stream: 1,
+        text: "ValueError: went wrong\n",
+        isPart: true,
+    },
+    {
+        name: "a record of logging",
+        command: "import logging\nlogging.getLogger('part').warning('noted')",
+        stream: 1,
+        text: "noted\n",
+    },
+    {
+        name: "a thread",
+        command:
+            "import threading\nt = threading.Thread(target=print, args=('by a thread',))\nt.start()\nt.join()",
+        stream: 0,
+        text: "by a thread\n",
+    },
+    {
+        name: "the traceback of a thread",
+        command: "import threading\nt = threading.Thread(target=lambda: 1 / 0)\nt.start()\nt.join()",
+        stream: 1,
+        text: "ZeroDivisionError: division by zero\n",
+        isPart: true,
+    },
+];
+
+const ownStreams = { useNullOutSink: false, useNullErrSink: false };
+
+function joined(texts: readonly Data[], stream: number): string {
+    return texts
+        .filter((text) => text["stream"] === stream)
+        .map(({ text }) => text)
+        .join("");
+}
+
+let server: ServerProcess;
+let folder: string;
+let client: StockClient;
+let id: string;
+let lastId = 0;
+
+beforeAll(async () => {
+    folder = await mkdtemp(join(tmpdir(), "output-"));
+    server = await ServerProcess.start("--cwd", folder);
+});
+
+afterAll(async () => {
+    expect((await server.stop()).code).toBe(0);
+    await rm(folder, { recursive: true });
+});
+
+beforeEach(async () => {
+    lastId += 1;
+    id = `o${String(lastId)}`;
+    client = await StockClient.attached(server, id);
+});
+
+afterEach(async () => {
+    await client.disconnect();
+});
+
+/** Publishes a command and does not wait for its response. */
+async function submit(requestID: string, command: string, runOptions: Data = ownStreams): Promise<void> {
+    const data = { requestID, command, runOptions };
+    expect((await client.publish(`/yvm/${id}/eval/request`, data)).successful).toBe(true);
+}
+
+const isResponse = (requestID: string) => (event: Event) =>
+    event.channel.endsWith("/response") && event.data["requestID"] === requestID;
+
+/** The text of one request that has come so far. */
+function textOf(requestID: string): string {
+    return client.events
+        .filter(({ channel, data }) => channel.includes("/text/") && data["requestID"] === requestID)
+        .map(({ data }) => String(data["text"]))
+        .join("");
+}
+
+/** Text of both streams, each piece behind the number of its stream whenever that changes. */
+function marked(events: readonly Event[]): string {
+    let last: unknown;
+    return events
+        .map(({ data: { stream, text } }) => {
+            const mark = stream === last ? "" : `[${String(stream)}]`;
+            last = stream;
+            return mark + String(text);
+        })
+        .join("");
+}
+
+/** Waits until that much of the text of a request has come. */
+async function printed(requestID: string, text: string): Promise<void> {
+    await client.event(() => textOf(requestID).includes(text));
+}
+
+describe("the own streams of a command", () => {
+    it.each(kinds)("carry what it prints by $name", async ({ command, stream, text, isPart }) => {
+        const other = await StockClient.attached(server, `${id}-other`);
+        const { response, texts } = await client.eval(id, command);
+        expect(response).not.toHaveProperty("error");
+        expect(joined(texts, stream)).toEqual(isPart ? expect.stringContaining(text) : text);
+        expect(joined(texts, 1 - stream)).toBe("");
+        // What comes behind an answer to the other one would have come before it.
+        await other.feval(`${id}-other`, "abs", ["1"]);
+        expect(other.events.filter(({ channel }) => channel.includes("text"))).toEqual([]);
+        await other.disconnect();
+    });
+
+    it("carry the text of a query apart from that of the command beneath it", async () => {
+        await submit(
+            "host",
+            "leave = False\nprint('host begins')\nwhile not leave: pass\nprint('host ends')",
+        );
+        await printed("host", "host begins");
+        const { texts } = await client.eval(
+            id,
+            "import sys\nprint('query')\nprint('aside', file=sys.stderr)\nleave = True",
+            { runOptions: { ...ownStreams, dequeueMode: "DEQUEUE_AT_PPE" } },
+        );
+        expect(joined(texts, 0)).toBe("query\n");
+        expect(joined(texts, 1)).toBe("aside\n");
+        await client.event(isResponse("host"));
+        expect(textOf("host")).toBe("host begins\nhost ends\n");
+    });
+
+    it.each([
+        ["output", "sys.stdout", "sys.stderr", 0],
+        ["errors", "sys.stderr", "sys.stdout", 1],
+    ] as const)("keep their order under load, and precede the response, %s first", async (_, a, b, first) => {
+        const count = 100;
+        const lines = 20;
+        const command = (n: number) =>
+            `import sys\nfor i in range(${String(lines)}):\n` +
+            `    print(${String(n)}, i, file=${a})\n    print(${String(n)}, -i, file=${b})`;
+        const expected = (n: number) =>
+            Array.from(
+                { length: lines },
+                (_, i) =>
+                    `[${String(first)}]${String(n)} ${String(i)}\n[${String(1 - first)}]${String(n)} ${String(-i)}\n`,
+            ).join("");
+        await client.driver.batch(
+            Array.from({ length: count }, (_, n) => ({
+                channel: `/yvm/${id}/eval/request`,
+                data: { requestID: `load-${String(n)}`, command: command(n), runOptions: ownStreams },
+            })),
+        );
+        for (let n = 0; n < count; ++n) {
+            const requestID = `load-${String(n)}`;
+            await client.event(isResponse(requestID));
+            const ofRequest = client.events.filter(({ data }) => data["requestID"] === requestID);
+            expect(ofRequest.findIndex(isResponse(requestID))).toBe(ofRequest.length - 1);
+            expect(marked(ofRequest.slice(0, -1))).toBe(expected(n));
+        }
+    });
+
+    it.each([
+        [
+            "a str",
+            "import sys\nfor half in '\\ud83d\\ude00':\n    sys.stdout.write(half)\n    sys.stdout.flush()",
+        ],
+    ])("carry a character whole that is written in pieces of %s", async (_, command) => {
+        expect(await client.print(id, command)).toBe("\u{1F600}");
+    });
+
+    it("carry text of any script, and U+FFFD for what is none", async () => {
+        const text =
+            "\u{1F469}\u200D\u{1F680} e\u0301 \u05E9\u05DC\u05D5\u05DD \u0928\u092E\u0938\u094D\u0924\u0947 \u6F22\u5B57 \0!";
+        expect(
+            await client.print(id, `print(${JSON.stringify(text).replace("\\u0000", "\\0")}, end='')`),
+        ).toBe(text);
+        expect(await client.print(id, "print('a\\udc00b\\ud83d')")).toBe("a\uFFFDb\uFFFD\n");
+    });
+
+    it("echo the command and wrap what it prints, as it asked", async () => {
+        const { texts } = await client.eval(id, "import numpy\nprint(numpy.arange(12))", {
+            runOptions: { ...ownStreams, outSinkTraits: { useEcho: true }, commandWindowColSize: 20 },
+        });
+        expect(joined(texts, 0)).toBe(
+            ">>> import numpy\n... print(numpy.arange(12))\n[ 0  1  2  3  4  5\n  6  7  8  9 10 11]\n",
+        );
+    });
+
+    it("are copied once to the diary and to the log, as they ask", async () => {
+        await client.eval(id, "import sys\nprint('kept \u{1F600}')\nprint('logged', file=sys.stderr)", {
+            runOptions: {
+                ...ownStreams,
+                outSinkTraits: { useDiary: true },
+                errSinkTraits: { useLogging: true },
+            },
+        });
+        expect((await readdir(folder)).sort()).toEqual(["yvm-diary.txt", "yvm-log.txt"]);
+        expect(await readFile(join(folder, "yvm-diary.txt"), "utf8")).toBe("kept \u{1F600}\n");
+        expect(await readFile(join(folder, "yvm-log.txt"), "utf8")).toMatch(/^[-\d]+T[:.\d]+Z logged\n$/);
+    });
+});
+
+describe("the console of the server", () => {
+    it("has what a command prints that nobody reads", async () => {
+        const unread = await ServerProcess.start();
+        const visitor = await StockClient.attached(unread, "visitor");
+        for (const { command } of kinds) {
+            const { response, texts } = await visitor.eval("visitor", command, { runOptions: {} });
+            expect(response).not.toHaveProperty("error");
+            expect(texts).toEqual([]);
+        }
+        await visitor.disconnect();
+        const { code, stdout, stderr } = await unread.stop();
+        expect(code).toBe(0);
+        for (const { name, stream, text } of kinds) {
+            expect.soft([stdout, stderr][stream], name).toContain(text);
+        }
+    });
+});
