@@ -309,7 +309,13 @@ describe("leaving", () => {
     it("by a detach stops what runs, and what waits never runs", async () => {
         const observer = await StockClient.attached(server, `watch-${id}`);
         await start("busy", "while True: pass");
-        await submit("waiting", "detached_ran = True");
+        const channel = `/yvm/${id}/eval/request`;
+        await client.driver.batch(
+            Array.from({ length: 900 }, (_, index) => ({
+                channel,
+                data: { requestID: `waiting-${String(index)}`, command: "detached_ran = True" },
+            })),
+        );
         const bye = await client.request("/yvm/detach", { requestID: "bye", requestIDtoDetach: id });
         expect(bye).toEqual({ requestID: "bye" });
         expect(await observer.print(`watch-${id}`, "'detached_ran' in globals()")).toBe("False\n");
