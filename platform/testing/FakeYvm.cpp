@@ -24,6 +24,9 @@ FakeYvm::CmdDistributorPtr FakeYvm::getCmdDistributor() {
 
 void FakeYvm::replaceSinks(Sink outSink, Sink errSink) {
     const std::lock_guard lock(mutex_);
+    if (sinksError_) {
+        std::rethrow_exception(sinksError_);
+    }
     outSink_.swap(outSink);
     errSink_.swap(errSink);
 }
@@ -69,6 +72,11 @@ void FakeYvm::setEventMgr(EventMgrPtr eventMgr) {
 void FakeYvm::failInterrupts(std::exception_ptr error) {
     const std::lock_guard lock(mutex_);
     interruptError_ = std::move(error);
+}
+
+void FakeYvm::failSinks(std::exception_ptr error) {
+    const std::lock_guard lock(mutex_);
+    sinksError_ = std::move(error);
 }
 
 }  // namespace platform_testing

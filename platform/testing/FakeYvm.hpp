@@ -13,8 +13,8 @@ namespace platform_testing {
 /// An engine that is nothing but its parts: a command distributor and an event manager of the test's
 /// choice, either of which may be null. It runs no commands and has no thread.
 ///
-/// Failures to inject: no distributor, no event manager, an `interrupt` that throws. Safe for use from any
-/// thread.
+/// Failures to inject: no distributor, no event manager, an `interrupt` or a `replaceSinks` that throws. Safe
+/// for use from any thread.
 class FakeYvm final : public yvm::YVM {
   public:
     using CmdDistributorPtr = boost::shared_ptr<cmddistributor::CmdDistributor>;
@@ -45,6 +45,8 @@ class FakeYvm final : public yvm::YVM {
     int interruptCount() const noexcept { return interrupts_; }
     /// What `interrupt` throws from now on; null for nothing.
     void failInterrupts(std::exception_ptr error);
+    /// What `replaceSinks`, by which a restorer restores, throws from now on; null for nothing.
+    void failSinks(std::exception_ptr error);
 
   private:
     const std::uint64_t identifier_;
@@ -55,6 +57,7 @@ class FakeYvm final : public yvm::YVM {
     CmdDistributorPtr distributor_;
     EventMgrPtr eventMgr_;
     std::exception_ptr interruptError_;
+    std::exception_ptr sinksError_;
     Sink outSink_;
     Sink errSink_;
 };

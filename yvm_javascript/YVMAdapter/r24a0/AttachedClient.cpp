@@ -2,6 +2,7 @@
 
 #include "foundation/log/basic_diagnostic_logger.hpp"
 #include "r24a0/EvalFevalCancel.hpp"
+#include "r24a0/YVMSink.hpp"
 
 #include <utility>
 
@@ -22,6 +23,7 @@ AttachedClient::AttachedClient(std::string channelPrefix, std::shared_ptr<yvm::Y
     : channelPrefix_(std::move(channelPrefix)),
       yvm_(std::move(yvm)),
       messageService_(std::move(messageService)),
+      yvmSink_(YVMSink::create(channelPrefix_, yvm_, messageService_)),
       // There is no event bridge yet.
       evalFevalCancel_(EvalFevalCancel::create(channelPrefix_, yvm_, messageService_, nullptr)) {
     if (disconnectHandler) {

@@ -153,9 +153,9 @@ TEST_F(YVMAdapterTest, TheChannelsOfAClientStandBeforeItsAttachIsAnswered) {
     }
     EXPECT_EQ(order,
               (std::vector<std::string>{
-                  "subscribe to /yvm/a/cancel/request", "subscribe to /yvm/a/cancelGroup/request",
-                  "subscribe to /yvm/a/feval/request", "subscribe to /yvm/a/eval/request",
-                  "subscribe to /yvm/a/interrupt/request",
+                  "subscribe to /yvm/a/yvmSinks/request", "subscribe to /yvm/a/cancel/request",
+                  "subscribe to /yvm/a/cancelGroup/request", "subscribe to /yvm/a/feval/request",
+                  "subscribe to /yvm/a/eval/request", "subscribe to /yvm/a/interrupt/request",
                   "New attached client for YVM " + std::to_string(engine->getIdentifier()) + " at /yvm/a",
                   "response id = a for /yvm/attach/response"}));
     EXPECT_EQ(log.texts(logChannel, 8), std::vector<std::string>{"/yvm/a has requested attach"});
@@ -175,9 +175,9 @@ TEST_F(YVMAdapterTest, TheLivenessChannelOfAnAttachedClientIsLeftAlone) {
     EXPECT_EQ(
         service->subscriptionLog(),
         (std::vector<std::string>{"subscribe /yvm/attach/request", "subscribe /yvm/detach/request",
-                                  "subscribe /yvm/a/cancel/request", "subscribe /yvm/a/cancelGroup/request",
-                                  "subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
-                                  "subscribe /yvm/a/interrupt/request"}));
+                                  "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/cancel/request",
+                                  "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
+                                  "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request"}));
 }
 
 TEST_F(YVMAdapterTest, AnUnknownVersionHidesNoKnownOne) {
@@ -491,7 +491,7 @@ TEST_F(YVMAdapterTest, DestructionSilencesThePublicChannelsBeforeAnyClientGoes) 
                        "unsubscribe /yvm/detach/request", "unsubscribe /yvm/attach/request",
                        "unsubscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/eval/request",
                        "unsubscribe /yvm/a/feval/request", "unsubscribe /yvm/a/cancelGroup/request",
-                       "unsubscribe /yvm/a/cancel/request"}));
+                       "unsubscribe /yvm/a/cancel/request", "unsubscribe /yvm/a/yvmSinks/request"}));
 }
 
 /// Does what the test says when it is asked who it is, as a client asks that is being built.

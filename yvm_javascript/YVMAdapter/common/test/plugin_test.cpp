@@ -3,14 +3,19 @@
 #include "common/test/support.hpp"
 #include "cppmicroservices/Framework.hpp"
 #include "cppmicroservices/service/component/detail/ComponentInstance.hpp"
+#include "foundation/core/util/scope_guard.hpp"
+#include "foundation/cppmicroservices/framework.hpp"
+#include "foundation/feature/IFeature.hpp"
 #include "testing/FakeCmdDistributor.hpp"
 #include "testing/FakeMessageService.hpp"
+#include "testing/FakeThreadPool.hpp"
 #include "testing/FakeYvm.hpp"
 #include "yvm/YVM.hpp"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <set>
@@ -132,6 +137,38 @@ TEST_F(PluginTest, ExceptionsCrossItsBorderWithTheirTypes) {
     ASSERT_EQ(responses.size(), 2U);
     EXPECT_EQ(yvm::JSClient::test::statusOf(responses[0].json()), 5);
     EXPECT_EQ(yvm::JSClient::test::statusOf(responses[1].json()), 1);
+}
+
+TEST_F(PluginTest, TheSinksOfAClientPublishFromThePoolOfTheFramework) {
+    using foundation::feature::IFeature;
+    const std::shared_ptr<cppmicroservices::Framework> shared(&framework, [](auto*) {});
+    foundation::cppmicroservices::setFramework(shared);
+    for (const char* feature : {"YVMJS_SmartBuf", "webui"}) {
+        IFeature::instance().set(feature, true);
+    }
+    const foundation::core::util::scope_guard reset([] {
+        foundation::cppmicroservices::setFramework({});
+        for (const char* feature : {"YVMJS_SmartBuf", "webui"}) {
+            IFeature::instance().reset(feature);
+        }
+    });
+    const auto pool = std::make_shared<platform_testing::FakeThreadPool>();
+    context.RegisterService<foundation::concurrent::threadpool::ThreadPool>(pool);
+    const auto engine = FakeYvm::create(distributor);
+    context.RegisterService<yvm::YVM>(engine, {{"user-yvm", Value(true)}});
+    activate();
+    attach();
+    EXPECT_EQ(service->deliver("/yvm/a/yvmSinks/request", R"({"requestID":"1"})"), 1U);
+    EXPECT_EQ(service->publicationsOn("/yvm/a/yvmSinks/response").at(0).text, R"({"requestID":"1"})");
+    engine->outSink()->buffer().sputn(u"hi", 2);
+    pool->advance(std::chrono::milliseconds(150));
+    EXPECT_EQ(service->publicationsOn("/yvm/a/yvmSinks/output").at(0).text, R"({"stream":0,"text":"hi"})");
+    // The engine keeps sinks whose code is that of the plug-in, and the pool a task.
+    bundle.Stop();
+    engine->outSink()->buffer().sputn(u"late", 4);
+    pool->advance(std::chrono::milliseconds(150));
+    EXPECT_EQ(pool->waiting(), 0U);
+    EXPECT_EQ(service->publicationsOn("/yvm/a/yvmSinks/output").size(), 1U);
 }
 
 TEST_F(PluginTest, StoppingTheBundleEndsItsSubscriptions) {

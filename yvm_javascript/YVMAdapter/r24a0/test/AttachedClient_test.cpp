@@ -37,9 +37,9 @@ TEST_F(AttachedClientTest, WithoutAHandlerTheLivenessChannelIsLeftAlone) {
     const auto client = create({});
     EXPECT_EQ(
         service->subscriptionLog(),
-        (std::vector<std::string>{"subscribe /yvm/a/cancel/request", "subscribe /yvm/a/cancelGroup/request",
-                                  "subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
-                                  "subscribe /yvm/a/interrupt/request"}));
+        (std::vector<std::string>{"subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/cancel/request",
+                                  "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
+                                  "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request"}));
 }
 
 TEST_F(AttachedClientTest, AHandlerIsCalledWithTheFullNameOfTheLivenessChannel) {
@@ -53,19 +53,20 @@ TEST_F(AttachedClientTest, AHandlerIsCalledWithTheFullNameOfTheLivenessChannel) 
 
 TEST_F(AttachedClientTest, BuildsTheServicesBeforeTheMonitorAndDestroysItFirst) {
     create([](const std::string&) {}).reset();
-    EXPECT_EQ(service->subscriptionLog(),
-              (std::vector<std::string>{
-                  "subscribe /yvm/a/cancel/request", "subscribe /yvm/a/cancelGroup/request",
-                  "subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
-                  "subscribe /yvm/a/interrupt/request", "onSubscribe " + liveness,
-                  "onUnsubscribe " + liveness, "endOnUnsubscribe " + liveness, "endOnSubscribe " + liveness,
-                  "unsubscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/eval/request",
-                  "unsubscribe /yvm/a/feval/request", "unsubscribe /yvm/a/cancelGroup/request",
-                  "unsubscribe /yvm/a/cancel/request"}));
+    EXPECT_EQ(
+        service->subscriptionLog(),
+        (std::vector<std::string>{
+            "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/cancel/request",
+            "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
+            "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request", "onSubscribe " + liveness,
+            "onUnsubscribe " + liveness, "endOnUnsubscribe " + liveness, "endOnSubscribe " + liveness,
+            "unsubscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/eval/request",
+            "unsubscribe /yvm/a/feval/request", "unsubscribe /yvm/a/cancelGroup/request",
+            "unsubscribe /yvm/a/cancel/request", "unsubscribe /yvm/a/yvmSinks/request"}));
 }
 
 TEST_F(AttachedClientTest, AFailedStepLeavesNothingBehind) {
-    for (std::size_t after = 0; after < 7; ++after) {
+    for (std::size_t after = 0; after < 8; ++after) {
         service->failNextSubscribe(FakeMessageService::Failure::invalidFuture, after);
         EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create([](const std::string&) {}); }),
                   "Future state isn't valid!");
@@ -91,9 +92,13 @@ TEST_F(AttachedClientTest, ItsEndIsLoggedBeforeItsServicesGo) {
     const auto records = log.records();
     ASSERT_FALSE(records.empty());
     EXPECT_TRUE(records.front().text.starts_with("Destroying client for YVM ")) << records.front().text;
-    EXPECT_TRUE(std::ranges::any_of(records, [](const auto& record) {
-        return record.text.find("::~EvalFevalCancel(") != std::string::npos;
-    }));
+    // Last made first.
+    const auto endOf = [&records](const std::string& destructor) {
+        return std::ranges::find_if(
+            records, [&](const auto& record) { return record.text.find(destructor) != std::string::npos; });
+    };
+    EXPECT_LT(endOf("::~EvalFevalCancel("), endOf("::~YVMSink("));
+    EXPECT_NE(endOf("::~YVMSink("), records.end());
 }
 
 TEST_F(AttachedClientTest, ReleasesItsEngineAndService) {
