@@ -142,3 +142,118 @@ TEST(ToUstring, EveryTextOfTwoBytesGivesValidText) {
         }
     }
 }
+
+namespace {
+
+/// UTF-8 by the definition, a character at a time.
+std::string plainUtf8(const std::u16string& text) {
+    std::string utf8;
+    const auto byte = [&utf8](char32_t value) { utf8 += static_cast<char>(value); };
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        char32_t character = text[at];
+        const auto isBetween = [](char32_t unit, char32_t first, char32_t last) {
+            return unit >= first && unit <= last;
+        };
+        if (isBetween(character, 0xD800, 0xDBFF) && at + 1 < text.size() &&
+            isBetween(text[at + 1], 0xDC00, 0xDFFF)) {
+            character = 0x10000 + (character - 0xD800) * 0x400 + (text[++at] - 0xDC00);
+        } else if (isBetween(character, 0xD800, 0xDFFF)) {
+            character = 0xFFFD;
+        }
+        if (character < 0x80) {
+            byte(character);
+        } else if (character < 0x800) {
+            byte(0xC0 + character / 0x40);
+            byte(0x80 + character % 0x40);
+        } else if (character < 0x10000) {
+            byte(0xE0 + character / 0x1000);
+            byte(0x80 + character / 0x40 % 0x40);
+            byte(0x80 + character % 0x40);
+        } else {
+            byte(0xF0 + character / 0x40000);
+            byte(0x80 + character / 0x1000 % 0x40);
+            byte(0x80 + character / 0x40 % 0x40);
+            byte(0x80 + character % 0x40);
+        }
+    }
+    return utf8;
+}
+
+/// All texts of `length` units, each of which is one of `units`.
+template <typename String>
+std::vector<String> allTexts(const String& units, std::size_t length) {
+    std::vector<String> texts{String()};
+    for (std::size_t i = 0; i < length; ++i) {
+        std::vector<String> longer;
+        for (const String& text : texts) {
+            for (const auto unit : units) {
+                longer.push_back(text + unit);
+            }
+        }
+        texts = std::move(longer);
+    }
+    return texts;
+}
+
+std::string repeated(const std::string& text, std::size_t times) {
+    std::string result;
+    for (std::size_t i = 0; i < times; ++i) {
+        result += text;
+    }
+    return result;
+}
+
+}  // namespace
+
+// Text is converted in blocks of 16 units and in chunks of 1024.
+TEST(ToString, EveryMixOfSurrogatesIsTheSameAtEveryPlaceOfABlockAndOfAChunk) {
+    // 'x', two and three bytes, and the halves.
+    const auto mixes = allTexts(std::u16string{u'x', u'\u00E9', u'\u6F22', 0xD83D, 0xDE00}, 4);
+    std::vector<std::size_t> places;
+    for (std::size_t place = 0; place <= 34; ++place) {
+        places.push_back(place);
+    }
+    for (std::size_t place = 1004; place <= 1042; ++place) {
+        places.push_back(place);
+    }
+    std::size_t compared = 0;
+    for (const std::u16string& mix : mixes) {
+        const std::string expected = plainUtf8(mix);
+        for (const char16_t before : {u'a', u'\u00E9', u'\u6F22'}) {
+            const std::string beforeUtf8 = plainUtf8({before});
+            for (const std::size_t place : places) {
+                for (const std::size_t behind : {0U, 1U, 16U}) {
+                    const auto text = std::u16string(place, before) + mix + std::u16string(behind, u'z');
+                    ASSERT_EQ(to_string(text),
+                              repeated(beforeUtf8, place) + expected + std::string(behind, 'z'))
+                        << testing::PrintToString(mix) << " behind " << place << " times "
+                        << testing::PrintToString(before) << ", before " << behind;
+                    ++compared;
+                }
+            }
+        }
+    }
+    EXPECT_EQ(compared, 625U * 3 * 74 * 3);
+}
+
+TEST(ToString, EveryPairOfUnitsIsAsTheDefinitionSays) {
+    // Every unit, before and behind a high and a low half, and alone.
+    for (unsigned unit = 0; unit <= 0xFFFF; ++unit) {
+        const std::u16string text{static_cast<char16_t>(unit), 0xD83D, static_cast<char16_t>(unit), 0xDE00,
+                                  static_cast<char16_t>(unit), u'a',   static_cast<char16_t>(unit)};
+        ASSERT_EQ(to_string(text), plainUtf8(text)) << unit;
+    }
+}
+
+TEST(ToUstring, AsciiAroundTextOfBytesChangesNothingInIt) {
+    for (const std::string& bytes : allTexts("x\xC3\xA9\xE2\x82\xF0\x9F\xFF"s, 4)) {
+        const std::u16string expected = to_ustring(bytes);
+        for (std::size_t before = 0; before <= 33; ++before) {
+            for (const std::size_t behind : {0U, 1U, 33U}) {
+                ASSERT_EQ(to_ustring(std::string(before, 'a') + bytes + std::string(behind, 'z')),
+                          std::u16string(before, u'a') + expected + std::u16string(behind, u'z'))
+                    << testing::PrintToString(bytes) << " behind " << before << ", before " << behind;
+            }
+        }
+    }
+}
