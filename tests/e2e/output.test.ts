@@ -256,3 +256,119 @@ describe("the console of the server", () => {
         }
     });
 });
+
+/** Makes a client the reader of the client-wide streams; without traits, the one that reads them no more. */
+async function install(of: StockClient, name: string, traits: Data | null = {}): Promise<void> {
+    const requestID = `sinks-${String(traits === null)}`;
+    const response = await of.request(`/yvm/${name}/yvmSinks`, {
+        requestID,
+        outSinkTraits: traits,
+        errSinkTraits: traits,
+    });
+    expect(response).toEqual({ requestID });
+}
+
+describe.each([
+    ["batched", []],
+    ["unbatched", ["--feature", "YVMJS_SmartBuf=off"]],
+])("client-wide streams, %s", (_, options) => {
+    let own: ServerProcess;
+    let reader: StockClient;
+
+    beforeAll(async () => {
+        own = await ServerProcess.start(...options);
+        reader = await StockClient.attached(own, "reader");
+        await install(reader, "reader");
+    });
+
+    afterAll(async () => {
+        await reader.disconnect();
+        expect((await own.stop()).code).toBe(0);
+    });
+
+    /** Runs a command, with the client-wide streams for its own, and returns what came on them. */
+    async function run(command: string): Promise<Event[]> {
+        reader.events.length = 0;
+        const { response } = await reader.eval("reader", command, { runOptions: {} });
+        expect(response).not.toHaveProperty("error");
+        await reader.eval("reader", "import sys\nprint('end')\nprint('end', file=sys.stderr)", {
+            runOptions: {},
+        });
+        const texts = () => reader.events.filter(({ channel }) => channel === "/yvm/reader/yvmSinks/output");
+        await reader.event(() => marked(texts()).endsWith("[1]end\n"));
+        return texts();
+    }
+
+    it.each(kinds)("carry what a command prints by $name", async ({ command, stream, text, isPart }) => {
+        const data = (await run(command)).map((event) => event.data);
+        const { [stream]: printed, [1 - stream]: other } = [joined(data, 0), joined(data, 1)];
+        expect(printed).toEqual(isPart ? expect.stringContaining(text) : `${text}end\n`);
+        expect(other).toBe("end\n");
+    });
+
+    it("keep the order of both streams", async () => {
+        const lines = Array.from({ length: 50 }, (_, i) => `[0]${String(i)}\n[1]${String(-i)}\n`).join("");
+        const events = await run("import sys\nfor i in range(50): print(i); print(-i, file=sys.stderr)");
+        expect(marked(events)).toBe(`${lines}[0]end\n[1]end\n`);
+    });
+
+    it("carry characters whole, however much is printed and wherever it is cut", async () => {
+        const events = await run("for _ in range(300): print('\u{1F600}' * 333, end='')");
+        for (const { data } of events) {
+            expect(String(data["text"])).not.toContain("\uFFFD");
+        }
+        expect(
+            joined(
+                events.map((event) => event.data),
+                0,
+            ),
+        ).toBe(`${"\u{1F600}".repeat(99_900)}end\n`);
+    });
+
+    it("carry nothing of a command with streams of its own", async () => {
+        const { texts } = await reader.eval("reader", "print('own')");
+        expect(joined(texts, 0)).toBe("own\n");
+        expect(
+            joined(
+                (await run("")).map((event) => event.data),
+                0,
+            ),
+        ).toBe("end\n");
+    });
+
+    it("are those of the client that asked last, until it reverts", async () => {
+        const rival = await StockClient.attached(own, "rival");
+        await install(rival, "rival");
+        await rival.eval("rival", "print('for the rival')", { runOptions: {} });
+        await rival.event(({ data }) => data["text"] === "for the rival\n");
+        // A revert puts back what was there before the first install of that client.
+        await install(rival, "rival", null);
+        expect(
+            joined(
+                (await run("print('for the reader')")).map((event) => event.data),
+                0,
+            ),
+        ).toBe("for the reader\nend\n");
+        const texts = rival.events.filter(({ channel }) => channel.endsWith("/yvmSinks/output"));
+        expect(texts.map(({ data }) => data["text"])).toEqual(["for the rival\n"]);
+        await rival.disconnect();
+    });
+});
+
+it("copies client-wide text to the diary once, and prints to the console again after a revert", async () => {
+    const there = await mkdtemp(join(tmpdir(), "diary-"));
+    const own = await ServerProcess.start("--cwd", there);
+    const reader = await StockClient.attached(own, "reader");
+    await install(reader, "reader", { useDiary: true });
+    await reader.eval("reader", "print('read', flush=True)", { runOptions: {} });
+    await reader.event(({ data }) => data["text"] === "read\n");
+    await install(reader, "reader", null);
+    await reader.eval("reader", "print('not read')", { runOptions: {} });
+    expect(await readFile(join(there, "yvm-diary.txt"), "utf8")).toBe("read\n");
+    await reader.disconnect();
+    const { code, stdout } = await own.stop();
+    expect(code).toBe(0);
+    expect(stdout).toMatch(/\nnot read\n/);
+    expect(stdout).not.toMatch(/\nread\n/);
+    await rm(there, { recursive: true });
+});
