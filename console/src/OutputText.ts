@@ -30,11 +30,21 @@ export interface OutputLimits {
     readonly units: number;
     /** Rows that are kept. */
     readonly rows: number;
+    /** Stretches of one style that are kept in all rows. They cost more than their text. */
+    readonly runs: number;
     /** UTF-16 units in a row; what is longer goes on in the next. */
     readonly rowUnits: number;
+    /** Stretches of one style in a row; with more, it is plain. */
+    readonly rowRuns: number;
 }
 
-const defaultLimits: OutputLimits = { units: 8 * 1024 * 1024, rows: 200_000, rowUnits: 1000 };
+const defaultLimits: OutputLimits = {
+    units: 8 * 1024 * 1024,
+    rows: 200_000,
+    runs: 400_000,
+    rowUnits: 1000,
+    rowRuns: 200,
+};
 
 /** UTF-16 units of a line that are taken in at a time. */
 const maxPiece = 4096;
@@ -81,7 +91,9 @@ export class OutputText {
     #at = 0;
     /** Where the line at `#at` ends in its chunk; behind it if that is not known. */
     #lineEnd = -1;
+    /** What the finished rows hold. */
     #rowUnits = 0;
+    #runs = 0;
     #pendingUnits = 0;
     #dropped = 0;
     #droppedRows = 0;
@@ -120,7 +132,7 @@ export class OutputText {
             throw new RangeError(`there is no row ${String(number)}`);
         }
         const { stream, content } = this.#line;
-        return { stream, text: content.text, runs: content.runs, hasEnd: false };
+        return { stream, text: content.text, runs: this.#runsOf(content), hasEnd: false };
     }
 
     /** Takes text in, and drops the oldest of what is beyond the limits. */
@@ -319,17 +331,27 @@ export class OutputText {
     #finishRow(hasEnd: boolean): void {
         if (this.#line) {
             const { stream, content } = this.#line;
-            const { text, runs } = content;
+            const { text } = content;
+            const runs = this.#runsOf(content);
             this.#rows.push(runs ? { stream, text, runs, hasEnd } : { stream, text, hasEnd });
+            this.#runs += runs?.length ?? 0;
             this.#rowUnits += text.length + (hasEnd ? 1 : 0);
             this.#line = undefined;
         }
     }
 
+    #runsOf({ runs }: TerminalLine): readonly StyledRun[] | undefined {
+        return runs && runs.length <= this.#limits.rowRuns ? runs : undefined;
+    }
+
     #trim(): void {
-        const { units, rows } = this.#limits;
-        while (this.#firstKept < this.#rows.length && (this.length > units || this.#keptRows > rows)) {
-            const { text, hasEnd } = this.#rows[this.#firstKept] as Row;
+        const { units, rows, runs: maxRuns } = this.#limits;
+        while (
+            this.#firstKept < this.#rows.length &&
+            (this.length > units || this.#rows.length - this.#firstKept > rows || this.#runs > maxRuns)
+        ) {
+            const { text, runs, hasEnd } = this.#rows[this.#firstKept] as Row;
+            this.#runs -= runs?.length ?? 0;
             const length = text.length + (hasEnd ? 1 : 0);
             this.#rowUnits -= length;
             this.#dropped += length;
@@ -340,16 +362,16 @@ export class OutputText {
             this.#rows = this.#rows.slice(this.#firstKept);
             this.#firstKept = 0;
         }
-        while (this.length > units && this.#firstPending < this.#pending.length) {
-            const length = (this.#pending[this.#firstPending] as Chunk).text.length - this.#at;
+        for (
+            let chunk = this.#nextChunk(), excess = this.length - units;
+            chunk && excess > 0;
+            chunk = this.#nextChunk(), excess = this.length - units
+        ) {
+            const length = Math.min(excess, chunk.text.length - this.#at);
+            this.#at += length;
             this.#pendingUnits -= length;
             this.#dropped += length;
-            this.#skipChunk();
         }
-    }
-
-    get #keptRows(): number {
-        return this.#rows.length - this.#firstKept;
     }
 }
 

@@ -11,8 +11,8 @@ const maxInlineUnits = 20_000;
 /** Rows above and below those that can be seen. */
 const overscan = 10;
 
-/** Styled stretches of a row; beyond, its text is shown plain. */
-const maxRunsShown = 200;
+/** Milliseconds for which a button says what it has done. */
+const noticeTime = 2000;
 
 /** The scrolled view of an output that is too long to be shown whole. */
 interface Viewport {
@@ -41,6 +41,17 @@ export class OutputView {
     /** How many UTF-16 units it keeps. */
     get length(): number {
         return this.#text.length;
+    }
+
+    /** How many characters fit into a line. */
+    get columns(): number {
+        const count = 100;
+        const probe = make("span", "probe", "0".repeat(count));
+        const line = make("pre", "stdout", probe);
+        this.element.append(line);
+        const columns = Math.floor((count * line.clientWidth) / probe.getBoundingClientRect().width);
+        line.remove();
+        return columns;
     }
 
     /** Takes text in; it is shown at the next `render`. */
@@ -113,18 +124,22 @@ export class OutputView {
         copy.type = "button";
         copy.title = "Copy all text that is kept";
         copy.addEventListener("click", () => {
-            this.#text.process();
-            navigator.clipboard.writeText([...this.#text.parts()].join("")).then(
-                () => {
-                    copy.textContent = "Copied";
-                },
-                (error: unknown) => {
-                    copy.textContent = "Not copied";
-                    copy.title = String(error);
-                },
-            );
+            void this.#copy(copy);
         });
         return [copy, save];
+    }
+
+    async #copy(button: HTMLElement): Promise<void> {
+        this.#text.process();
+        try {
+            await navigator.clipboard.writeText([...this.#text.parts()].join(""));
+            button.textContent = "Copied";
+        } catch (error) {
+            button.textContent = `Not copied: ${String(error)}`;
+        }
+        setTimeout(() => {
+            button.textContent = "Copy";
+        }, noticeTime);
     }
 
     #save(): void {
@@ -209,7 +224,7 @@ export class OutputView {
                 view = makeStreamView(stream);
                 views.push(view);
             }
-            if (row.runs && row.runs.length <= maxRunsShown) {
+            if (row.runs) {
                 for (const { text, style } of row.runs) {
                     if (style) {
                         flush();

@@ -93,10 +93,16 @@ export class Session {
     /**
      * Runs a command as one that a person typed.
      *
+     * @param columns how many characters of its output fit into a line
      * @throws Error if there is no attached client
      */
-    run(command: string, onText: (chunk: TextChunk) => void): RequestFuture<EvalResult> {
-        return this.#attached().eval(command, { isUserEval: true, onText, output: "stream" });
+    run(command: string, columns: number, onText: (chunk: TextChunk) => void): RequestFuture<EvalResult> {
+        return this.#attached().eval(command, {
+            isUserEval: true,
+            onText,
+            output: "stream",
+            runOptions: { commandWindowColSize: columns },
+        });
     }
 
     /** Asks what the engine runs and what waits. Answered while a command runs, if it is not one long call. */

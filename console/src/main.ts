@@ -67,7 +67,7 @@ async function run(command: string): Promise<void> {
     const cell = transcript.add(command, stop);
     try {
         const request = monitor.send(cell, () =>
-            session.run(command, (chunk) => {
+            session.run(command, cell.output.columns, (chunk) => {
                 transcript.append(cell, chunk);
             }),
         );

@@ -161,10 +161,29 @@ describe("OutputText", () => {
         expect(output.dropped).toBe(4);
     });
 
+    it("keeps no more styles than its limits, and the text of a row that has too many", () => {
+        const coloured = `${escape}[31ma${escape}[32mb${escape}[33mc${escape}[0m\n`;
+        const output = outputOf({ runs: 6, rowRuns: 3 }, coloured.repeat(5));
+        expect(rowsOf(output).map(({ runs }) => runs?.length)).toEqual([3, 3]);
+        expect(output.dropped).toBe(12);
+        expect(rowsOf(outputOf({ rowRuns: 2 }, coloured))).toEqual([
+            { stream: 0, text: "abc", hasEnd: true },
+        ]);
+    });
+
     it("keeps the end of a single piece of text that is too long", () => {
         const output = outputOf({ units: 100 }, "x".repeat(1_000_000) + "end\n");
         expect(textOf(output)).toBe(`${"x".repeat(96)}end\n`);
         expect(output.dropped).toBe(1_000_004 - 100);
+    });
+
+    it("gives up no more of a long piece than it must, when more comes before it was made rows of", () => {
+        const output = new OutputText({ units: 100 });
+        output.append(0, "x".repeat(1000) + "end");
+        output.append(0, "\n");
+        output.process();
+        expect(textOf(output)).toBe(`${"x".repeat(96)}end\n`);
+        expect(output.dropped).toBe(904);
     });
 
     it("is bounded while nobody makes rows of what comes, and counts what it drops", () => {
