@@ -372,9 +372,12 @@ void CommandQueue::cancelGroup(const std::string& groupName, bool interrupt) {
             }
         }
     }
-    for (auto& entry : cancelled) {
-        observe(entry, CommandOutcome::Cancelled, Clock::now());
-        entry.delegate->fail(cancelledBeforeRunning());
+    // Copies share one text.
+    const RuntimeException error = cancelledBeforeRunning();
+    // Each dies while what it holds is still in the processor's caches.
+    for (; !cancelled.empty(); cancelled.pop_front()) {
+        observe(cancelled.front(), CommandOutcome::Cancelled, Clock::now());
+        cancelled.front().delegate->fail(error);
     }
     for (const auto& id : toInterrupt) {
         signal([&id](EngineSignals& signals) { signals.interrupt(id); });

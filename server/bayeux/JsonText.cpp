@@ -1,5 +1,6 @@
 #include "server/bayeux/JsonText.hpp"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <utility>
@@ -287,16 +288,24 @@ class Walker {
 }  // namespace
 
 void appendJsonString(std::string& out, std::string_view text) {
+    const auto needsEscape = [](char c) {
+        return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20;
+    };
     out += '"';
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
+    while (!text.empty()) {
+        const auto plain = static_cast<std::size_t>(std::ranges::find_if(text, needsEscape) - text.begin());
+        out += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            break;
+        }
+        if (const char c = text.front(); static_cast<unsigned char>(c) < 0x20) {
             appendUnicodeEscape(out, static_cast<unsigned char>(c));
         } else {
+            out += '\\';
             out += c;
         }
+        text.remove_prefix(1);
     }
     out += '"';
 }

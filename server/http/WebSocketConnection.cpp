@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace server::http {
@@ -42,6 +43,13 @@ constexpr std::size_t kJoinedBytes = 64UL * 1024;
 /// costs both sides as much as a whole short eval.
 constexpr std::chrono::microseconds kSoon{500};
 
+/// From so many frames on that leave while the peer says nothing, more of them are on their way. Short ones
+/// then wait for company: a frame costs both sides as much as several messages. Until then, and after
+/// silence, events leave at once, so that an answer waits for nothing.
+constexpr unsigned kFloodFrames = 8;
+constexpr std::size_t kShortFrameBytes = 16UL * 1024;
+constexpr std::chrono::microseconds kGatherTime{250};
+
 /// How long a slow peer may take to read what was sent before its connection is cut.
 constexpr std::chrono::seconds kCloseTimeout{5};
 
@@ -64,6 +72,7 @@ WebSocketConnection::WebSocketConnection(beast::tcp_stream&& stream, bayeux::Bay
       isAuthenticated_(isAuthenticated),
       maxFrameBytes_(maxFrameBytes(maxMessageBytes)),
       soonTimer_(socket_.get_executor()),
+      gatherTimer_(socket_.get_executor()),
       closeTimer_(socket_.get_executor()),
       isKnown_(isAuthenticated),
       strangerTimer_(socket_.get_executor()) {
@@ -127,6 +136,7 @@ void WebSocketConnection::onRead(beast::error_code error) {
         read();
         return;
     }
+    framesSinceHeard_ = 0;
     frame_.resize(buffer_.size());
     server_.receive(shared_from_this(), frame_);
     buffer_.consume(buffer_.size());
@@ -206,6 +216,19 @@ void WebSocketConnection::startSoonTimer() {
     });
 }
 
+void WebSocketConnection::gather() {
+    if (std::exchange(isGathering_, true)) {
+        return;
+    }
+    gatherTimer_.expires_after(kGatherTime);
+    gatherTimer_.async_wait([self = shared_from_this()](beast::error_code cancelled) {
+        self->isGathering_ = false;
+        if (!cancelled && self->isWritable()) {
+            self->server_.writable(*self);
+        }
+    });
+}
+
 void WebSocketConnection::append(bayeux::FrameText frame) {
     waitingBytes_ += frame.size();
     if (!waiting_.empty() && waiting_.back().join(frame, kJoinedBytes)) {
@@ -220,6 +243,7 @@ void WebSocketConnection::write() {
     writing_ = std::move(waiting_.front());
     waiting_.pop_front();
     waitingBytes_ -= writing_.size();
+    ++framesSinceHeard_;
     std::vector<asio::const_buffer> buffers;
     for (const std::string_view piece : writing_.pieces()) {
         buffers.emplace_back(piece.data(), piece.size());
@@ -234,11 +258,14 @@ void WebSocketConnection::onWritten(beast::error_code error) {
         drop();
         return;
     }
+    const bool isShort = writing_.size() < kShortFrameBytes;
     writing_ = {};
     if (!waiting_.empty() && (isInHurry_ || closeReason_)) {
         write();
     } else if (closeReason_) {
         startClosing();
+    } else if (isShort && framesSinceHeard_ >= kFloodFrames) {
+        gather();
     } else {
         server_.writable(*this);
     }
@@ -285,6 +312,7 @@ void WebSocketConnection::drop() {
     isOpen_ = false;
     closeTimer_.cancel();
     soonTimer_.cancel();
+    gatherTimer_.cancel();
     strangerTimer_.cancel();
     beast::get_lowest_layer(socket_).close();
     server_.closed(*this);

@@ -44,7 +44,7 @@ class WebSocketConnection final : public bayeux::Connection,
     void close(bayeux::CloseCode code, std::string reason) override;
     void supersede() override;
     void sessionHeard() override;
-    bool isWritable() const override { return writing_.empty() && !closeReason_; }
+    bool isWritable() const override { return writing_.empty() && !isGathering_ && !closeReason_; }
     bool isStreaming() const override { return true; }
     bool isAuthenticated() const override { return isAuthenticated_; }
 
@@ -54,6 +54,8 @@ class WebSocketConnection final : public bayeux::Connection,
     /// Puts a frame behind those that wait, as one with the last of them where that stays short.
     void append(bayeux::FrameText frame);
     void startSoonTimer();
+    /// Lets events wait for others for a moment.
+    void gather();
     void startStrangerTimer();
     std::size_t frameLimit() const;
     void write();
@@ -76,6 +78,9 @@ class WebSocketConnection final : public bayeux::Connection,
     bool isInHurry_ = true;
     boost::asio::steady_timer soonTimer_;
     bool isSoonTimerRunning_ = false;
+    unsigned framesSinceHeard_ = 0;
+    boost::asio::steady_timer gatherTimer_;
+    bool isGathering_ = false;
     bool isReadingPaused_ = false;
     std::optional<boost::beast::websocket::close_reason> closeReason_;
     boost::asio::steady_timer closeTimer_;

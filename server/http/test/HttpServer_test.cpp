@@ -432,6 +432,43 @@ TEST_F(HttpServerTest, WritesWhatWaitsForItsClientsBeforeItsEnd) {
     stopper.join();
 }
 
+TEST_F(HttpServerTest, EventsThatFollowOneAnotherAllReachAClientThatSaysNothing) {
+    FakeModule fakeModule(broker);
+    WebSocketClient client = openClient();
+    client.handshake();
+    client.exchange(client.message("/meta/connect", R"(,"advice":{"timeout":0})"));
+    client.exchange(client.message("/yvm/attach/request", R"(,"data":{"requestID":"a"})"));
+    client.exchange(client.message("/meta/subscribe", R"(,"subscription":"/yvm/a/**")"));
+    const auto publish = [this](int i) {
+        broker->publish("/yvm/a/text/output", connector::common::DataBuffer('"' + std::to_string(i) + '"'),
+                        "test");
+    };
+    const auto event = [](int i) {
+        return R"({"channel":"/yvm/a/text/output","data":")" + std::to_string(i) + "\"}";
+    };
+    // Each published when the one before has come, and so in a frame of its own.
+    constexpr int kFrames = 30;
+    for (int i = 0; i < kFrames; ++i) {
+        publish(i);
+        EXPECT_EQ(client.receive(), '[' + event(i) + ']');
+    }
+    // By now the last frame holds the next ones up: they come together, or one by one, but in order.
+    constexpr int kEvents = 1000;
+    std::string expected = "[";
+    for (int i = kFrames; i < kEvents; ++i) {
+        publish(i);
+        expected += event(i) + (i + 1 < kEvents ? ',' : ']');
+    }
+    std::string received = client.receive();
+    while (received.size() < expected.size()) {
+        const std::string next = client.receive();
+        ASSERT_THAT(next, StartsWith("["));
+        received.back() = ',';
+        received += next.substr(1);
+    }
+    EXPECT_EQ(received, expected);
+}
+
 TEST_F(HttpServerTest, ReadsNoMoreFromAPeerThatDoesNotReadItsReplies) {
     namespace websocket = beast::websocket;
     asio::io_context context;

@@ -365,6 +365,9 @@ void EvalFevalCancel::completeEval(const std::weak_ptr<EvalFevalCancel>& weakThi
     RequestResponse response(requestID);
     try {
         future.get();
+    } catch (const cmddistributor::RuntimeException& error) {
+        // As below, without throwing it once more: thousands fail at once when their group is cancelled.
+        response.setError(error);
     } catch (...) {
         response.setError(std::current_exception(), std::nullopt);
     }
