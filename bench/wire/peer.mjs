@@ -169,6 +169,9 @@ export async function connect(server) {
     const evaluate = async (code) => (await execute(code))["text/plain"];
     return {
         eval: evaluate,
+        /** Runs code that displays nothing; `onText` takes what it prints, as it comes. Its output, which comes
+         *  behind its text, is that of one more line. */
+        print: (code, onText) => execute(`${code}\n0`, onText),
         /** What code displays as JSON, as it was parsed. */
         async display(code) {
             return (await execute(code))["application/json"];

@@ -133,6 +133,9 @@ export async function memoryAtRest(pids) {
     return last;
 }
 
+/** The most that a process has had resident so far, in KiB. */
+export const peakMemory = (pid) => kibibytes(`/proc/${pid}/status`, "VmHWM");
+
 /** Milliseconds of processor time that processes have used so far, in all their threads. */
 export function processorTime(pids) {
     return pids.reduce((total, pid) => {

@@ -3,14 +3,23 @@
 // all of them in turns, so that none has the machine to itself at a better time. Every answer is checked: a wrong
 // one ends the run with an error. A missed goal does not, it is printed.
 //
-//   YVM_BUILD_DIR=build/bench node bench/wire/wire.mjs [round-trip] [pipeline] [doubles] [stop] [start] [sessions]
+//   YVM_BUILD_DIR=build/bench node bench/wire/wire.mjs [round-trip] [pipeline] [doubles] [stop] [output] [start] [sessions]
 
 import { readFileSync } from "node:fs";
 import { cpus, loadavg } from "node:os";
 
 import * as bare from "./bare.mjs";
+import * as cometd from "./cometd.mjs";
 import * as peer from "./peer.mjs";
-import { canKeepApart, keepApart, letFloat, memoryAtRest, processorTime, within } from "./processes.mjs";
+import {
+    canKeepApart,
+    keepApart,
+    letFloat,
+    memoryAtRest,
+    peakMemory,
+    processorTime,
+    within,
+} from "./processes.mjs";
 import { atLeast, atMost, below, heading, median, quantile, row, summary } from "./report.mjs";
 import * as yvm from "./yvm.mjs";
 
@@ -326,6 +335,9 @@ async function groupCancel({ client, server }) {
     const rounds = 7;
     heading(`${count} evals that wait, cancelled by their group`);
     const [answered, ended, serverTimes, clientTimes] = [[], [], [], []];
+    // Where in this program the errors are made tells nothing, and for Node to note it takes 7 us each.
+    const { stackTraceLimit } = Error;
+    Error.stackTraceLimit = 0;
     for (let round = 0; round < rounds; ++round) {
         const busy = await client.begin("import time; print('busy', flush=True); time.sleep(1000)", "busy");
         const stopped = interrupted(busy.ended);
@@ -350,6 +362,7 @@ async function groupCancel({ client, server }) {
         await client.interrupt();
         await stopped;
     }
+    Error.stackTraceLimit = stackTraceLimit;
     row(
         yvm.name,
         `last error after ${median(ended).toFixed(0)} ms`,
@@ -357,6 +370,162 @@ async function groupCancel({ client, server }) {
         `processor time: server ${median(serverTimes)} ms, client ${median(clientTimes)} ms`,
     );
     below("until the cancel is answered, median", median(answered), "ms", 100);
+}
+
+/** What commands print: how fast it comes, how soon, and what it does to others. */
+async function output(sides) {
+    await flood(sides);
+    await singleLine(sides);
+    await queriesInFlood(sides[0]);
+}
+
+/** Many short lines, each printed by itself, to the command's own output, in characters handed to the callback. */
+async function flood([ours, peerSide]) {
+    const warmUp = 1;
+    const rounds = 9;
+    const lines = 200_000;
+    const characters = lines * 100;
+    heading(`${characters / 1e6} MB printed by one command in lines of 100 bytes`);
+    const throughCometd = { module: cometd, client: await cometd.connect(ours.server) };
+    const sides = [ours, throughCometd, peerSide];
+    const printOnce = async ({ client, rates }) => {
+        let received = 0;
+        const time = await milliseconds(() =>
+            client.print(`for _ in range(${lines}): print("x" * 99)`, (text) => (received += text.length)),
+        );
+        check(received, characters);
+        rates.push(characters / 1000 / time);
+    };
+    const startOver = () => sides.forEach((side) => Object.assign(side, { rates: [] }));
+    startOver();
+    await inTurns(warmUp, sides, printOnce);
+    startOver();
+    await inTurns(rounds, sides, printOnce);
+    throughCometd.client.close();
+    const rate = {};
+    for (const { module, rates } of sides) {
+        rate[module.name] = median(rates);
+        row(module.name, `${rate[module.name].toFixed(0)} MB/s`, `${rounds} times, every character`);
+    }
+    atLeast("our rate to the peer's, raw WebSocket", rate[yvm.name] / rate[peer.name], "times", 5);
+    atLeast("our rate to the peer's, through cometd", rate[cometd.name] / rate[peer.name], "times", 3);
+}
+
+/** A line that the program does not flush before it falls silent, from the sending of the command. */
+async function singleLine(sides) {
+    const rounds = 20;
+    heading("a line that is printed, not flushed, before a long sleep");
+    for (const side of sides) {
+        side.times = [];
+    }
+    await inTurns(rounds, sides, async ({ client, times }) => {
+        const begin = performance.now();
+        let arrived;
+        await client.print(
+            "import time; print('line'); time.sleep(0.4)",
+            () => (arrived ??= performance.now()),
+        );
+        times.push(arrived - begin);
+    });
+    for (const { module, times } of sides) {
+        const maximum = Math.max(...times).toFixed(1);
+        row(module.name, `p50 ${median(times).toFixed(1)} ms`, `maximum ${maximum} ms`, `${rounds} lines`);
+    }
+    atMost("our maximum", Math.max(...sides[0].times), "ms", 20);
+}
+
+/**
+ * Queries at pre-emption points while a command prints without end and ten sessions read.
+ *
+ * What a command prints to its own output is its session's alone. So one session reads the flood, and nine others
+ * what a thread of a command of theirs prints meanwhile, a line of 100 bytes each millisecond: more often, and they
+ * would measure how Python's threads take the interpreter from one another.
+ */
+async function queriesInFlood(ours) {
+    const warmUp = 50;
+    const count = 1000;
+    heading(
+        "yvm.who by feval at a pre-emption point, while a command prints without end and ten sessions read",
+    );
+    const setUp =
+        "import threading, time, yvm\nprinting = True\ndef tick():\n while printing:\n" +
+        "  time.sleep(0.001)\n  print('x' * 99)\nlen(yvm.who())";
+    const variables = Number(await ours.client.eval(setUp));
+    const measure = async (name) => {
+        let times = [];
+        for (let i = 0; i < warmUp + count; ++i) {
+            if (i === warmUp) {
+                times = [];
+            }
+            times.push(await milliseconds(async () => check(await ours.client.countVariables(), variables)));
+        }
+        const p50 = median(times);
+        row(
+            name,
+            `p50 ${p50.toFixed(2)} ms`,
+            `p99 ${quantile(times, 0.99).toFixed(2)} ms`,
+            `${count} queries`,
+        );
+        return p50;
+    };
+    const idle = await measure("at idle");
+    const readers = await Promise.all(Array.from({ length: 10 }, () => yvm.connect(ours.server)));
+    const received = readers.map(() => 0);
+    const [floodReader, ...others] = readers;
+    for (const [i, reader] of others.entries()) {
+        reader.takeLateText((text) => (received[i + 1] += text.length));
+        await reader.eval("threading.Thread(target=tick).start()");
+    }
+    const stopped = interrupted(
+        floodReader.print("while True: print('x' * 99)", (text) => (received[0] += text.length)),
+    );
+    while (received.includes(0)) {
+        await ours.client.countVariables();
+    }
+    const before = [...received];
+    const busy = await measure("in the flood");
+    check(
+        received.every((characters, i) => characters > before[i]),
+        true,
+    );
+    row("read meanwhile", `${(received.reduce((a, b) => a + b) / 1e6).toFixed(0)} MB by ${readers.length}`);
+    await ours.client.interrupt();
+    await stopped;
+    await ours.client.eval("printing = False");
+    readers.forEach((reader) => reader.close());
+    atMost("in the flood to idle, p50", busy / idle, "times", 3);
+}
+
+/** What a server takes up while a client reads more slowly than a command prints, and rests again and again. */
+async function slowReader() {
+    const characters = 200_000_000;
+    const [burst, rest] = [4_000_000, 20];
+    heading(`${characters / 1e6} MB printed for a client that rests ${rest} ms after each ${burst / 1e6} MB`);
+    const running = await serve(yvm);
+    const { client, server } = running;
+    await client.print("for _ in range(1000): print('x' * 99)", () => {});
+    const before = peakMemory(server.pid);
+    let [received, sinceRest] = [0, 0];
+    const time = await milliseconds(() =>
+        within(
+            boundMilliseconds,
+            "end of the text",
+            client.print(`for _ in range(${characters / 100}): print('x' * 99)`, (text) => {
+                received += text.length;
+                sinceRest += text.length;
+                if (sinceRest >= burst) {
+                    sinceRest = 0;
+                    client.pause();
+                    setTimeout(client.resume, rest);
+                }
+            }),
+        ),
+    );
+    check(received, characters);
+    const grown = (peakMemory(server.pid) - before) / 1024;
+    row(yvm.name, `${(characters / 1000 / time).toFixed(0)} MB/s`, "every character");
+    below("growth of the server's peak memory (RSS)", grown, "MiB", 64);
+    await stop(running);
 }
 
 /** From the start of the process to the first answer of an engine with NumPy, and the memory held after it. */
@@ -441,7 +610,7 @@ async function printMachine(peerSide) {
     );
 }
 
-const known = ["round-trip", "pipeline", "doubles", "stop", "start", "sessions"];
+const known = ["round-trip", "pipeline", "doubles", "stop", "output", "start", "sessions"];
 const parts = process.argv.length > 2 ? process.argv.slice(2) : known;
 const unknown = parts.find((part) => !known.includes(part));
 if (unknown !== undefined) {
@@ -467,9 +636,15 @@ if (parts.includes("stop")) {
     await stopping([ours, peerSide, bareSide]);
     await stop(bareSide);
 }
+if (parts.includes("output")) {
+    await output([ours, peerSide]);
+}
 // The rest starts servers of its own, and is not to share the machine with these.
 await stop(ours);
 await stop(peerSide);
+if (parts.includes("output")) {
+    await slowReader();
+}
 if (parts.includes("start")) {
     await coldStart();
 }

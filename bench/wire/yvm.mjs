@@ -19,6 +19,8 @@ export async function connect(server) {
     const socket = await openSocket(`ws://${url.host}/bayeux${url.search}`);
     const calls = new Map();
     const requests = new Map();
+    /** Takes what threads print once their command is answered. */
+    let onLateText;
 
     socket.on("message", (data) => {
         for (const message of JSON.parse(data)) {
@@ -32,8 +34,13 @@ export async function connect(server) {
     function handleEvent({ channel, data }) {
         const request = requests.get(data.requestID);
         if (!channel.endsWith("/response")) {
-            request.text += data.text;
-            request.onText?.(request.text);
+            if (request === undefined) {
+                onLateText(data.text);
+            } else if (request.onText === undefined) {
+                request.text += data.text;
+            } else {
+                request.onText(data.text);
+            }
             return;
         }
         requests.delete(data.requestID);
@@ -60,7 +67,7 @@ export async function connect(server) {
             calls.set(String(id), { resolve, reject });
             send(id, message);
         });
-    /** Resolves with the response, and the text before it. `onText` is told all text so far whenever more comes. */
+    /** Resolves with the response, and the text before it unless `onText` is given, which takes it as it comes. */
     const request = (channel, data, onText) =>
         new Promise((resolve, reject) => {
             const id = ++lastId;
@@ -92,6 +99,11 @@ export async function connect(server) {
         async eval(command) {
             return (await request(`${channelPrefix}/eval/request`, { command, runOptions })).text.trimEnd();
         },
+        /** Runs a command that displays nothing; `onText` takes what it prints, as it comes. */
+        print: (command, onText) => request(`${channelPrefix}/eval/request`, { command, runOptions }, onText),
+        takeLateText(onText) {
+            onLateText = onText;
+        },
         /** The result of a function without arguments, as it was parsed. */
         async feval(functionName) {
             const { data } = await request(`${channelPrefix}/feval/request`, {
@@ -106,8 +118,10 @@ export async function connect(server) {
         async begin(command, mark) {
             let ended;
             await new Promise((resolve, reject) => {
+                let shown = "";
                 ended = request(`${channelPrefix}/eval/request`, { command, runOptions }, (text) => {
-                    if (text.includes(mark)) {
+                    shown += text;
+                    if (shown.includes(mark)) {
                         resolve();
                     }
                 });
@@ -134,6 +148,9 @@ export async function connect(server) {
         interrupt: () => request(`${channelPrefix}/interrupt/request`, {}),
         cancelGroup: (requestGroupNametoCancel) =>
             request(`${channelPrefix}/cancelGroup/request`, { requestGroupNametoCancel }),
+        /** The socket is not read while it is paused. */
+        pause: () => socket.pause(),
+        resume: () => socket.resume(),
         processes: async () => [server.pid],
         close: () => socket.close(),
     };
