@@ -25,6 +25,9 @@ foundation::log::diagnostic_logger& logger() {
     return instance;
 }
 
+/// How often it is looked whether the file is still where it was: each time would double the cost of a write.
+constexpr std::chrono::milliseconds lookAgain{100};
+
 [[noreturn]] void throwErrno() {
     throw std::system_error(errno, std::generic_category());
 }
@@ -66,6 +69,7 @@ void TextFile::write(std::u16string_view text) noexcept {
                 << "Text is lost that was to be copied to " << path_.string() << ": " << error.what();
         }
         close();
+        isAtLineStart_ = true;
     }
 }
 
@@ -74,13 +78,16 @@ std::string TextFile::format(std::u16string_view text) {
     if (lines_ == Lines::Plain) {
         return utf8;
     }
-    const std::string time = timeNow();
     std::string result;
-    for (const char character : utf8) {
-        if (std::exchange(isAtLineStart_, character == '\n')) {
-            result += time;
+    for (std::string_view rest = utf8; !rest.empty();) {
+        const std::size_t end = rest.find('\n');
+        const auto piece = end == std::string_view::npos ? rest : rest.substr(0, end + 1);
+        if (isAtLineStart_) {
+            result += timeNow();
         }
-        result += character;
+        result += piece;
+        isAtLineStart_ = piece.back() == '\n';
+        rest.remove_prefix(piece.size());
     }
     return result;
 }
@@ -89,7 +96,11 @@ void TextFile::append(std::string_view utf8) {
     openUnlessOpen();
     if (size_ > 0 && size_ + utf8.size() > limit_) {
         close();
-        std::filesystem::rename(path_, path_.string() + ".1");
+        std::error_code error;
+        std::filesystem::rename(path_, path_.string() + ".1", error);
+        if (error && error != std::errc::no_such_file_or_directory) {
+            throw std::system_error(error);
+        }
         openUnlessOpen();
     }
     while (!utf8.empty()) {
@@ -97,16 +108,22 @@ void TextFile::append(std::string_view utf8) {
         if (written < 0 && errno != EINTR) {
             throwErrno();
         }
-        utf8.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+        const std::size_t taken = written < 0 ? 0 : static_cast<std::size_t>(written);
+        utf8.remove_prefix(taken);
+        size_ += taken;
     }
 }
 
 void TextFile::openUnlessOpen() {
     struct stat open{};
     struct stat named{};
+    const auto now = Clock::now();
+    if (descriptor_ >= 0 && now < nextLook_) {
+        return;
+    }
+    nextLook_ = now + lookAgain;
     if (descriptor_ >= 0 && ::fstat(descriptor_, &open) == 0 && ::stat(path_.c_str(), &named) == 0 &&
         open.st_ino == named.st_ino && open.st_dev == named.st_dev) {
-        size_ = static_cast<std::uint64_t>(open.st_size);
         return;
     }
     close();

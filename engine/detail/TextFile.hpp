@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
@@ -12,9 +13,9 @@ namespace yvm::engine {
 /// file sees it at once. Before it grows beyond its limit it is renamed, with ".1" at the end of its name, in
 /// place of the one before, and a new one is begun; so the two hold at most twice the limit and one text.
 ///
-/// Nothing is created before the first text. A file that was removed or renamed by others is begun anew. A
-/// failure (no folder, no space, no right) loses the text that was to be written, is logged once, and the
-/// next text tries again.
+/// Nothing is created before the first text. A file that was removed or renamed by others is begun anew, soon
+/// after. A failure (no folder, no space, no right) loses the text that was to be written, is logged once,
+/// and the next text tries again.
 ///
 /// Safe from any thread; never waits but for the disk, nor for the reader of a pipe that stands in the file's
 /// place. Its mutex is a leaf.
@@ -33,6 +34,8 @@ class TextFile {
     void write(std::u16string_view text) noexcept;
 
   private:
+    using Clock = std::chrono::steady_clock;
+
     std::string format(std::u16string_view text);
     /// Throws `std::system_error`.
     void append(std::string_view utf8);
@@ -47,6 +50,7 @@ class TextFile {
     // Guarded by mutex_.
     int descriptor_ = -1;
     std::uint64_t size_ = 0;
+    Clock::time_point nextLook_;
     bool isAtLineStart_ = true;
     bool hasFailed_ = false;
 };

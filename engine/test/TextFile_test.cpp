@@ -7,11 +7,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -19,6 +21,9 @@ namespace yvm::engine {
 namespace {
 
 using Lines = TextFile::Lines;
+
+/// Bounds a failure; nothing that works takes this long.
+constexpr std::chrono::seconds deadline{20};
 
 class TextFileTest : public ::testing::Test {
   protected:
@@ -35,6 +40,15 @@ class TextFileTest : public ::testing::Test {
     }
     std::string content() const { return contentOf(path_); }
     std::string older() const { return contentOf(path_.string() + ".1"); }
+
+    /// Writes the text until a file is where it is expected. Fails the test at the deadline.
+    void writeUntilThere(TextFile& file, std::u16string_view text) const {
+        const auto end = std::chrono::steady_clock::now() + deadline;
+        while (!std::filesystem::exists(path_)) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end);
+            file.write(text);
+        }
+    }
 
     std::filesystem::path folder_;
     std::filesystem::path path_;
@@ -75,6 +89,15 @@ TEST_F(TextFileTest, EachLineBeginsWithTheTimeHoweverItsTextIsCut) {
     EXPECT_THAT(content(), ::testing::MatchesRegex("^" + time + "ab\n" + time + "c\n$"));
 }
 
+TEST_F(TextFileTest, AfterALineThatWasLostTheNextBeginsWithTheTime) {
+    TextFile file(path_, Lines::WithTimes);
+    std::filesystem::remove(folder_);
+    file.write(u"lost");
+    std::filesystem::create_directory(folder_);
+    file.write(u"there");
+    EXPECT_THAT(content(), ::testing::EndsWith("Z there"));
+}
+
 TEST_F(TextFileTest, AFullFileIsKeptOnceUnderAnotherName) {
     TextFile file(path_, Lines::Plain, 8);
     file.write(u"12345678");
@@ -94,12 +117,20 @@ TEST_F(TextFileTest, AFileThatWasRemovedOrRenamedIsBegunAnew) {
     TextFile file(path_, Lines::Plain);
     file.write(u"one");
     std::filesystem::remove(path_);
-    file.write(u"two");
+    writeUntilThere(file, u"two");
     EXPECT_EQ(content(), "two");
     std::filesystem::rename(path_, folder_ / "kept.txt");
-    file.write(u"three");
+    writeUntilThere(file, u"three");
     EXPECT_EQ(content(), "three");
-    EXPECT_EQ(contentOf(folder_ / "kept.txt"), "two");
+    EXPECT_EQ(contentOf(folder_ / "kept.txt").find("two"), 0U);
+}
+
+TEST_F(TextFileTest, AFullFileThatWasJustRemovedIsBegunAnew) {
+    TextFile file(path_, Lines::Plain, 8);
+    file.write(u"12345678");
+    std::filesystem::remove(path_);
+    file.write(u"abc");
+    EXPECT_EQ(content(), "abc");
 }
 
 TEST_F(TextFileTest, AFailureIsLoggedOnceUntilWritingWorksAgain) {
@@ -117,7 +148,10 @@ TEST_F(TextFileTest, AFailureIsLoggedOnceUntilWritingWorksAgain) {
     file.write(u"there");
     EXPECT_EQ(content(), "there");
     std::filesystem::remove_all(folder_);
-    file.write(u"lost");
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (failures().size() < 2 && std::chrono::steady_clock::now() < end) {
+        file.write(u"lost");
+    }
     EXPECT_EQ(failures().size(), 2U);
 }
 
