@@ -3,6 +3,7 @@ import { fileURLToPath } from "node:url";
 
 import type { Browser, BrowserContext, Locator, Page } from "playwright-core";
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+import { connect, type Client, type Connection } from "yvm-client";
 
 import { launchChromium } from "./Chromium.js";
 import { ServerProcess } from "./ServerProcess.js";
@@ -280,27 +281,134 @@ describe("output", () => {
         await run("go.set()");
         await first.locator(".stdout", { hasText: "from the thread" }).waitFor();
     });
+});
 
-    it.each(["light", "dark"] as const)("of all kinds looks well in %s", async (colorScheme) => {
+describe("the engine's output", () => {
+    const box = () => page.getByLabel("Engine output");
+    const elsewhere = () => page.locator(".cell.engine");
+    let yvm: Connection;
+    let other: Client;
+
+    beforeEach(async () => {
+        yvm = await connect(server.url.href);
+        other = await yvm.attach();
+    });
+
+    afterEach(async () => {
+        await yvm.disconnect();
+    });
+
+    const print = (what: string) => other.eval(`print(${what})`, { output: "client" });
+
+    it("is shown while it is asked for, between the cells in the order of the page", async () => {
+        await print("'before'");
+        await box().check();
+        await run("1+1");
+        await print("'one'");
+        await elsewhere().getByText("one").waitFor();
+        await run("2+2");
+        await print("'two'");
+        await elsewhere().getByText("two").waitFor();
+        expect(await page.locator(".cell .stdout").allTextContents()).toEqual([
+            "2\n",
+            "one\n",
+            "4\n",
+            "two\n",
+        ]);
+        expect(await page.locator(".cell").nth(1).locator(".cell-title").textContent()).toBe("Engine output");
+        await box().uncheck();
+        await run("3+3"); // comes after the end of the showing
+        await print("'after'");
+        await run("4+4");
+        expect(await elsewhere().allInnerTexts()).toHaveLength(2);
+    });
+
+    it("is shown of both streams, with what a command prints in its own cell", async () => {
+        await box().check();
+        const cell = await run("import sys; print('mine')");
+        await other.eval("import sys; print('careful', file=sys.stderr)", { output: "client" });
+        await elsewhere().locator(".stderr", { hasText: "careful" }).waitFor();
+        expect(await cell.locator(".stdout").textContent()).toBe("mine\n");
+        expect(await elsewhere().locator(".stdout").count()).toBe(0);
+    });
+
+    it("is left to whoever has it, unless the reader asks; then a reload keeps the choice", async () => {
+        const output = other.output();
+        await output.installed;
+        await page.reload();
+        await attached();
+        await run("1+1");
+        await print("'for the other'");
+        expect((await output.next()).value?.text).toBe("for the other\n");
+        await box().check();
+        await run("2+2"); // comes after the asking
+        await page.reload();
+        await attached();
+        expect(await box().isChecked()).toBe(true);
+        await run("3+3");
+        await print("'for the page'");
+        await elsewhere().getByText("for the page").waitFor();
+        await output.close();
+    });
+
+    it("is asked for again when the connection was lost", async () => {
+        const first = await ServerProcess.start("--token", "same");
+        await page.goto(first.url.href);
+        await attached();
+        await box().check();
+        expect((await first.stop()).code).toBe(0);
+        await page.locator('#status[data-state="lost"]').waitFor();
+        const second = await ServerProcess.start("--token", "same", "--port", first.url.port);
+        await attached();
+        await run("1+1");
+        const again = await connect(second.url.href);
+        await (await again.attach()).eval("print('still here')", { output: "client" });
+        await elsewhere().getByText("still here").waitFor();
+        await again.disconnect();
+        expect((await second.stop()).code).toBe(0);
+        complaints = complaints.filter((complaint) => !complaint.includes("WebSocket connection"));
+    });
+
+    it("of 100 MB leaves the page alive", async () => {
+        await box().check();
+        await run("1+1");
+        await measure();
+        const begin = performance.now();
+        await other.eval("for i in range(1_000_000): print(f'{i:099}')", { output: "client" });
+        await elsewhere()
+            .locator(".window", { hasText: "0".repeat(93) + "999999" })
+            .waitFor();
+        const found = await measured();
+        report("100 MB of the engine's", (performance.now() - begin) / 1000, found);
+        expect(found.elements).toBeLessThan(maxElements);
+    });
+
+    it.each(["light", "dark"] as const)("and all other kinds look well in %s", async (colorScheme) => {
         await page.emulateMedia({ colorScheme });
-        await page.setViewportSize({ width: 900, height: 1000 });
-        await run("for i in range(2000): print(f'{i:5}  the quick brown fox', '—' * (i % 40))");
-        await run(
+        await page.setViewportSize({ width: 900, height: 1100 });
+        await other.eval(
             [
                 "import sys",
-                "print('plain text, then a warning')",
-                "print('careful: something is odd', file=sys.stderr)",
-                "print(' '.join(f'\\x1b[{c}m{n}\\x1b[0m' for c, n in [(31, 'red'), (32, 'green'), (33, 'yellow'),",
-                "    (34, 'blue'), (35, 'magenta'), (36, 'cyan'), (1, 'bold'), (3, 'italic'), (4, 'underlined'), (7, 'inverse')]))",
-                "print('\\x1b[38;5;208morange of 256\\x1b[0m and \\x1b[48;2;90;60;160;97m true colour \\x1b[0m')",
-                "print('emoji 😀 👩‍👩‍👧, combining e\\u0301 a\\u0308, 日本語')",
-                "print('שלום עולם, מרחבא')",
-                "print('مرحبا بالعالم 123')",
-                "print('bell \\a, null \\0, delete \\x7f')",
-                "for i in range(101): print(f'\\r{i:3}%|' + '█' * (i // 5), end='', file=sys.stderr)",
+                "def show():",
+                "    print('plain text, then a warning')",
+                "    print('careful: something is odd', file=sys.stderr)",
+                "    names = 'red green yellow blue magenta cyan'.split()",
+                "    print(' '.join(f'\\x1b[{31 + i}m{name}\\x1b[0m' for i, name in enumerate(names)), end=' ')",
+                "    print('\\x1b[1mbold\\x1b[0m \\x1b[3mitalic\\x1b[0m \\x1b[4munderlined\\x1b[0m \\x1b[7minverse\\x1b[0m')",
+                "    print('\\x1b[38;5;208morange of 256\\x1b[0m and \\x1b[48;2;90;60;160;97m true colour \\x1b[0m')",
+                "    print('emoji 😀 👩‍👩‍👧, combining e\\u0301 a\\u0308, 日本語')",
+                "    print('שלום עולם')",
+                "    print('مرحبا بالعالم 123')",
+                "    print('bell \\a, null \\0, delete \\x7f')",
+                "    for i in range(101): print(f'\\r{i:3}%|' + '█' * (i // 5), end='', file=sys.stderr)",
             ].join("\n"),
         );
+        await box().check();
+        await run("for i in range(200_000): print(f'{i:6}  ' + '—' * (i % 40) + ' ' * 90 + '.' * (i % 60))");
+        await run("show()");
+        await print("'from elsewhere'");
+        await elsewhere().getByText("from elsewhere").waitFor();
         await page.screenshot({ path: `${screenshots}output-${colorScheme}.png` });
-        expect(await page.locator(".cell").last().locator(".front-1").textContent()).toBe("red");
+        expect(await page.locator(".front-1").textContent()).toBe("red");
     });
 });
