@@ -4,6 +4,7 @@ import { join } from "node:path";
 
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
+import { nodeDriver } from "./nodeDriver.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient, type Data, type Event } from "./StockClient.js";
 
@@ -169,34 +170,41 @@ describe("the own streams of a command", () => {
     });
 
     it.each([
-        ["output", "sys.stdout", "sys.stderr", 0],
-        ["errors", "sys.stderr", "sys.stdout", 1],
-    ] as const)("keep their order under load, and precede the response, %s first", async (_, a, b, first) => {
-        const count = 100;
-        const lines = 20;
-        const command = (n: number) =>
-            `import sys\nfor i in range(${String(lines)}):\n` +
-            `    print(${String(n)}, i, file=${a})\n    print(${String(n)}, -i, file=${b})`;
-        const expected = (n: number) =>
-            Array.from(
-                { length: lines },
-                (_, i) =>
-                    `[${String(first)}]${String(n)} ${String(i)}\n[${String(1 - first)}]${String(n)} ${String(-i)}\n`,
-            ).join("");
-        await client.driver.batch(
-            Array.from({ length: count }, (_, n) => ({
-                channel: `/yvm/${id}/eval/request`,
-                data: { requestID: `load-${String(n)}`, command: command(n), runOptions: ownStreams },
-            })),
-        );
-        for (let n = 0; n < count; ++n) {
-            const requestID = `load-${String(n)}`;
-            await client.event(isResponse(requestID));
-            const ofRequest = client.events.filter(({ data }) => data["requestID"] === requestID);
-            expect(ofRequest.findIndex(isResponse(requestID))).toBe(ofRequest.length - 1);
-            expect(marked(ofRequest.slice(0, -1))).toBe(expected(n));
-        }
-    });
+        ["websocket", "output", "sys.stdout", "sys.stderr", 0],
+        ["websocket", "errors", "sys.stderr", "sys.stdout", 1],
+        ["long-polling", "output", "sys.stdout", "sys.stderr", 0],
+    ] as const)(
+        "keep their order under load, and precede the response, by %s, %s first",
+        async (transport, _, a, b, first) => {
+            const count = 100;
+            const lines = 20;
+            const command = (n: number) =>
+                `import sys\nfor i in range(${String(lines)}):\n` +
+                `    print(${String(n)}, i, file=${a})\n    print(${String(n)}, -i, file=${b})`;
+            const expected = (n: number) =>
+                Array.from({ length: lines }, (_, i) => {
+                    const [one, other] = [`${String(n)} ${String(i)}\n`, `${String(n)} ${String(-i)}\n`];
+                    return `[${String(first)}]${one}[${String(1 - first)}]${other}`;
+                }).join("");
+            const name = `${id}-loaded`;
+            const driver = nodeDriver("cometd", { url: server.endpoint, transport });
+            const loaded = await StockClient.attached(server, name, driver);
+            await driver.batch(
+                Array.from({ length: count }, (_, n) => ({
+                    channel: `/yvm/${name}/eval/request`,
+                    data: { requestID: `load-${String(n)}`, command: command(n), runOptions: ownStreams },
+                })),
+            );
+            for (let n = 0; n < count; ++n) {
+                const requestID = `load-${String(n)}`;
+                await loaded.event(isResponse(requestID));
+                const ofRequest = loaded.events.filter(({ data }) => data["requestID"] === requestID);
+                expect(ofRequest.findIndex(isResponse(requestID))).toBe(ofRequest.length - 1);
+                expect(marked(ofRequest.slice(0, -1))).toBe(expected(n));
+            }
+            await loaded.disconnect();
+        },
+    );
 
     it.each([
         [
