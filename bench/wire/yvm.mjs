@@ -19,8 +19,8 @@ export async function connect(server) {
     const socket = await openSocket(`ws://${url.host}/bayeux${url.search}`);
     const calls = new Map();
     const requests = new Map();
-    /** Takes what threads print once their command is answered. */
-    let onLateText;
+    /** Takes text that belongs to no request in flight. */
+    let onOtherText;
 
     socket.on("message", (data) => {
         for (const message of JSON.parse(data)) {
@@ -35,7 +35,7 @@ export async function connect(server) {
         const request = requests.get(data.requestID);
         if (!channel.endsWith("/response")) {
             if (request === undefined) {
-                onLateText(data.text);
+                onOtherText(data.text);
             } else if (request.onText === undefined) {
                 request.text += data.text;
             } else {
@@ -101,9 +101,17 @@ export async function connect(server) {
         },
         /** Runs a command that displays nothing; `onText` takes what it prints, as it comes. */
         print: (command, onText) => request(`${channelPrefix}/eval/request`, { command, runOptions }, onText),
-        takeLateText(onText) {
-            onLateText = onText;
+        /** Who is to take text that comes outside of its command: what threads print once that is answered, and
+         *  client-wide text. */
+        takeOtherText(onText) {
+            onOtherText = onText;
         },
+        /** Takes over, and gives back, the client-wide text. */
+        installSinks: () => request(`${channelPrefix}/yvmSinks/request`, {}),
+        revertSinks: () =>
+            request(`${channelPrefix}/yvmSinks/request`, { outSinkTraits: null, errSinkTraits: null }),
+        /** Runs a command without text of its own. */
+        run: (command) => request(`${channelPrefix}/eval/request`, { command, runOptions: {} }),
         /** The result of a function without arguments, as it was parsed. */
         async feval(functionName) {
             const { data } = await request(`${channelPrefix}/feval/request`, {
