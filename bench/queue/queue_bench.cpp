@@ -1,6 +1,7 @@
 // What cancels cost while many commands wait, with completions that only count. Prints each figure with its
 // goal. A command that is not answered exactly once ends the run.
 
+#include "bench/goals.hpp"
 #include "cmddistributor/CommandQueue.hpp"
 
 #include <algorithm>
@@ -15,6 +16,8 @@
 
 namespace {
 
+using bench::goal;
+using bench::median;
 using cmddistributor::CmdDistributor;
 using cmddistributor::CommandQueue;
 using cmddistributor::RunOptions;
@@ -64,17 +67,8 @@ class FilledQueue {
     boost::shared_ptr<CommandQueue> queue = CommandQueue::create(engine_);
 };
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
 double secondsOf(Clock::duration time) {
     return std::chrono::duration<double>(time).count();
-}
-
-void goal(bool isMet, const char* what, double value, const char* unit, const char* limit) {
-    std::printf("  %s  %s: %.2f %s (goal: %s)\n", isMet ? "PASS" : "MISS", what, value, unit, limit);
 }
 
 /// Milliseconds.

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace bench {
+
+inline double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+/// Prints one figure with what it was to be.
+inline void goal(bool isMet, const char* what, double value, const char* unit, const char* limit) {
+    std::printf("  %s  %s: %.2f %s (goal: %s)\n", isMet ? "PASS" : "MISS", what, value, unit, limit);
+}
+
+}  // namespace bench
