@@ -73,7 +73,7 @@ std::optional<std::filesystem::path> absolute(const std::optional<std::filesyste
 class Engine::Parts {
   public:
     explicit Parts(const EngineOptions& options)
-        : thread(options.console, options.commandEnded), events(EventMgr::create()) {
+        : thread(options.console, options.outputGate, options.commandEnded), events(EventMgr::create()) {
         events->setCommandHandlerLookup(
             [commands = thread.commands()](const IDType& id, const std::u16string& name) {
                 const auto command = commands->find(id);
@@ -149,6 +149,7 @@ void Engine::stop(std::chrono::milliseconds bound) {
     Factory::setCurrentLocalYVM({});
     parts_.thread.queue()->close();
     parts_.thread.requestStop();
+    parts_.thread.output().gate().stop();
     do {
         parts_.thread.interruptAll();
     } while (parts_.hasEnded.wait_until(std::min(deadline, EngineThread::Clock::now() + interruptAgain)) !=
@@ -165,11 +166,11 @@ boost::shared_ptr<cmddistributor::CmdDistributor> Engine::getCmdDistributor() {
 }
 
 void Engine::replaceSinks(Sink outSink, Sink errSink) {
-    parts_.thread.defaultOutput().replaceSinks(std::move(outSink), std::move(errSink));
+    parts_.thread.output().replaceSinks(std::move(outSink), std::move(errSink));
 }
 
 foundation::core::util::scope_guard Engine::makeSinkRestorer(std::shared_ptr<YVM> self) {
-    const OutputStreams& output = parts_.thread.defaultOutput();
+    const OutputStreams& output = parts_.thread.output().defaults();
     return foundation::core::util::scope_guard(
         [self = std::move(self), out = output.out()->sink(), err = output.err()->sink()] {
             self->replaceSinks(out, err);

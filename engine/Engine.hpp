@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cmddistributor/CommandTimes.hpp"
+#include "yvm/OutputGate.hpp"
 #include "yvm/YVM.hpp"
 
 #include <chrono>
@@ -26,6 +27,10 @@ struct EngineOptions {
     /// the thread that writes, one call at a time for each of the two streams, without the interpreter's
     /// lock; must not block. Default: such text is dropped.
     std::function<void(std::string_view utf8, bool error)> console;
+    /// Asked before text of a command or thread goes to streams of a client. Whoever is refused waits; on the
+    /// engine's thread, commands run meanwhile that may run in a pause, and an interrupt ends the wait. Text
+    /// for the console waits for nobody. Default: nobody is held back.
+    std::shared_ptr<OutputGate> outputGate;
     /// Told of each command that has ended, and of its times; see there for the threads. Called also after
     /// `stop`, by a command that did not end within its bound. Default: nobody.
     cmddistributor::CommandObserver commandEnded;

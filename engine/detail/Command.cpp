@@ -24,47 +24,40 @@ std::shared_ptr<TextSink> chooseSink(const boost::shared_ptr<ylutil::io::YLSink>
                                      const boost::shared_ptr<ylutil::io::YLSink>& ofRunOptions,
                                      const std::shared_ptr<TextSink>& otherwise) {
     const auto& own = ofRequest != nullptr ? ofRequest : ofRunOptions;
-    return own != nullptr ? std::make_shared<TextSink>(own) : otherwise;
+    return own != nullptr ? std::make_shared<TextSink>(own, TextSink::Destination::OwnStream) : otherwise;
 }
 
 }  // namespace
 
-void OutputStreams::write(Stream stream, std::u16string_view text) {
+TextSink::Due OutputStreams::write(Stream stream, std::u16string_view text, TextSink::WithinLine withinLine) {
     if (text.empty()) {
-        return;
+        return TextSink::Due::Never;
     }
     if (ForkedChild::isThis()) {
         ForkedChild::write(stream, text);
-        return;
+        return TextSink::Due::Never;
     }
     const Stream before = last_.exchange(stream, std::memory_order_relaxed);
     if (before != stream) {
-        sinkOf(before).synchronise(TextSink::HeldSurrogate::Keep);
+        sinkOf(before)->synchronise(TextSink::HeldSurrogate::Keep);
     }
-    sinkOf(stream).write(text);
+    return sinkOf(stream)->write(text, withinLine);
 }
 
 void OutputStreams::flush(Stream stream) {
     if (!ForkedChild::isThis()) {
-        sinkOf(stream).synchronise(TextSink::HeldSurrogate::Keep);
+        sinkOf(stream)->synchronise(TextSink::HeldSurrogate::Keep);
     }
 }
 
-void OutputStreams::synchroniseAll() {
+void OutputStreams::synchroniseAll() const {
     if (ForkedChild::isThis()) {
         return;
     }
     const Stream last = last_.load(std::memory_order_relaxed);
     const Stream earlier = last == Stream::Error ? Stream::Output : Stream::Error;
-    sinkOf(earlier).synchronise(TextSink::HeldSurrogate::Release);
-    sinkOf(last).synchronise(TextSink::HeldSurrogate::Release);
-}
-
-void OutputStreams::replaceSinks(boost::shared_ptr<ylutil::io::YLSink> out,
-                                 boost::shared_ptr<ylutil::io::YLSink> err) {
-    synchroniseAll();
-    out_->replaceSink(std::move(out));
-    err_->replaceSink(std::move(err));
+    sinkOf(earlier)->synchronise(TextSink::HeldSurrogate::Release);
+    sinkOf(last)->synchronise(TextSink::HeldSurrogate::Release);
 }
 
 Command::Command(cmddistributor::TakenCommand taken, cmddistributor::Moment moment,

@@ -27,23 +27,23 @@ class OutputStreams {
     OutputStreams(std::shared_ptr<TextSink> out, std::shared_ptr<TextSink> err)
         : out_(std::move(out)), err_(std::move(err)) {}
 
-    void write(Stream stream, std::u16string_view text);
+    /// As TextSink's.
+    TextSink::Due write(Stream stream, std::u16string_view text,
+                        TextSink::WithinLine withinLine = TextSink::WithinLine::Leaves);
     void flush(Stream stream);
     /// Brings out everything, as nothing is to follow for now.
-    void synchroniseAll();
-
-    /// Brings out everything, and from then on writes to others. Null drops the text.
-    void replaceSinks(boost::shared_ptr<ylutil::io::YLSink> out, boost::shared_ptr<ylutil::io::YLSink> err);
+    void synchroniseAll() const;
 
     /// What the destination of that stream can do, and asks for.
-    ylutil::io::SinkTraits traits(Stream stream) const { return sinkOf(stream).traits(); }
+    ylutil::io::SinkTraits traits(Stream stream) const { return sinkOf(stream)->traits(); }
 
     const std::shared_ptr<TextSink>& out() const noexcept { return out_; }
     const std::shared_ptr<TextSink>& err() const noexcept { return err_; }
+    const std::shared_ptr<TextSink>& sinkOf(Stream stream) const noexcept {
+        return stream == Stream::Error ? err_ : out_;
+    }
 
   private:
-    TextSink& sinkOf(Stream stream) const noexcept { return stream == Stream::Error ? *err_ : *out_; }
-
     const std::shared_ptr<TextSink> out_;
     const std::shared_ptr<TextSink> err_;
     /// Relaxed: threads that write to both streams at once have no order to keep.
@@ -99,16 +99,11 @@ class Command {
     /// With the GIL held.
     void setInterruptible(bool interruptible) noexcept;
 
-    /// Set when the command has been settled, whatever threads of it live on.
-    void markSettled() noexcept { settled_ = true; }
-    bool isSettled() const noexcept { return settled_; }
-
   private:
     const cmddistributor::TakenCommand taken_;
     const cmddistributor::Moment moment_;
     OutputStreams output_;
     std::atomic<bool> interruptRequested_{false};
-    std::atomic<bool> settled_{false};
     // Of the engine thread.
     bool interruptible_ = false;
     std::size_t interruptsTaken_ = 0;

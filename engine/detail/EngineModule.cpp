@@ -26,15 +26,20 @@ namespace {
 // A plain object, not pybind11's, and written once: see createEngineModule.
 PyObject* interruptType = nullptr;
 
-OutputStreams& outputOfThisThread(EngineThread& engine) {
-    const auto& command = CommandScope::current();
-    return command != nullptr ? command->output() : engine.defaultOutput();
+/// What a file object writes to.
+struct TextFile {
+    EngineOutput& output;
+    StreamTypeEnum stream;
+};
+
+TextFile& textFileOf(PyObject* capsule) {
+    return *static_cast<TextFile*>(PyCapsule_GetPointer(capsule, nullptr));
 }
 
 /// Of the destination of what this thread writes to the stream.
-ylutil::io::SinkTraits traitsOf(EngineThread& engine, StreamTypeEnum stream) {
+ylutil::io::SinkTraits traitsOf(EngineOutput& output, StreamTypeEnum stream) {
     const WithoutGil released;
-    return outputOfThisThread(engine).traits(stream);
+    return output.ofThisThread().traits(stream);
 }
 
 /// Columns and rows of the window that shows what this thread writes. Sizes that no window has stand for the
@@ -51,37 +56,48 @@ std::pair<std::uint64_t, std::uint64_t> windowOfThisThread() {
             use(options.getCommandWindowRowSize(), defaults.getCommandWindowRowSize())};
 }
 
-/// Text of a thread whose command has been settled has no completion before which it would be brought out.
-void flushIfSettled(StreamTypeEnum stream) {
-    const auto& command = CommandScope::current();
-    if (command != nullptr && command->isSettled()) {
-        command->output().flush(stream);
+/// Runs C++ code for the interpreter, which knows no exceptions of C++.
+template <typename Function>
+PyObject* callForPython(const Function& function) noexcept {
+    try {
+        return function();
+    } catch (py::error_already_set& error) {
+        error.restore();
+    } catch (const std::exception&) {
+        PyErr_NoMemory();  // Nothing else leaves the output.
     }
+    return nullptr;
 }
 
-py::cpp_function makeWrite(EngineThread& engine, StreamTypeEnum stream) {
-    return [&engine, stream](const py::str& text) {
-        const auto length = PyUnicode_GET_LENGTH(text.ptr());
-        if (length > 0) {
-            const std::u16string units = toUtf16(text);
-            const WithoutGil released;
-            outputOfThisThread(engine).write(stream, units);
-            flushIfSettled(stream);
-        }
-        return length;
-    };
+PyObject* writeText(PyObject* file, PyObject* text) noexcept {
+    return callForPython([&] {
+        textFileOf(file).output.write(textFileOf(file).stream, text);
+        return PyLong_FromSsize_t(PyUnicode_GET_LENGTH(text));
+    });
 }
 
-py::cpp_function makeFlush(EngineThread& engine, StreamTypeEnum stream) {
-    return [&engine, stream] {
-        const WithoutGil released;
-        outputOfThisThread(engine).flush(stream);
-    };
+PyObject* flushText(PyObject* file, PyObject* /*arguments*/) noexcept {
+    return callForPython([&] {
+        textFileOf(file).output.flush(textFileOf(file).stream);
+        return Py_NewRef(Py_None);
+    });
+}
+
+/// By the interpreter's own means: every piece of text comes through here, and a wrapper of the function
+/// would cost more than the text.
+void addTextFile(py::module_& module, EngineOutput& output, StreamTypeEnum stream, const char* write,
+                 const char* flush) {
+    static PyMethodDef writeDefinition{"write", &writeText, METH_O, "Writes a text; returns its length."};
+    static PyMethodDef flushDefinition{"flush", &flushText, METH_NOARGS, "Brings out what was written."};
+    // Lives as long as the process, as the functions may.
+    const py::capsule file(new TextFile{output, stream});
+    module.attr(write) = py::reinterpret_steal<py::object>(PyCFunction_New(&writeDefinition, file.ptr()));
+    module.attr(flush) = py::reinterpret_steal<py::object>(PyCFunction_New(&flushDefinition, file.ptr()));
 }
 
 /// What is due at the end of a thread of the user, which began in the process `beginner` and ended with
 /// `exception` or None.
-void endThread(OutputStreams& output, pid_t beginner, const py::object& exception) {
+void endThread(const OutputStreams& output, pid_t beginner, const py::object& exception) {
     if (::getpid() != beginner) {
         // The thread forked, and is what this process began with: at its end the C library would run the
         // destructors of the server. A thread that the child started itself has nothing to end.
@@ -99,7 +115,7 @@ py::object runThread(EngineThread& engine, const std::shared_ptr<Command>& comma
     if (command != nullptr) {
         scope.emplace(command);
     }
-    OutputStreams& output = command != nullptr ? command->output() : engine.defaultOutput();
+    const OutputStreams& output = command != nullptr ? command->output() : engine.output().defaults();
     const pid_t beginner = ::getpid();
     try {
         py::object result = function(*arguments, **keywords);
@@ -130,10 +146,8 @@ void createEngineModule(EngineThread& engine) {
     }
     module.attr("Interrupt") = py::handle(interruptType);
 
-    module.attr("write_output") = makeWrite(engine, StreamTypeEnum::Output);
-    module.attr("write_error") = makeWrite(engine, StreamTypeEnum::Error);
-    module.attr("flush_output") = makeFlush(engine, StreamTypeEnum::Output);
-    module.attr("flush_error") = makeFlush(engine, StreamTypeEnum::Error);
+    addTextFile(module, engine.output(), StreamTypeEnum::Output, "write_output", "flush_output");
+    addTextFile(module, engine.output(), StreamTypeEnum::Error, "write_error", "flush_error");
 
     const py::class_<Command, std::shared_ptr<Command>> commandType(module, "Command");
     module.def("current_command", [] { return CommandScope::current(); });
@@ -144,11 +158,11 @@ void createEngineModule(EngineThread& engine) {
     module.def("window", &windowOfThisThread);
     // Of values: whether they are formatted, and whether they are paged.
     module.def("how_to_display", [&engine] {
-        const auto traits = traitsOf(engine, StreamTypeEnum::Output);
+        const auto traits = traitsOf(engine.output(), StreamTypeEnum::Output);
         return std::pair(traits.needsFormattingForDisplay(), traits.supportsMore());
     });
     module.def("links_tracebacks",
-               [&engine] { return traitsOf(engine, StreamTypeEnum::Error).supportsHotlinks(); });
+               [&engine] { return traitsOf(engine.output(), StreamTypeEnum::Error).supportsHotlinks(); });
 
     module.def("pause", [&engine](double seconds) { engine.pause(seconds); });
     module.def("running", [&engine] { return engine.runningIds(); });

@@ -29,13 +29,6 @@ using cmddistributor::RuntimeException;
 
 namespace {
 
-std::shared_ptr<TextSink> makeConsoleSink(const ConsoleBuffer::Console& console, bool error) {
-    return std::make_shared<TextSink>(
-        boost::make_shared<ylutil::io::YLSink>(boost::make_shared<ConsoleBuffer>(console, error),
-                                               ylutil::io::SinkTraits()),
-        TextSink::Copies::Here);
-}
-
 std::string toText(const EngineThread::IDType& id) {
     std::ostringstream text;
     text << id;
@@ -150,11 +143,11 @@ std::string describeStartupFailure(const std::filesystem::path& file, const Runt
 
 }  // namespace
 
-EngineThread::EngineThread(const ConsoleBuffer::Console& console,
+EngineThread::EngineThread(const ConsoleBuffer::Console& console, std::shared_ptr<OutputGate> gate,
                            cmddistributor::CommandObserver commandEnded)
     : releases_(std::make_shared<ReleaseQueue>([this] { wake(); })),
       commands_(std::make_shared<CommandTable>()),
-      defaultOutput_(makeConsoleSink(console, false), makeConsoleSink(console, true)),
+      output_(*this, console, std::move(gate)),
       queue_(cmddistributor::CommandQueue::create(*this, std::move(commandEnded))) {}
 
 EngineThread::~EngineThread() = default;
@@ -184,11 +177,12 @@ void EngineThread::run(const std::optional<std::filesystem::path>& venv,
         const std::lock_guard lock(framesMutex_);
         armed_ = false;
         repeater_.reset();
+        output_.pending().stop();
     }
     runner_->runExitFunctions();
     {
         const WithoutGil released;
-        defaultOutput_.synchroniseAll();
+        output_.synchroniseDefaults();
     }
     // The GIL is never given up again: no thread of the user runs Python code from here on, whatever the
     // process does to the objects that such code would call.
@@ -199,6 +193,7 @@ void EngineThread::startPython(const std::optional<std::filesystem::path>& venv,
                                const std::optional<std::filesystem::path>& startupFile) {
     thread_ = pthread_self();
     startInterpreter(*this, venv);
+    output_.pending().start();
     runner_ = std::make_unique<CommandRunner>(ArrayConversion(releases_));
     if (startupFile) {
         try {
@@ -208,7 +203,7 @@ void EngineThread::startPython(const std::optional<std::filesystem::path>& venv,
         }
     }
     const WithoutGil released;
-    defaultOutput_.synchroniseAll();
+    output_.synchroniseDefaults();
 }
 
 void EngineThread::requestStop() {
@@ -279,7 +274,7 @@ void EngineThread::interrupt(const IDType& id) {
 }
 
 void EngineThread::pause(double seconds) {
-    if (pthread_equal(pthread_self(), thread_) == 0 || ForkedChild::isThis()) {
+    if (!isEngineThread() || ForkedChild::isThis()) {
         throw std::runtime_error("yvm.pause is for the engine's own thread: elsewhere, use time.sleep");
     }
     // Longer than a process lives; beyond it the clock would overflow.
@@ -342,6 +337,10 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
     if (ForkedChild::isThis()) {
         return;
     }
+    {
+        const WithoutGil released;
+        output_.pending().synchroniseDue();
+    }
     if (!frames_.empty() && isInImport(frame)) {
         // The request stands, and its signal is repeated until the import is over.
         onInterruptSignal(frame);
@@ -378,7 +377,12 @@ bool EngineThread::takePreemptionBatch(const Command& beneath) {
 }
 
 void EngineThread::serve(Moment moment, Deadline deadline) {
-    while (!isOver(moment, deadline)) {
+    serveUntil(moment, deadline, [&] { return isOver(moment, deadline); });
+}
+
+template <typename IsOver>
+void EngineThread::serveUntil(Moment moment, const Deadline& deadline, const IsOver& isOver) {
+    while (!isOver()) {
         if (const auto command = takeNext(moment)) {
             runCommand(command);
         } else if (moment == Moment::Boot) {
@@ -391,6 +395,36 @@ void EngineThread::serve(Moment moment, Deadline deadline) {
     }
 }
 
+bool EngineThread::isEngineThread() const noexcept {
+    return pthread_equal(pthread_self(), thread_) != 0;
+}
+
+bool EngineThread::waitUntilMayWrite(OutputGate::Way way, const IDType& command) {
+    const auto isInterrupted = [this] { return !frames_.empty() && frames_.back()->isInterruptRequested(); };
+    const auto isOver = [&] { return stopping_ || isInterrupted() || output_.gate().mayWrite(way, command); };
+    if (mayServeWhileWriting()) {
+        serveUntil(Moment::Pause, std::nullopt, isOver);
+    } else {
+        while (!isOver()) {
+            waitForWork(std::nullopt);
+        }
+    }
+    return !isInterrupted();
+}
+
+bool EngineThread::mayServeWhileWriting() const {
+    // Each of those above may have to wait for the gate in its turn.
+    if (frames_.size() > Engine::maxPreemptionDepth) {
+        return false;
+    }
+    const WithGil gil;
+    return !isInImport(py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(PyEval_GetFrame())));
+}
+
+void EngineThread::raiseInterruptOfWriter() {
+    onInterruptSignal(py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(PyEval_GetFrame())));
+}
+
 bool EngineThread::isOver(Moment moment, const Deadline& deadline) const {
     if (stopping_) {
         return true;
@@ -399,7 +433,12 @@ bool EngineThread::isOver(Moment moment, const Deadline& deadline) const {
                                        (!frames_.empty() && frames_.back()->isInterruptRequested()));
 }
 
-void EngineThread::waitForWork(const Deadline& deadline) {
+void EngineThread::waitForWork(Deadline deadline) {
+    output_.pending().synchroniseDue();
+    const auto due = output_.pending().nextDue();
+    if (due && (!deadline || *due < *deadline)) {
+        deadline = due;
+    }
     if (!deadline) {
         woken_.acquire();
     } else if (!woken_.try_acquire_until(*deadline)) {
@@ -425,7 +464,7 @@ std::shared_ptr<Command> EngineThread::takeNext(Moment moment) {
     auto taken = queue_->take(moment);
     std::shared_ptr<Command> command;
     if (taken) {
-        command = commands_->create(std::move(*taken), moment, defaultOutput_);
+        command = commands_->create(std::move(*taken), moment, output_.defaults());
     }
     const std::lock_guard lock(framesMutex_);
     taking_ = false;
@@ -446,8 +485,6 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
         const CommandScope scope(command);
         echo(*command);
         outcome = runInPython(*command);
-        // In this order: a thread of the command that writes in between brings its text out itself.
-        command->markSettled();
         command->output().synchroniseAll();
     }
     popFrame();

@@ -3,7 +3,7 @@
 #include "cmddistributor/CommandQueue.hpp"
 #include "engine/detail/Command.hpp"
 #include "engine/detail/CommandRunner.hpp"
-#include "engine/detail/ConsoleBuffer.hpp"
+#include "engine/detail/EngineOutput.hpp"
 #include "engine/detail/ReleaseQueue.hpp"
 #include "engine/detail/SignalRepeater.hpp"
 
@@ -41,17 +41,19 @@ namespace yvm::engine {
 /// `framesMutex_` is a leaf: nothing is called, and the GIL not taken, with it held. So it may be taken with
 /// the GIL held.
 /// Completions run without GIL and locks.
-class EngineThread final : public cmddistributor::EngineSignals {
+class EngineThread final : public cmddistributor::EngineSignals, public OutputHost {
   public:
     using IDType = cmddistributor::CmdDistributor::IDType;
     using Moment = cmddistributor::Moment;
     using Clock = std::chrono::steady_clock;
 
-    EngineThread(const ConsoleBuffer::Console& console, cmddistributor::CommandObserver commandEnded);
+    EngineThread(const ConsoleBuffer::Console& console, std::shared_ptr<OutputGate> gate,
+                 cmddistributor::CommandObserver commandEnded);
     ~EngineThread() override;
 
     const boost::shared_ptr<cmddistributor::CommandQueue>& queue() const noexcept { return queue_; }
     const std::shared_ptr<CommandTable>& commands() const noexcept { return commands_; }
+    EngineOutput& output() noexcept { return output_; }
 
     /// The body of the thread. Reports to `ready` when commands can run, or why they never will, and to
     /// `ended` at its end, from where on the GIL is held for good.
@@ -66,13 +68,17 @@ class EngineThread final : public cmddistributor::EngineSignals {
     /// Interrupts the innermost command that a prompt took; without one does nothing. Any thread.
     void interruptPrompt();
 
-    // From the queue, on any thread.
+    // From the queue, on any thread; `wake` also from the output.
     void wake() override;
     void requestPreemption() override;
     void interrupt(const IDType& id) override;
 
+    // From the output.
+    bool isEngineThread() const noexcept override;
+    bool waitUntilMayWrite(OutputGate::Way way, const IDType& command) override;
+    void raiseInterruptOfWriter() override;
+
     // From Python, with the GIL held.
-    OutputStreams& defaultOutput() noexcept { return defaultOutput_; }
     /// Serves commands for that long. Throws `std::runtime_error` off the engine thread, and Python's
     /// exception when the command is interrupted.
     void pause(double seconds);
@@ -91,8 +97,13 @@ class EngineThread final : public cmddistributor::EngineSignals {
     /// Runs commands until there is no reason to go on: at boot no command waits, in a pause the deadline has
     /// come or the pausing command is interrupted, anywhere the engine stops. Without the GIL.
     void serve(Moment moment, Deadline deadline);
+    template <typename IsOver>
+    void serveUntil(Moment moment, const Deadline& deadline, const IsOver& isOver);
+    /// Whether commands may run above the one that waits for the gate. Without the GIL.
+    bool mayServeWhileWriting() const;
     bool isOver(Moment moment, const Deadline& deadline) const;
-    void waitForWork(const Deadline& deadline);
+    /// Until somebody calls `wake`, text is to be synchronised, or the deadline.
+    void waitForWork(Deadline deadline);
     void releaseWhatWasLent();
 
     /// Takes the next command and pushes its frame; null when none may run.
@@ -113,7 +124,7 @@ class EngineThread final : public cmddistributor::EngineSignals {
 
     const std::shared_ptr<ReleaseQueue> releases_;
     const std::shared_ptr<CommandTable> commands_;
-    OutputStreams defaultOutput_;
+    EngineOutput output_;
     const boost::shared_ptr<cmddistributor::CommandQueue> queue_;
 
     std::unique_ptr<CommandRunner> runner_;  // engine thread; made when Python has started

@@ -2,13 +2,17 @@
 
 #include "fl/i18n/ustring.hpp"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace yvm::engine {
 
 namespace py = pybind11;
 
-std::u16string toUtf16(py::handle text) {
+namespace {
+
+/// Makes the string's data readable.
+py::handle checkText(py::handle text) {
     if (!PyUnicode_Check(text.ptr())) {
         PyErr_Format(PyExc_TypeError, "a value of type %.200s stands where a str is needed",
                      Py_TYPE(text.ptr())->tp_name);
@@ -17,6 +21,28 @@ std::u16string toUtf16(py::handle text) {
     if (PyUnicode_READY(text.ptr()) != 0) {
         throw py::error_already_set();
     }
+    return text;
+}
+
+/// As 16-bit units.
+void encode(const Py_UCS4* characters, std::size_t count, std::u16string& result) {
+    result.clear();
+    result.reserve(count + count / 2);
+    for (std::size_t i = 0; i < count; ++i) {
+        const Py_UCS4 character = characters[i];
+        if (character > 0xFFFF) {
+            result += Py_UNICODE_HIGH_SURROGATE(character);
+            result += Py_UNICODE_LOW_SURROGATE(character);
+        } else {
+            result += static_cast<char16_t>(character);
+        }
+    }
+}
+
+}  // namespace
+
+std::u16string toUtf16(py::handle text) {
+    checkText(text);
     const auto length = static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.ptr()));
     switch (PyUnicode_KIND(text.ptr())) {
         case PyUnicode_1BYTE_KIND: {
@@ -28,20 +54,36 @@ std::u16string toUtf16(py::handle text) {
             return {units, units + length};
         }
         default: {
-            const Py_UCS4* characters = PyUnicode_4BYTE_DATA(text.ptr());
             std::u16string result;
-            result.reserve(length + length / 2);
-            for (std::size_t i = 0; i < length; ++i) {
-                const Py_UCS4 character = characters[i];
-                if (character > 0xFFFF) {
-                    result += Py_UNICODE_HIGH_SURROGATE(character);
-                    result += Py_UNICODE_LOW_SURROGATE(character);
-                } else {
-                    result += static_cast<char16_t>(character);
-                }
-            }
+            encode(PyUnicode_4BYTE_DATA(text.ptr()), length, result);
             return result;
         }
+    }
+}
+
+PythonTextPieces::PythonTextPieces(py::handle text, std::size_t size)
+    : kind_(PyUnicode_KIND(checkText(text).ptr())),
+      data_(PyUnicode_DATA(text.ptr())),
+      length_(static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.ptr()))),
+      size_(size) {}
+
+void PythonTextPieces::forEach(const std::function<void(std::u16string_view)>& take) const {
+    // A character beyond 16 bits makes two units.
+    const std::size_t step = kind_ == PyUnicode_4BYTE_KIND ? size_ / 2 : size_;
+    std::u16string piece;
+    for (std::size_t begin = 0; begin < length_;) {
+        const std::size_t count = std::min(step, length_ - begin);
+        if (kind_ == PyUnicode_1BYTE_KIND) {
+            const auto* units = static_cast<const Py_UCS1*>(data_) + begin;
+            piece.assign(units, units + count);
+        } else if (kind_ == PyUnicode_2BYTE_KIND) {
+            const auto* units = static_cast<const Py_UCS2*>(data_) + begin;
+            piece.assign(units, units + count);
+        } else {
+            encode(static_cast<const Py_UCS4*>(data_) + begin, count, piece);
+        }
+        begin += count;
+        take(piece);
     }
 }
 

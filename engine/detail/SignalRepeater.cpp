@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <system_error>
@@ -24,22 +25,27 @@ SignalRepeater::~SignalRepeater() {
 
 void SignalRepeater::start() noexcept {
     if (!isOn_) {
-        isOn_ = true;
-        set(period);
+        startAfter(period);
     }
+}
+
+void SignalRepeater::startAfter(std::chrono::nanoseconds delay) noexcept {
+    isOn_ = true;
+    // A time of zero would stop the timer.
+    set(std::max(delay, std::chrono::nanoseconds(1)), period);
 }
 
 void SignalRepeater::stop() noexcept {
     if (isOn_) {
         isOn_ = false;
-        set(std::chrono::nanoseconds(0));
+        set(std::chrono::nanoseconds(0), std::chrono::nanoseconds(0));
     }
 }
 
-void SignalRepeater::set(std::chrono::nanoseconds interval) noexcept {
+void SignalRepeater::set(std::chrono::nanoseconds first, std::chrono::nanoseconds interval) noexcept {
     itimerspec times{};
+    times.it_value.tv_nsec = first.count();  // Below a second, as all times here.
     times.it_interval.tv_nsec = interval.count();
-    times.it_value = times.it_interval;
     // Cannot fail: the timer exists and the times are in range.
     ::timer_settime(timer_, 0, &times, nullptr);
 }

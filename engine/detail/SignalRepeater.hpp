@@ -26,10 +26,12 @@ class SignalRepeater {
 
     /// The first signal comes after a period. Does nothing when it is on.
     void start() noexcept;
+    /// The first signal comes after that time, at the earliest at once, also when it is on.
+    void startAfter(std::chrono::nanoseconds delay) noexcept;
     void stop() noexcept;
 
   private:
-    void set(std::chrono::nanoseconds interval) noexcept;
+    void set(std::chrono::nanoseconds first, std::chrono::nanoseconds interval) noexcept;
 
     timer_t timer_{};
     bool isOn_ = false;

@@ -23,13 +23,13 @@ constexpr bool isHighSurrogate(char16_t unit) {
 
 }  // namespace
 
-void TextSink::write(std::u16string_view text) {
+TextSink::Due TextSink::write(std::u16string_view text, WithinLine withinLine) {
     if (text.empty()) {
-        return;
+        return Due::Never;
     }
     const std::lock_guard lock(mutex_);
     if (sink_ == nullptr) {
-        return;
+        return Due::Never;
     }
     std::u16string joined;
     if (heldSurrogate_) {
@@ -42,18 +42,34 @@ void TextSink::write(std::u16string_view text) {
         heldSurrogate_ = text.back();
         text.remove_suffix(1);
     }
-    putLocked(text);
-    if (pending_ && Clock::now() - lastSynchronised_ >= batchTime) {
-        synchroniseLocked();
+    if (text.empty()) {
+        return Due::Never;
     }
+    putLocked(text);
+    const auto now = Clock::now();
+    const bool isNew = !pendingSince_;
+    if (isNew) {
+        pendingSince_ = now;
+    }
+    if (now - lastSynchronised_ < batchTime) {
+        return isNew ? Due::Later : Due::Never;
+    }
+    // A caller that could not see to it in a batch's time is asked no more.
+    if (withinLine == WithinLine::LeavesByCaller && text.back() != u'\n' &&
+        now - *pendingSince_ < batchTime) {
+        return Due::AtOnce;
+    }
+    synchroniseLocked();
+    return Due::Never;
 }
 
-void TextSink::replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink) {
+void TextSink::replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink, Destination destination) {
     const std::lock_guard lock(mutex_);
-    if (pending_) {
+    if (pendingSince_) {
         synchroniseLocked();
     }
     sink_.swap(sink);
+    destination_.store(destination, std::memory_order_relaxed);
 }
 
 boost::shared_ptr<ylutil::io::YLSink> TextSink::sink() const {
@@ -75,24 +91,21 @@ void TextSink::synchronise(HeldSurrogate held) {
         const char16_t unit = *heldSurrogate_;
         heldSurrogate_.reset();
         putLocked({&unit, 1});
+        pendingSince_ = Clock::now();
     }
-    if (pending_) {
+    if (pendingSince_) {
         synchroniseLocked();
     }
 }
 
 void TextSink::putLocked(std::u16string_view text) {
-    if (text.empty()) {
-        return;
-    }
-    pending_ = true;
     try {
         sink_->buffer().sputn(text.data(), static_cast<std::streamsize>(text.size()));
     } catch (...) {
         FOUNDATION_LOG(logger(), foundation::log::CaughtException)
             << "Writing text failed: " << boost::current_exception_diagnostic_information();
     }
-    if (copies_ == Copies::Here) {
+    if (destination_ != Destination::OwnStream) {
         copyLocked(text);
     }
 }
@@ -110,7 +123,7 @@ void TextSink::copyLocked(std::u16string_view text) {
 }
 
 void TextSink::synchroniseLocked() {
-    pending_ = false;
+    pendingSince_.reset();
     lastSynchronised_ = Clock::now();
     try {
         if (sink_->buffer().pubsync() != 0) {

@@ -4,6 +4,7 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <optional>
@@ -13,52 +14,68 @@ namespace yvm::engine {
 
 /// The writing end of one destination of text.
 ///
-/// Text that comes after a quiet spell is synchronised at once; while more keeps coming, at most once every
-/// 20 ms, which is looked at when text is written. What stays behind leaves with `synchronise`.
+/// Text that comes after a quiet spell is synchronised at once; while more keeps coming, once in a batch's
+/// time, which is looked at when text is written. What stays behind leaves with `synchronise`, and whoever
+/// writes is told when somebody has to see to that.
 ///
 /// Safe from any thread. Its mutex is the engine's sink mutex: to be waited for without the GIL. A failure
 /// of the destination is logged and never reaches the writer.
 class TextSink {
   public:
-    static constexpr std::chrono::milliseconds batchTime{20};
+    using Clock = std::chrono::steady_clock;
 
-    /// Who sees to the copies in the diary and the log that the traits of a sink ask for. The buffers of a
-    /// command's own streams do so themselves.
-    enum class Copies { ByBuffer, Here };
+    /// How long text may wait, whatever the writer does.
+    static constexpr std::chrono::milliseconds longestWait{20};
+    /// How long text waits while more keeps coming. Shorter, so that a writer who goes on sees to its text
+    /// itself and nobody has to break into it.
+    static constexpr std::chrono::milliseconds batchTime{15};
+
+    /// Where the text goes, for those who hold writers back. What the traits of a sink ask for in the diary
+    /// and the log is copied here, save by a command's own streams, whose buffers do so themselves.
+    enum class Destination { OwnStream, ClientWideSinks, Console };
 
     /// Null: the text is dropped.
-    explicit TextSink(boost::shared_ptr<ylutil::io::YLSink> sink, Copies copies = Copies::ByBuffer)
-        : copies_(copies), sink_(std::move(sink)) {}
+    TextSink(boost::shared_ptr<ylutil::io::YLSink> sink, Destination destination)
+        : sink_(std::move(sink)), destination_(destination) {}
 
     /// What is written and not synchronised is synchronised first. The replaced one is let go of outside the
     /// mutex, since its end may be that of whoever reads it.
-    void replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink);
+    void replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink, Destination destination);
     boost::shared_ptr<ylutil::io::YLSink> sink() const;
     /// Those of the sink; without one the default.
     ylutil::io::SinkTraits traits() const;
+    Destination destination() const noexcept { return destination_; }
 
+    /// What becomes of text after a quiet spell that ends within a line.
+    enum class WithinLine {
+        Leaves,         ///< as all other
+        LeavesByCaller  ///< the caller sees to it as soon as the end of the line has had its chance to follow
+    };
+    /// When the caller is to have the text synchronised.
+    enum class Due { Never, AtOnce, Later };
     /// A high surrogate at the end waits for what follows, so that a pair written in two halves is never cut
-    /// in two. An empty text does nothing.
-    void write(std::u16string_view text);
+    /// in two. An empty text does nothing. `Later`, which is within `longestWait`, is told once a batch.
+    Due write(std::u16string_view text, WithinLine withinLine = WithinLine::Leaves);
 
     enum class HeldSurrogate { Keep, Release };
     /// `Release` also writes a high surrogate that still waits: nothing is to follow.
     void synchronise(HeldSurrogate held);
 
   private:
-    using Clock = std::chrono::steady_clock;
-
     void putLocked(std::u16string_view text);
     void copyLocked(std::u16string_view text);
     void synchroniseLocked();
 
-    const Copies copies_;
     mutable std::mutex mutex_;
     // Guarded by mutex_, as is the use of the sink.
     boost::shared_ptr<ylutil::io::YLSink> sink_;
     std::optional<char16_t> heldSurrogate_;
-    bool pending_ = false;
+    /// Since when there is text that is not synchronised.
+    std::optional<Clock::time_point> pendingSince_;
     Clock::time_point lastSynchronised_{};
+
+    /// Written under mutex_. Relaxed: text that is written while the sink is replaced goes either way.
+    std::atomic<Destination> destination_;
 };
 
 }  // namespace yvm::engine

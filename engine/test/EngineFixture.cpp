@@ -43,7 +43,7 @@ std::mutex consoleMutex;
 std::string consoleText;  // guarded by consoleMutex
 
 /// The pipe on which `occupy` blocks.
-int gate[2];
+int occupation[2];
 
 }  // namespace
 
@@ -144,9 +144,23 @@ const std::shared_ptr<Engine>& EngineTest::engine() {
             consoleText += error ? "[err]" : "";
             consoleText += text;
         };
-        return Engine::start(std::move(options));
+        options.outputGate = std::shared_ptr<OutputGate>(&gate(), [](OutputGate*) {});
+        return Engine::start(options);
     }();
     return instance;
+}
+
+FakeGate& EngineTest::gate() {
+    static auto& instance = *new FakeGate;
+    return instance;
+}
+
+std::pair<YVM::Sink, YVM::Sink> EngineTest::makeSinks(const std::shared_ptr<Transcript>& transcript) {
+    const auto make = [&](const char* mark) {
+        return boost::make_shared<ylutil::io::YLSink>(boost::make_shared<TranscriptBuffer>(transcript, mark),
+                                                      ylutil::io::SinkTraits());
+    };
+    return {make(""), make("[err]")};
 }
 
 std::string EngineTest::takeConsoleText() {
@@ -232,6 +246,12 @@ RunOptions EngineTest::withMode(DequeueMode mode) {
     return options;
 }
 
+Submission EngineTest::inMode(DequeueMode mode) {
+    Submission submission;
+    submission.runOptions = withMode(mode);
+    return submission;
+}
+
 CancelStatus EngineTest::cancel(const IDType& id, bool interrupt) {
     auto future = distributor()->cancel(id, interrupt);
     if (future.wait_for(boost::chrono::seconds(deadline.count())) != boost::future_status::ready) {
@@ -241,17 +261,17 @@ CancelStatus EngineTest::cancel(const IDType& id, bool interrupt) {
 }
 
 Submitted EngineTest::occupy() {
-    if (::pipe2(gate, O_CLOEXEC) != 0) {
+    if (::pipe2(occupation, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe");
     }
-    Submitted submitted =
-        submitEval("print('occupied', flush=True)\nimport os\nos.read(" + std::to_string(gate[0]) + ", 1);");
+    Submitted submitted = submitEval("print('occupied', flush=True)\nimport os\nos.read(" +
+                                     std::to_string(occupation[0]) + ", 1);");
     submitted.transcript->waitFor("occupied");
     return submitted;
 }
 
 void EngineTest::release() {
-    if (::write(gate[1], "x", 1) != 1) {
+    if (::write(occupation[1], "x", 1) != 1) {
         throw std::runtime_error("the gate does not open");
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/Engine.hpp"
+#include "engine/test/FakeGate.hpp"
 #include "foundation/yorlabdata/ArrayFactory.hpp"
 
 #include <gtest/gtest.h>
@@ -97,6 +98,10 @@ class EngineTest : public ::testing::Test {
   public:
     static const std::shared_ptr<Engine>& engine();
     static boost::shared_ptr<CmdDistributor> distributor() { return engine()->getCmdDistributor(); }
+    /// The gate of that engine. Open; a test that closes it opens it again.
+    static FakeGate& gate();
+    /// A pair of sinks of which the second marks its text with `[err]`.
+    static std::pair<YVM::Sink, YVM::Sink> makeSinks(const std::shared_ptr<Transcript>& transcript);
     /// What went to the console since the last call.
     static std::string takeConsoleText();
 
@@ -111,6 +116,7 @@ class EngineTest : public ::testing::Test {
     static Array feval(const std::string& function, Arrays arguments = {});
 
     static RunOptions withMode(DequeueMode mode);
+    static Submission inMode(DequeueMode mode);
     static CancelStatus cancel(const IDType& id, bool interrupt);
 
     /// Runs a Python block that blocks until `release()`, so that other commands queue behind it. Returns

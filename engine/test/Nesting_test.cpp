@@ -13,13 +13,7 @@
 namespace yvm::engine::test {
 namespace {
 
-Submission inMode(DequeueMode mode) {
-    Submission submission;
-    submission.runOptions = EngineTest::withMode(mode);
-    return submission;
-}
-
-const Submission atPreemption = inMode(DequeueMode::DEQUEUE_AT_PPE);
+const Submission atPreemption = EngineTest::inMode(DequeueMode::DEQUEUE_AT_PPE);
 
 /// A command that tells when it runs, after `preparation`, and then does `body`.
 Submitted startAndWait(const std::string& preparation, const std::string& body) {
@@ -235,7 +229,7 @@ TEST_F(EngineTest, ACommandForAPauseDoesNotRunInABusyLoop) {
 }
 
 TEST_F(EngineTest, TheThirdInterruptWithinTheWindowInsists) {
-    const auto sink = std::make_shared<TextSink>(nullptr);
+    const auto sink = std::make_shared<TextSink>(nullptr, TextSink::Destination::Console);
     const auto takeAt = [](Command& command, Command::Clock::time_point when) {
         command.requestInterrupt();
         command.takeInterrupt(when);

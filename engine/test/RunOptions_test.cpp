@@ -6,12 +6,6 @@
 namespace yvm::engine::test {
 namespace {
 
-Submission inMode(DequeueMode mode) {
-    Submission submission;
-    submission.runOptions = EngineTest::withMode(mode);
-    return submission;
-}
-
 /// Submits commands behind a blocked engine, lets go, and returns the order in which they ran.
 std::string orderOf(const std::vector<std::pair<std::string, Submission>>& commands) {
     std::mutex mutex;

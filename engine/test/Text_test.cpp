@@ -83,6 +83,64 @@ TEST_F(EngineTest, TextAfterAQuietSpellLeavesAtOnce) {
     busy.error();
 }
 
+TEST_F(EngineTest, APrintAfterAQuietSpellIsOnePiece) {
+    auto busy = submitEval("print('x')\nwhile True: pass");
+    busy.transcript->waitForSynchronised("x\n");
+    EXPECT_EQ(busy.transcript->synchronised(), 1);
+    cancel(busy.id, true);
+    busy.error();
+}
+
+TEST_F(EngineTest, TextInTheMiddleOfALineLeavesWhenTheProgramFallsSilent) {
+    // Two pieces, so that the second is not the first after a quiet spell.
+    for (const std::string silence :
+         {"while True: pass", "import time\ntime.sleep(1000)", "import os\nr, w = os.pipe(); os.read(r, 1)",
+          "import threading\nthreading.Event().wait()", "import yvm\nyvm.pause(1000)"}) {
+        auto busy = submitEval("print('a', end='', flush=True)\nprint('b', end='')\n" + silence);
+        busy.transcript->waitForSynchronised("ab");
+        EXPECT_FALSE(busy.isDone());
+        cancel(busy.id, true);
+        busy.error();
+    }
+}
+
+TEST_F(EngineTest, TextOfAThreadLeavesWhenTheThreadFallsSilent) {
+    auto first = submitEval(
+        "import threading\nlate = threading.Event(); silent = threading.Event()\n"
+        "def work():\n    late.wait()\n    print('a', end='', flush=True)\n    print('b', end='')\n    "
+        "silent.wait()\n"
+        "worker = threading.Thread(target=work); worker.start()");
+    first.get();
+    eval("late.set()");
+    // At the prompt.
+    first.transcript->waitForSynchronised("ab");
+    EXPECT_EQ(eval("silent.set(); worker.join()"), "");
+}
+
+TEST_F(EngineTest, TextOfAThreadLeavesWhileTheCommandOfAnotherRuns) {
+    auto first = submitEval(
+        "import threading\nlate = threading.Event(); silent = threading.Event()\n"
+        "def work():\n    late.wait()\n    print('a', end='', flush=True)\n    print('b', end='')\n    "
+        "silent.wait()\n"
+        "worker = threading.Thread(target=work); worker.start()");
+    first.get();
+    auto busy = submitEval("late.set()\nwhile True: pass");
+    first.transcript->waitForSynchronised("ab");
+    EXPECT_FALSE(busy.isDone());
+    cancel(busy.id, true);
+    busy.error();
+    EXPECT_EQ(eval("silent.set(); worker.join()"), "");
+}
+
+TEST_F(EngineTest, TextOfBothStreamsLeavesWhenTheProgramFallsSilent) {
+    auto busy = submitEval(
+        "import sys, threading\nprint('a', end='', flush=True)\nprint('b', end='')\n"
+        "print('c', end='', file=sys.stderr)\nthreading.Event().wait()");
+    busy.transcript->waitForSynchronised("ab[err]c");
+    cancel(busy.id, true);
+    busy.error();
+}
+
 TEST_F(EngineTest, FlushBringsTextOutAtOnce) {
     // The first text leaves by itself, what follows at once would wait; no pause here, which synchronises
     // too.
