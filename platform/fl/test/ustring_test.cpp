@@ -210,10 +210,10 @@ TEST(ToString, EveryMixOfSurrogatesIsTheSameAtEveryPlaceOfABlockAndOfAChunk) {
     // 'x', two and three bytes, and the halves.
     const auto mixes = allTexts(std::u16string{u'x', u'\u00E9', u'\u6F22', 0xD83D, 0xDE00}, 4);
     std::vector<std::size_t> places;
-    for (std::size_t place = 0; place <= 34; ++place) {
+    for (std::size_t place = 0; place <= 17; ++place) {
         places.push_back(place);
     }
-    for (std::size_t place = 1004; place <= 1042; ++place) {
+    for (std::size_t place = 1016; place <= 1027; ++place) {
         places.push_back(place);
     }
     std::size_t compared = 0;
@@ -233,7 +233,7 @@ TEST(ToString, EveryMixOfSurrogatesIsTheSameAtEveryPlaceOfABlockAndOfAChunk) {
             }
         }
     }
-    EXPECT_EQ(compared, 625U * 3 * 74 * 3);
+    EXPECT_EQ(compared, 625U * 3 * 30 * 3);
 }
 
 TEST(ToString, EveryPairOfUnitsIsAsTheDefinitionSays) {
@@ -248,7 +248,7 @@ TEST(ToString, EveryPairOfUnitsIsAsTheDefinitionSays) {
 TEST(ToUstring, AsciiAroundTextOfBytesChangesNothingInIt) {
     for (const std::string& bytes : allTexts("x\xC3\xA9\xE2\x82\xF0\x9F\xFF"s, 4)) {
         const std::u16string expected = to_ustring(bytes);
-        for (std::size_t before = 0; before <= 33; ++before) {
+        for (std::size_t before = 0; before <= 17; ++before) {
             for (const std::size_t behind : {0U, 1U, 33U}) {
                 ASSERT_EQ(to_ustring(std::string(before, 'a') + bytes + std::string(behind, 'z')),
                           std::u16string(before, u'a') + expected + std::u16string(behind, u'z'))
