@@ -1,7 +1,9 @@
 #include "testing/FakeYvm.hpp"
 
 #include "testing/FakeCmdDistributor.hpp"
+#include "ylutil/io/YLNoOutputStreamBuffer.hpp"
 
+#include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -33,6 +35,27 @@ TEST(FakeYvmTest, CountsInterruptsAndThrowsWhenTold) {
     engine->failInterrupts(std::make_exception_ptr(std::runtime_error("no")));
     EXPECT_THROW(engine->interrupt(), std::runtime_error);
     EXPECT_EQ(engine->interruptCount(), 2);
+}
+
+TEST(FakeYvmTest, RestoresTheSinksOfTheTimeAndThrowsWhenTold) {
+    const auto engine = FakeYvm::create();
+    const auto makeSink = [] {
+        return boost::make_shared<ylutil::io::YLSink>(
+            boost::make_shared<ylutil::io::YLNoOutputStreamBuffer>(), ylutil::io::SinkTraits());
+    };
+    const auto out = makeSink();
+    const auto err = makeSink();
+    engine->replaceSinks(out, err);
+    auto restorer = engine->makeSinkRestorer(engine);
+    engine->replaceSinks(makeSink(), makeSink());
+    EXPECT_NE(engine->outSink(), out);
+    engine->failSinks(std::make_exception_ptr(std::runtime_error("no")));
+    EXPECT_THROW(engine->replaceSinks({}, {}), std::runtime_error);
+    EXPECT_NE(engine->outSink(), nullptr) << "a call that throws replaces nothing";
+    engine->failSinks(nullptr);
+    restorer.run();
+    EXPECT_EQ(engine->outSink(), out);
+    EXPECT_EQ(engine->errSink(), err);
 }
 
 }  // namespace

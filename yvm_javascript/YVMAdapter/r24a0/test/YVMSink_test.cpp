@@ -20,6 +20,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace yvm::JSClient::r24a0 {
@@ -299,7 +300,9 @@ TEST_F(YVMSinkTest, ARequestAfterItsEndIsNotAnswered) {
     sink = YVMSink::create("/yvm/a", engine, keeping);
     sink.reset();
     const LogCapture log;
-    keeping->kept(JsonMessage("/yvm/a/yvmSinks/request", connector::common::DataBuffer(install)));
+    // Not kept any longer, since it holds the service.
+    std::exchange(keeping->kept,
+                  nullptr)(JsonMessage("/yvm/a/yvmSinks/request", connector::common::DataBuffer(install)));
     EXPECT_EQ(log.texts(logChannel, 8), std::vector<std::string>{"Returning early due to null weakThis"});
     EXPECT_TRUE(keeping->inner->publications().empty());
     EXPECT_TRUE(hasOwnSinks());
