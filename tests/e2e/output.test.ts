@@ -224,6 +224,19 @@ describe("the own streams of a command", () => {
         expect(await client.print(id, "print('a\\udc00b\\ud83d')")).toBe("a\uFFFDb\uFFFD\n");
     });
 
+    it("bring the text of a program that fell silent, in the middle of a line", async () => {
+        // The first text leaves at once as nothing came before it; what follows has to wait.
+        await submit(
+            "silent",
+            "import time\nfor part in 'one', 'two', 'three': print(part, end=' ')\ntime.sleep(1e6)",
+        );
+        await printed("silent", "one two three");
+        expect(client.events.some(isResponse("silent"))).toBe(false);
+        await client.request(`/yvm/${id}/interrupt`, { requestID: "stop" });
+        const { data } = await client.event(isResponse("silent"));
+        expect(data).toHaveProperty("error.status", 3);
+    });
+
     it("echo the command and wrap what it prints, as it asked", async () => {
         const { texts } = await client.eval(id, "import numpy\nprint(numpy.arange(12))", {
             runOptions: { ...ownStreams, outSinkTraits: { useEcho: true }, commandWindowColSize: 20 },
