@@ -3,6 +3,7 @@
 #include "engine/detail/EngineThread.hpp"
 #include "engine/detail/TextFile.hpp"
 #include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
+#include "ylutil/io/TextBaseEvent.hpp"
 #include "yvm/Factory.hpp"
 
 #include <pthread.h>
@@ -21,6 +22,7 @@ namespace yvm::engine {
 
 namespace {
 
+using foundation::msg_svc::eventmgr::BaseEvent;
 using foundation::msg_svc::eventmgr::EventHandler;
 using foundation::msg_svc::eventmgr::EventMgr;
 
@@ -75,14 +77,19 @@ class Engine::Parts {
     explicit Parts(const EngineOptions& options)
         : thread(options.console, options.outputGate, options.commandEnded), events(EventMgr::create()) {
         events->setCommandHandlerLookup(
-            [commands = thread.commands()](const IDType& id, const std::u16string& name) {
+            [this, commands = thread.commands()](const IDType& id, const std::u16string& name) {
                 const auto command = commands->find(id);
                 if (command == nullptr) {
                     return EventHandler();
                 }
                 const auto& callbacks = command->runOptions().getCallbacks();
-                const auto callback = callbacks.find(name);
-                return callback != callbacks.end() ? EventHandler(callback->second) : EventHandler();
+                if (const auto callback = callbacks.find(name); callback != callbacks.end()) {
+                    return EventHandler(callback->second);
+                }
+                if (name == u"ylutil::io::TextBaseEvent" && command->runOptions().hasDefaultCallbacks()) {
+                    return EventHandler([this](const BaseEvent& event) { showText(event); });
+                }
+                return EventHandler();
             });
     }
 
@@ -94,6 +101,12 @@ class Engine::Parts {
         ylutil::io::ActiveCmdWinSinkBufferProxy::setReceivers(
             [this](std::u16string_view text, bool) { log->write(text); },
             [this](std::u16string_view text, bool) { diary->write(text); });
+    }
+
+    /// Text events that nobody takes are shown where text goes that no stream of a command takes.
+    void showText(const BaseEvent& event) {
+        const auto& text = dynamic_cast<const ylutil::io::TextBaseEvent&>(event);
+        thread.defaultOutput().write(text.stream(), text.text());
     }
 
     EngineThread thread;

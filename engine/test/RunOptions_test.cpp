@@ -1,4 +1,5 @@
 #include "engine/test/EngineFixture.hpp"
+#include "yvm/makeTextEventBuffer.hpp"
 
 #include <mutex>
 #include <sstream>
@@ -191,6 +192,21 @@ TEST_F(EngineTest, TheStackOfCommandsNamesTheOuterOneFirst) {
     EXPECT_EQ(utf8(ids.list()[0]), id.str());
     cancel(outer.id, true);
     outer.error();
+}
+
+TEST_F(EngineTest, TextEventsThatNobodyTakesAreShownUnlessThatIsTurnedOff) {
+    Submission shown;
+    shown.ownStreams = false;
+    shown.runOptions.setOutStream(makeTextEventBuffer(ylutil::io::StreamTypeEnum::Output), {});
+    Submission dropped = shown;
+    dropped.runOptions.removeDefaultCallbacks();
+    takeConsoleText();
+    submitEval("print('shown')", shown).get();
+    submitEval("print('dropped')", dropped).get();
+    Submission toTheConsole;
+    toTheConsole.ownStreams = false;
+    submitEval("print('console')", toTheConsole).get();
+    EXPECT_EQ(takeConsoleText(), "shown\nconsole\n");
 }
 
 }  // namespace

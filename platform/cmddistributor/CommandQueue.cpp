@@ -372,15 +372,16 @@ void CommandQueue::cancelGroup(const std::string& groupName, bool interrupt) {
             }
         }
     }
+    // First, since thousands of completions take their time; none of theirs is left to run next.
+    for (const auto& id : toInterrupt) {
+        signal([&id](EngineSignals& signals) { signals.interrupt(id); });
+    }
     // Copies share one text.
     const RuntimeException error = cancelledBeforeRunning();
     // Each dies while what it holds is still in the processor's caches.
     for (; !cancelled.empty(); cancelled.pop_front()) {
         observe(cancelled.front(), CommandOutcome::Cancelled, Clock::now());
         cancelled.front().delegate->fail(error);
-    }
-    for (const auto& id : toInterrupt) {
-        signal([&id](EngineSignals& signals) { signals.interrupt(id); });
     }
 }
 

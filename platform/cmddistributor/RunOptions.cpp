@@ -87,6 +87,12 @@ boost::shared_ptr<ylutil::io::YLSink> RunOptions::createSink(ylutil::io::YLSink:
 const RunOptions::Callbacks& RunOptions::getCallbacks() const noexcept {
     return callbacks_;
 }
+bool RunOptions::hasDefaultCallbacks() const noexcept {
+    return hasDefaultCallbacks_;
+}
+void RunOptions::removeDefaultCallbacks() noexcept {
+    hasDefaultCallbacks_ = false;
+}
 
 bool RunOptions::storeCallback(EventCallback callback, std::u16string eventTypeName) {
     return callbacks_.insert_or_assign(std::move(eventTypeName), std::move(callback)).second;

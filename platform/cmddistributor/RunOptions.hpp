@@ -83,6 +83,11 @@ class RunOptions {
     }
     const Callbacks& getCallbacks() const noexcept;
 
+    /// Whether the engine itself takes the text events for which there is no callback, and shows them where
+    /// text goes that no stream of a command takes. So it is until `removeDefaultCallbacks`.
+    bool hasDefaultCallbacks() const noexcept;
+    void removeDefaultCallbacks() noexcept;
+
   private:
     bool storeCallback(EventCallback callback, std::u16string eventTypeName);
 
@@ -96,6 +101,7 @@ class RunOptions {
     boost::shared_ptr<ylutil::io::YLSink> outSink_;
     boost::shared_ptr<ylutil::io::YLSink> errSink_;
     Callbacks callbacks_;
+    bool hasDefaultCallbacks_ = true;
 };
 
 }  // namespace cmddistributor

@@ -234,6 +234,18 @@ TEST_F(CommandQueueCancelTest, CancelsLeaveOrderAndTurnsOfTheOthersAlone) {
     }
 }
 
+TEST_F(CommandQueueCancelTest, AGroupCancelStopsWhatRunsBeforeItAnswersWhatWaits) {
+    auto grouped = optionsFor(WhenToDequeue::DEQUEUE_AT_PROMPT);
+    grouped.addGroupName("group");
+    const auto running = submit(grouped);
+    expectTake(Moment::TopPrompt, running);
+    std::vector<IDType> interruptedBefore;
+    const auto waiting = submit(grouped, [&] { interruptedBefore = signals.interrupts; });
+    queue->cancelGroup("group", true);
+    EXPECT_EQ(interruptedBefore, std::vector<IDType>{running});
+    EXPECT_EQ(outcomeOf(waiting), cancelledIdentifier);
+}
+
 TEST_F(CommandQueueCancelTest, ACompletionMayCancelTheGroupThatCancelsIt) {
     auto grouped = optionsFor(WhenToDequeue::DEQUEUE_AT_PROMPT);
     grouped.addGroupName("group");

@@ -92,5 +92,14 @@ TEST(RunOptionsTest, ASecondCallbackUnderANameReplacesTheFirst) {
     EXPECT_EQ(options.getCallbacks().size(), 2u);
 }
 
+TEST(RunOptions, HasTheDefaultCallbacksUntilTheyAreRemoved) {
+    RunOptions options;
+    EXPECT_TRUE(options.hasDefaultCallbacks());
+    const RunOptions before = options;
+    options.removeDefaultCallbacks();
+    EXPECT_FALSE(options.hasDefaultCallbacks());
+    EXPECT_TRUE(before.hasDefaultCallbacks());
+}
+
 }  // namespace
 }  // namespace cmddistributor

@@ -2,6 +2,7 @@
 
 #include "foundation/log/basic_diagnostic_logger.hpp"
 #include "r24a0/EvalFevalCancel.hpp"
+#include "r24a0/EventManagerConnection.hpp"
 #include "r24a0/YVMSink.hpp"
 
 #include <utility>
@@ -24,8 +25,10 @@ AttachedClient::AttachedClient(std::string channelPrefix, std::shared_ptr<yvm::Y
       yvm_(std::move(yvm)),
       messageService_(std::move(messageService)),
       yvmSink_(YVMSink::create(channelPrefix_, yvm_, messageService_)),
-      // There is no event bridge yet.
-      evalFevalCancel_(EvalFevalCancel::create(channelPrefix_, yvm_, messageService_, nullptr)) {
+      eventManagerConnection_(
+          EventManagerConnection::create(channelPrefix_, yvm_->getEventMgr(), messageService_, yvmSink_)),
+      evalFevalCancel_(
+          EvalFevalCancel::create(channelPrefix_, yvm_, messageService_, eventManagerConnection_)) {
     if (disconnectHandler) {
         monitor_.emplace(channelPrefix_ + "/connection/stillAlive", messageService_,
                          std::move(disconnectHandler));

@@ -13,6 +13,7 @@
 namespace yvm::JSClient::r24a0 {
 
 class EvalFevalCancel;
+class EventManagerConnection;
 class YVMSink;
 
 /// The services of one client of protocol r24a0. Holds no logic of its own, only the order in which they are
@@ -38,6 +39,7 @@ class AttachedClient final : public AttachedClientInterface {
     const std::shared_ptr<yvm::YVM> yvm_;
     const std::shared_ptr<connector::message_service::MessageService> messageService_;
     const std::shared_ptr<YVMSink> yvmSink_;
+    const std::shared_ptr<EventManagerConnection> eventManagerConnection_;
     const std::shared_ptr<EvalFevalCancel> evalFevalCancel_;
     std::optional<SubscriptionCountMonitor> monitor_;
 };

@@ -6,12 +6,14 @@
 #include "fl/i18n/ustring.hpp"
 #include "foundation/json/toUnsigned64.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
+#include "r24a0/EventManagerConnection.hpp"
 #include "r24a0/readSinkTraits.hpp"
 #include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
 #include "ylutil/io/YLNoOutputStreamBuffer.hpp"
 #include "yvm/Factory.hpp"
 #include "yvm/YVM.hpp"
+#include "yvm/makeTextEventBuffer.hpp"
 
 #include <boost/make_shared.hpp>
 
@@ -239,14 +241,44 @@ void applyStreams(cmddistributor::RunOptions& runOptions, const JsonObject& opti
     }
 }
 
+/// The command's text leaves as events, whatever was chosen for its streams.
+void sendTextAsEvents(cmddistributor::RunOptions& runOptions) {
+    const SinkTraits traits = cmddistributor::RunOptions::getDefaultSinkTraits();
+    runOptions.setOutStream(makeTextEventBuffer(StreamTypeEnum::Output), traits);
+    runOptions.setErrStream(makeTextEventBuffer(StreamTypeEnum::Error), traits);
+    runOptions.removeDefaultCallbacks();
+}
+
+void applyEventConnections(cmddistributor::RunOptions& runOptions, const JsonObject& options,
+                           const std::shared_ptr<EventManagerConnection>& eventConnection) {
+    const auto* value = find(options, "eventConnections");
+    if (value == nullptr) {
+        return;
+    }
+    for (const auto& [requestId, name] : value->get<JsonObject>()) {
+        const auto& eventName = name.get<std::string>();
+        auto handler = eventConnection->makeRunOptionsEventHandler(eventName, requestId);
+        if (!handler) {
+            continue;
+        }
+        std::u16string eventType = fl::i18n::to_ustring(eventName);
+        if (eventType == textEventName) {
+            sendTextAsEvents(runOptions);
+        }
+        runOptions.setCallbackImpl(std::move(handler), std::move(eventType));
+    }
+}
+
 }  // namespace
 
 cmddistributor::RunOptions deserializeRunOptions(
-    const JsonObject& options, const std::shared_ptr<EventManagerConnection>& /*eventConnection*/,
+    const JsonObject& options, const std::shared_ptr<EventManagerConnection>& eventConnection,
     const std::string& requestID, PublishTextCallback publishTextCallback) {
     cmddistributor::RunOptions runOptions;
     applyScheduling(runOptions, options);
     applyStreams(runOptions, options, requestID, std::move(publishTextCallback));
+    // Last, since a handler of the text events overrides the streams.
+    applyEventConnections(runOptions, options, eventConnection);
     return runOptions;
 }
 

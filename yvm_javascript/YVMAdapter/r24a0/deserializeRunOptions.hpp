@@ -26,13 +26,19 @@ using PublishTextCallback = std::function<void(std::string, JsonObject)>;
 /// - `commandWindowRowSize`, `commandWindowColSize`, number: truncated to 64 bits, unchecked.
 /// - `outSinkTraits`, `errSinkTraits`, object: see readSinkTraits.hpp; used by the next two.
 /// - `useNullOutSink`, `useNullErrSink`, boolean: true drops the stream's text, false publishes it.
+/// - `eventConnections`, object: of each member the name is the identifier under which the client gets the
+///   events, and the value, a string, their type. Members are taken in the order of their names. One whose
+///   identifier is in use, or whose type has no converter, is passed over. A connection for
+///   "ylutil::io::TextBaseEvent" overrides the streams and traits above: the text leaves as events only.
 ///
 /// Text goes out as `{"requestID": R, "stream": 0 or 1, "text": "..."}` on "/text/output" or "/text/error",
 /// through `publishTextCallback` on the thread that writes it. `requestID` is the R.
 ///
-/// `eventConnection` is the client's event bridge. It is not read yet and may be null.
+/// `eventConnection` is the client's event bridge, which keeps the identifiers reserved. It is not kept, and
+/// may be null where `eventConnections` is absent or empty.
 ///
-/// Throws `boost::bad_get` when a key has a value of another type than the list says. Starts nothing.
+/// Throws `boost::bad_get` when a key has a value of another type than the list says, and what keeps the
+/// converters' module from starting. Starts nothing else.
 cmddistributor::RunOptions deserializeRunOptions(
     const JsonObject& options, const std::shared_ptr<EventManagerConnection>& eventConnection,
     const std::string& requestID, PublishTextCallback publishTextCallback);

@@ -153,7 +153,8 @@ TEST_F(YVMAdapterTest, TheChannelsOfAClientStandBeforeItsAttachIsAnswered) {
     }
     EXPECT_EQ(order,
               (std::vector<std::string>{
-                  "subscribe to /yvm/a/yvmSinks/request", "subscribe to /yvm/a/cancel/request",
+                  "subscribe to /yvm/a/yvmSinks/request", "subscribe to /yvm/a/subscribeEvent/request",
+                  "subscribe to /yvm/a/disconnectEvent/request", "subscribe to /yvm/a/cancel/request",
                   "subscribe to /yvm/a/cancelGroup/request", "subscribe to /yvm/a/feval/request",
                   "subscribe to /yvm/a/eval/request", "subscribe to /yvm/a/interrupt/request",
                   "New attached client for YVM " + std::to_string(engine->getIdentifier()) + " at /yvm/a",
@@ -172,12 +173,13 @@ TEST_F(YVMAdapterTest, AnAttachedClientCanEvaluate) {
 TEST_F(YVMAdapterTest, TheLivenessChannelOfAnAttachedClientIsLeftAlone) {
     startWithEngine();
     attach(attachMessage("a"));
-    EXPECT_EQ(
-        service->subscriptionLog(),
-        (std::vector<std::string>{"subscribe /yvm/attach/request", "subscribe /yvm/detach/request",
-                                  "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/cancel/request",
-                                  "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
-                                  "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request"}));
+    EXPECT_EQ(service->subscriptionLog(),
+              (std::vector<std::string>{
+                  "subscribe /yvm/attach/request", "subscribe /yvm/detach/request",
+                  "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/subscribeEvent/request",
+                  "subscribe /yvm/a/disconnectEvent/request", "subscribe /yvm/a/cancel/request",
+                  "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
+                  "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request"}));
 }
 
 TEST_F(YVMAdapterTest, AnUnknownVersionHidesNoKnownOne) {
@@ -491,7 +493,8 @@ TEST_F(YVMAdapterTest, DestructionSilencesThePublicChannelsBeforeAnyClientGoes) 
                        "unsubscribe /yvm/detach/request", "unsubscribe /yvm/attach/request",
                        "unsubscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/eval/request",
                        "unsubscribe /yvm/a/feval/request", "unsubscribe /yvm/a/cancelGroup/request",
-                       "unsubscribe /yvm/a/cancel/request", "unsubscribe /yvm/a/yvmSinks/request"}));
+                       "unsubscribe /yvm/a/cancel/request", "unsubscribe /yvm/a/disconnectEvent/request",
+                       "unsubscribe /yvm/a/subscribeEvent/request", "unsubscribe /yvm/a/yvmSinks/request"}));
 }
 
 /// Does what the test says when it is asked who it is, as a client asks that is being built.

@@ -42,6 +42,9 @@ class YVMConnection {
     YVMConnection(const YVMConnection&) = delete;
     YVMConnection& operator=(const YVMConnection&) = delete;
 
+    /// The base channel.
+    const std::string& channel() const noexcept { return parts_->channel; }
+
     /// Ends the subscription ahead of the destructor, and waits as that does. The connection still publishes.
     void unsubscribe();
 

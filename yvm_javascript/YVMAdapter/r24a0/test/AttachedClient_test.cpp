@@ -35,11 +35,12 @@ class AttachedClientTest : public testing::Test {
 
 TEST_F(AttachedClientTest, WithoutAHandlerTheLivenessChannelIsLeftAlone) {
     const auto client = create({});
-    EXPECT_EQ(
-        service->subscriptionLog(),
-        (std::vector<std::string>{"subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/cancel/request",
-                                  "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
-                                  "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request"}));
+    EXPECT_EQ(service->subscriptionLog(),
+              (std::vector<std::string>{
+                  "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/subscribeEvent/request",
+                  "subscribe /yvm/a/disconnectEvent/request", "subscribe /yvm/a/cancel/request",
+                  "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
+                  "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request"}));
 }
 
 TEST_F(AttachedClientTest, AHandlerIsCalledWithTheFullNameOfTheLivenessChannel) {
@@ -53,16 +54,27 @@ TEST_F(AttachedClientTest, AHandlerIsCalledWithTheFullNameOfTheLivenessChannel) 
 
 TEST_F(AttachedClientTest, BuildsTheServicesBeforeTheMonitorAndDestroysItFirst) {
     create([](const std::string&) {}).reset();
-    EXPECT_EQ(
-        service->subscriptionLog(),
-        (std::vector<std::string>{
-            "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/cancel/request",
-            "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
-            "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request", "onSubscribe " + liveness,
-            "onUnsubscribe " + liveness, "endOnUnsubscribe " + liveness, "endOnSubscribe " + liveness,
-            "unsubscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/eval/request",
-            "unsubscribe /yvm/a/feval/request", "unsubscribe /yvm/a/cancelGroup/request",
-            "unsubscribe /yvm/a/cancel/request", "unsubscribe /yvm/a/yvmSinks/request"}));
+    EXPECT_EQ(service->subscriptionLog(),
+              (std::vector<std::string>{"subscribe /yvm/a/yvmSinks/request",
+                                        "subscribe /yvm/a/subscribeEvent/request",
+                                        "subscribe /yvm/a/disconnectEvent/request",
+                                        "subscribe /yvm/a/cancel/request",
+                                        "subscribe /yvm/a/cancelGroup/request",
+                                        "subscribe /yvm/a/feval/request",
+                                        "subscribe /yvm/a/eval/request",
+                                        "subscribe /yvm/a/interrupt/request",
+                                        "onSubscribe " + liveness,
+                                        "onUnsubscribe " + liveness,
+                                        "endOnUnsubscribe " + liveness,
+                                        "endOnSubscribe " + liveness,
+                                        "unsubscribe /yvm/a/interrupt/request",
+                                        "unsubscribe /yvm/a/eval/request",
+                                        "unsubscribe /yvm/a/feval/request",
+                                        "unsubscribe /yvm/a/cancelGroup/request",
+                                        "unsubscribe /yvm/a/cancel/request",
+                                        "unsubscribe /yvm/a/disconnectEvent/request",
+                                        "unsubscribe /yvm/a/subscribeEvent/request",
+                                        "unsubscribe /yvm/a/yvmSinks/request"}));
 }
 
 TEST_F(AttachedClientTest, AFailedStepLeavesNothingBehind) {

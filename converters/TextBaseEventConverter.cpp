@@ -1,0 +1,15 @@
+#include "converters/TextBaseEventConverter.hpp"
+
+#include "fl/i18n/ustring.hpp"
+#include "ylutil/io/TextBaseEvent.hpp"
+
+namespace converters {
+
+std::map<std::string, foundation::json::Value> TextBaseEventConverter::convert(
+    const foundation::msg_svc::eventmgr::BaseEvent& event) const {
+    const auto& text = dynamic_cast<const ylutil::io::TextBaseEvent&>(event);
+    return {{"stream", foundation::json::Value(static_cast<int>(text.stream()))},
+            {"text", fl::i18n::to_string(text.text())}};
+}
+
+}  // namespace converters

@@ -1,0 +1,8 @@
+#include "r24a0/DisconnectRequest.hpp"
+
+namespace yvm::JSClient::r24a0 {
+
+DisconnectRequest::DisconnectRequest(const BaseRequest& request)
+    : BaseRequest(request), requestIDtoDisconnect_(findValue<std::string>("requestIDtoDisconnect")) {}
+
+}  // namespace yvm::JSClient::r24a0

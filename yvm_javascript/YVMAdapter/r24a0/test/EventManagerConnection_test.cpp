@@ -1,0 +1,613 @@
+#include "r24a0/EventManagerConnection.hpp"
+
+#include "cmddistributor/RunOptions.hpp"
+#include "common/test/support.hpp"
+#include "cppmicroservices/Framework.hpp"
+#include "event_json_converter/EventToJsonConverter.hpp"
+#include "foundation/cppmicroservices/framework.hpp"
+#include "r24a0/DisconnectRequest.hpp"
+#include "r24a0/SubscribeRequest.hpp"
+#include "r24a0/YVMSink.hpp"
+#include "r24a0/deserializeRunOptions.hpp"
+#include "r24a0/test/SinksFixture.hpp"
+#include "testing/FakeMessageService.hpp"
+#include "testing/FakeYvm.hpp"
+#include "testing/FrameworkWithFakePool.hpp"
+#include "testing/LogCapture.hpp"
+#include "ylutil/io/TextBaseEvent.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <latch>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace yvm::JSClient::r24a0 {
+namespace {
+
+using event_json_converter::EventToJsonConverter;
+using foundation::json::Value;
+using foundation::msg_svc::eventmgr::BaseEvent;
+using foundation::msg_svc::eventmgr::DeliveryMode;
+using foundation::msg_svc::eventmgr::DerivedEvent;
+using foundation::msg_svc::eventmgr::EventMgr;
+using platform_testing::FakeMessageService;
+using platform_testing::FakeYvm;
+using platform_testing::LogCapture;
+using test::messageOf;
+using test::parseObject;
+using test::statusOf;
+using test::textThrownBy;
+
+const std::string logChannel = "yvm::JSClient::EventManagerConnection";
+const std::string numberEvent = "yvm::JSClient::r24a0::(anonymous namespace)::NumberEvent";
+const std::string promptEvent = "ylutil::prompt::PromptEvent";
+
+class NumberEvent final : public DerivedEvent<NumberEvent> {
+  public:
+    static constexpr bool acceptsUserTags = true;
+
+    explicit NumberEvent(int number) : number_(number) {}
+    int number() const noexcept { return number_; }
+
+  private:
+    int number_;
+};
+
+/// An event whose static tags the test chooses.
+class NamedEvent final : public BaseEvent {
+  public:
+    explicit NamedEvent(std::u16string name)
+        : tags_{u"foundation::msg_svc::eventmgr::BaseEvent", std::move(name)} {}
+    const std::vector<std::u16string>& getStaticTags() const override { return tags_; }
+    bool isKindOf(std::u16string_view name) const override { return name == tags_[0] || name == tags_[1]; }
+
+  private:
+    std::vector<std::u16string> tags_;
+};
+
+class FunctionConverter final : public EventToJsonConverter {
+  public:
+    using Function = std::function<JsonObject(const BaseEvent&)>;
+
+    explicit FunctionConverter(Function function) : function_(std::move(function)) {}
+    JsonObject convert(const BaseEvent& event) const override { return function_(event); }
+
+  private:
+    const Function function_;
+};
+
+JsonObject tellNumber(const BaseEvent& event) {
+    return {{"number", Value(dynamic_cast<const NumberEvent&>(event).number())}};
+}
+
+class EventManagerConnectionTest : public testing::Test {
+  protected:
+    ~EventManagerConnectionTest() override { connection.reset(); }
+
+    void create() { connection = EventManagerConnection::create("/yvm/a", eventMgr, service, nullptr); }
+
+    void registerConverter(const std::string& tag, FunctionConverter::Function function) {
+        registered.framework().GetBundleContext().RegisterService<EventToJsonConverter>(
+            std::make_shared<FunctionConverter>(std::move(function)), {{"eventTag", Value(tag)}});
+    }
+
+    void subscribe(const std::string& requestID, const std::string& eventName) {
+        service->deliver("/yvm/a/subscribeEvent/request",
+                         R"({"requestID":")" + requestID + R"(","eventName":")" + eventName + R"("})");
+    }
+    void disconnect(const std::string& requestID, const std::string& requestIDtoDisconnect) {
+        service->deliver("/yvm/a/disconnectEvent/request", R"({"requestID":")" + requestID +
+                                                               R"(","requestIDtoDisconnect":")" +
+                                                               requestIDtoDisconnect + R"("})");
+    }
+    void fire(int number) const {
+        eventMgr->deliver(std::make_shared<NumberEvent>(number), DeliveryMode::synchronous);
+    }
+
+    Value lastAnswer(const std::string& channel) const {
+        const auto answers = service->publicationsOn("/yvm/a/" + channel + "/response");
+        if (answers.empty()) {
+            throw std::runtime_error("there was no answer on " + channel);
+        }
+        return answers.back().json();
+    }
+    std::vector<std::string> firedTexts() const {
+        std::vector<std::string> texts;
+        for (const auto& publication : service->publicationsOn("/yvm/a/event/fireEvent")) {
+            texts.push_back(publication.text);
+        }
+        return texts;
+    }
+    static std::string fired(const std::string& requestID, int number) {
+        return R"({"eventData":{"number":)" + std::to_string(number) + R"(},"requestID":")" + requestID +
+               R"("})";
+    }
+    static std::string success(const std::string& requestID) {
+        return R"({"requestID":")" + requestID + R"("})";
+    }
+
+    const FeatureSwitches features;
+    platform_testing::FrameworkWithFakePool registered;
+    const std::shared_ptr<FakeMessageService> service = FakeMessageService::create();
+    const boost::shared_ptr<EventMgr> eventMgr = EventMgr::create();
+    std::shared_ptr<EventManagerConnection> connection;
+};
+
+TEST(EventRequests, ReadTheirKey) {
+    const BaseRequest base(std::string(R"({"requestID":"1","eventName":"e","requestIDtoDisconnect":"2"})"));
+    EXPECT_EQ(SubscribeRequest(base).getEventName(), "e");
+    EXPECT_EQ(SubscribeRequest(base).getRequestID(), "1");
+    EXPECT_EQ(DisconnectRequest(base).getRequestIDtoDisconnect(), "2");
+    EXPECT_EQ(DisconnectRequest(base).getRequestID(), "1");
+}
+
+TEST(EventRequests, AMissingOrMistypedKeyThrows) {
+    const BaseRequest empty(std::string(R"({"requestID":"1"})"));
+    const std::string rest = " is missing from {\n  \"requestID\": \"1\"\n}";
+    EXPECT_EQ(textThrownBy<std::runtime_error>([&] { SubscribeRequest{empty}; }), "key: eventName" + rest);
+    EXPECT_EQ(textThrownBy<std::runtime_error>([&] { DisconnectRequest{empty}; }),
+              "key: requestIDtoDisconnect" + rest);
+    const BaseRequest mistyped(
+        std::string(R"({"requestID":"1","eventName":5,"requestIDtoDisconnect":null})"));
+    EXPECT_EQ(textThrownBy<std::runtime_error>([&] { SubscribeRequest{mistyped}; }),
+              "invalid conversion: double to string");
+    EXPECT_EQ(textThrownBy<std::runtime_error>([&] { DisconnectRequest{mistyped}; }),
+              "invalid conversion: null to string");
+}
+
+TEST_F(EventManagerConnectionTest, SubscribesTwoChannelsInOrderAndOnlyPublishesOnTheThird) {
+    create();
+    EXPECT_EQ(service->subscriptionLog(),
+              (std::vector<std::string>{"subscribe /yvm/a/subscribeEvent/request",
+                                        "subscribe /yvm/a/disconnectEvent/request"}));
+    connection.reset();
+    EXPECT_EQ(service->subscriberCount(), 0U);
+}
+
+TEST_F(EventManagerConnectionTest, ASubscriptionBringsEveryEventUnderItsIdentifier) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    const LogCapture log;
+    subscribe("s", numberEvent);
+    EXPECT_EQ(service->publicationsOn("/yvm/a/subscribeEvent/response").back().text, success("s"));
+    EXPECT_EQ(log.texts(logChannel, 2),
+              std::vector<std::string>{" eventName=" + numberEvent + " requestId=s"});
+    EXPECT_EQ(log.texts(logChannel, 8),
+              (std::vector<std::string>{"connect for connectionId /yvm/a/subscribeEvent requestId s",
+                                        "Subscribed to " + numberEvent + " on s"}));
+    fire(1);
+    fire(2);
+    EXPECT_EQ(firedTexts(), (std::vector<std::string>{fired("s", 1), fired("s", 2)}));
+    EXPECT_EQ(log.count(logChannel, 8, "inside event callback for " + numberEvent + " for s"), 2U);
+}
+
+TEST_F(EventManagerConnectionTest, OtherEventsDoNotComeAndUserTagsDo) {
+    registerConverter("my tag", [](const BaseEvent&) { return JsonObject{{"tagged", Value(true)}}; });
+    create();
+    subscribe("s", "my tag");
+    fire(1);
+    EXPECT_TRUE(firedTexts().empty());
+    const auto event = std::make_shared<NumberEvent>(1);
+    event->addUserTags(std::vector<std::u16string>{u"my tag"});
+    eventMgr->deliver(event, DeliveryMode::synchronous);
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{R"({"eventData":{"tagged":true},"requestID":"s"})"});
+}
+
+TEST_F(EventManagerConnectionTest, ANameWithoutAConverterIsRefused) {
+    create();
+    const LogCapture log;
+    subscribe("s", "nobody::Knows");
+    EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "No converter for nobody::Knows");
+    EXPECT_EQ(statusOf(lastAnswer("subscribeEvent")), 5);
+    EXPECT_TRUE(log.contains(logChannel, 8, "Could not find converter for nobody::Knows"));
+    disconnect("d", "s");
+    EXPECT_EQ(messageOf(lastAnswer("disconnectEvent")), "No subscription for s") << "the table stayed empty";
+}
+
+TEST_F(EventManagerConnectionTest, NamesThatMeanSomethingInFiltersAreJustNames) {
+    registerConverter(numberEvent, tellNumber);
+    registerConverter("(a)*\\\\", tellNumber);
+    create();
+    for (const char* name : {"*", "(", ")", "(|(a=b))", "\\\\", "", "a)(b"}) {
+        subscribe("s", name);
+        EXPECT_TRUE(messageOf(lastAnswer("subscribeEvent")).starts_with("No converter for ")) << name;
+    }
+    subscribe("t", R"((a)*\\\\)");
+    EXPECT_EQ(lastAnswer("subscribeEvent"), Value(JsonObject{{"requestID", "t"}}));
+}
+
+TEST_F(EventManagerConnectionTest, AnEncodedNameFindsTheConverterAndItselfStaysTheTag) {
+    registerConverter("sample::Event", tellNumber);
+    create();
+    subscribe("s", "class sample::Event");
+    EXPECT_EQ(lastAnswer("subscribeEvent"), Value(JsonObject{{"requestID", "s"}}));
+    EXPECT_EQ(eventMgr->subscriptionCount(u"class sample::Event"), 1U);
+    EXPECT_EQ(eventMgr->subscriptionCount(u"sample::Event"), 0U);
+}
+
+TEST_F(EventManagerConnectionTest, OfTwoConvertersTheFirstServes) {
+    registerConverter(numberEvent, tellNumber);
+    int asked = 0;
+    registerConverter(numberEvent, [&asked](const BaseEvent&) {
+        ++asked;
+        return JsonObject();
+    });
+    create();
+    subscribe("s", numberEvent);
+    fire(1);
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("s", 1)});
+    EXPECT_EQ(asked, 0);
+}
+
+TEST_F(EventManagerConnectionTest, WithoutAFrameworkThereIsNoConverter) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    subscribe("first", numberEvent);
+    foundation::cppmicroservices::setFramework(nullptr);
+    subscribe("s", numberEvent);
+    EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "No converter for " + numberEvent);
+}
+
+TEST_F(EventManagerConnectionTest, WithoutAConnectionThereIsNoSubscription) {
+    registerConverter(numberEvent, tellNumber);
+    connection = EventManagerConnection::create("/yvm/a", nullptr, service, nullptr);
+    subscribe("s", numberEvent);
+    EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "Unable to subscribe to " + numberEvent);
+    EXPECT_EQ(statusOf(lastAnswer("subscribeEvent")), 5);
+    disconnect("d", "s");
+    EXPECT_EQ(messageOf(lastAnswer("disconnectEvent")), "No subscription for s");
+}
+
+TEST_F(EventManagerConnectionTest, AMissingKeyIsAnsweredByTheChannel) {
+    create();
+    service->deliver("/yvm/a/subscribeEvent/request", R"({"requestID":"s"})");
+    EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")),
+              "key: eventName is missing from {\n  \"requestID\": \"s\"\n}");
+    service->deliver("/yvm/a/disconnectEvent/request", R"({"requestID":"d"})");
+    EXPECT_EQ(messageOf(lastAnswer("disconnectEvent")),
+              "key: requestIDtoDisconnect is missing from {\n  \"requestID\": \"d\"\n}");
+}
+
+TEST_F(EventManagerConnectionTest, AnIdentifierInUseIsRefusedAndYetTheNewSubscriptionLives) {
+    registerConverter(numberEvent, tellNumber);
+    registerConverter("other", [](const BaseEvent&) { return JsonObject{{"other", Value(true)}}; });
+    create();
+    subscribe("s", numberEvent);
+    const LogCapture log;
+    subscribe("s", "other");
+    EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "Unable to emplaceConnection for other");
+    EXPECT_EQ(statusOf(lastAnswer("subscribeEvent")), 5);
+    EXPECT_FALSE(log.contains(logChannel, 8, "Subscribed to other on s"));
+    fire(1);
+    EXPECT_TRUE(firedTexts().empty()) << "the table holds the new subscription, and the old one has ended";
+    eventMgr->deliver(std::make_shared<NamedEvent>(u"other"), DeliveryMode::synchronous);
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{R"({"eventData":{"other":true},"requestID":"s"})"});
+    disconnect("d", "s");
+    EXPECT_EQ(eventMgr->subscriptionCount(u"other"), 0U);
+}
+
+TEST_F(EventManagerConnectionTest, ADisconnectEndsTheSubscriptionOnce) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    subscribe("s", numberEvent);
+    const LogCapture log;
+    disconnect("d", "s");
+    EXPECT_EQ(service->publicationsOn("/yvm/a/disconnectEvent/response").back().text, success("d"));
+    EXPECT_TRUE(log.contains(logChannel, 8, "disconnect for s"));
+    fire(1);
+    EXPECT_TRUE(firedTexts().empty());
+    disconnect("e", "s");
+    EXPECT_EQ(messageOf(lastAnswer("disconnectEvent")), "No subscription for s");
+    EXPECT_EQ(statusOf(lastAnswer("disconnectEvent")), 5);
+    subscribe("s", numberEvent);
+    EXPECT_EQ(lastAnswer("subscribeEvent"), Value(JsonObject{{"requestID", "s"}}))
+        << "the identifier is free";
+}
+
+TEST_F(EventManagerConnectionTest, AConverterThatThrowsCostsThatEventAlone) {
+    registerConverter(numberEvent, [](const BaseEvent& event) {
+        if (dynamic_cast<const NumberEvent&>(event).number() == 1) {
+            throw std::runtime_error("no words");
+        }
+        return tellNumber(event);
+    });
+    create();
+    subscribe("s", numberEvent);
+    const LogCapture log;
+    fire(1);
+    fire(2);
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("s", 2)});
+    EXPECT_EQ(log.texts("foundation::msg_svc::eventmgr", 16).size(), 1U);
+}
+
+TEST_F(EventManagerConnectionTest, APublishThatThrowsCostsThatEventAlone) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    subscribe("s", numberEvent);
+    service->failNextPublish(FakeMessageService::Failure::thrown);
+    fire(1);
+    fire(2);
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("s", 2)});
+}
+
+TEST_F(EventManagerConnectionTest, AnEventBehindTheEndOfTheClientIsDropped) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    const auto handler = connection->makeEventHandler(numberEvent, "r");
+    connection.reset();
+    const LogCapture log;
+    handler(NumberEvent(1));
+    EXPECT_TRUE(firedTexts().empty());
+    EXPECT_TRUE(log.contains(logChannel, 8, "inside event callback for " + numberEvent + " for r"));
+}
+
+TEST_F(EventManagerConnectionTest, TheEndOfTheClientEndsItsSubscriptions) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    subscribe("s", numberEvent);
+    EXPECT_EQ(eventMgr->subscriptionCount(std::u16string(numberEvent.begin(), numberEvent.end())), 1U);
+    connection.reset();
+    EXPECT_EQ(eventMgr->subscriptionCount(std::u16string(numberEvent.begin(), numberEvent.end())), 0U);
+}
+
+TEST_F(EventManagerConnectionTest, AnEventMayDropTheLastReference) {
+    registerConverter(numberEvent, [this](const BaseEvent& event) {
+        connection.reset();
+        return tellNumber(event);
+    });
+    create();
+    subscribe("s", numberEvent);
+    fire(1);
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("s", 1)});
+    EXPECT_EQ(service->subscriberCount(), 0U);
+}
+
+TEST_F(EventManagerConnectionTest, AnEventFiredInsideAHandlerArrives) {
+    registerConverter(numberEvent, [this](const BaseEvent& event) {
+        if (dynamic_cast<const NumberEvent&>(event).number() == 1) {
+            fire(2);
+        }
+        return tellNumber(event);
+    });
+    create();
+    subscribe("s", numberEvent);
+    fire(1);
+    EXPECT_EQ(firedTexts(), (std::vector<std::string>{fired("s", 2), fired("s", 1)}));
+}
+
+TEST_F(EventManagerConnectionTest, ARunOptionsHandlerReservesItsIdentifier) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    const auto handler = connection->makeRunOptionsEventHandler(numberEvent, "r");
+    ASSERT_TRUE(handler);
+    const LogCapture log;
+    EXPECT_FALSE(connection->makeRunOptionsEventHandler(numberEvent, "r"));
+    EXPECT_TRUE(log.contains(logChannel, 8, "Unable to emplaceConnection for r"));
+    EXPECT_TRUE(service->publications().empty()) << "nothing reaches the client on this path";
+    handler(NumberEvent(7));
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("r", 7)});
+
+    disconnect("d", "r");
+    EXPECT_EQ(lastAnswer("disconnectEvent"), Value(JsonObject{{"requestID", "d"}}));
+    handler(NumberEvent(8));
+    EXPECT_EQ(firedTexts().back(), fired("r", 8)) << "the handler lives in the run options";
+    EXPECT_TRUE(connection->makeRunOptionsEventHandler(numberEvent, "r")) << "the identifier is free";
+}
+
+TEST_F(EventManagerConnectionTest, ARunOptionsHandlerReservesEvenWithoutAConverter) {
+    create();
+    EXPECT_FALSE(connection->makeRunOptionsEventHandler("nobody::Knows", "r"));
+    disconnect("d", "r");
+    EXPECT_EQ(lastAnswer("disconnectEvent"), Value(JsonObject{{"requestID", "d"}}));
+}
+
+TEST_F(EventManagerConnectionTest, ARunOptionsHandlerUnderASubscriptionsIdentifierEndsThatSubscription) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    subscribe("s", numberEvent);
+    EXPECT_FALSE(connection->makeRunOptionsEventHandler(numberEvent, "s"));
+    fire(1);
+    EXPECT_TRUE(firedTexts().empty());
+    disconnect("d", "s");
+    EXPECT_EQ(lastAnswer("disconnectEvent"), Value(JsonObject{{"requestID", "d"}})) << "the entry stands";
+}
+
+TEST_F(EventManagerConnectionTest, ALostDisconnectChannelEndsAllSubscriptionsAndOthersNone) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    subscribe("s", numberEvent);
+    connection->makeRunOptionsEventHandler(numberEvent, "r");
+    for (const char* channel : {"", "disconnectEven", "/yvm/a/subscribeEvent/response", "disconnect/Event"}) {
+        connection->handleDisconnect(channel);
+    }
+    fire(1);
+    EXPECT_EQ(firedTexts().size(), 1U);
+
+    const LogCapture log;
+    connection->handleDisconnect("/yvm/zz/disconnectEvent/response");
+    EXPECT_TRUE(log.contains(
+        logChannel, 8,
+        "Lost connection to /yvm/zz/disconnectEvent/response. Removing 2 related event subscriptions"));
+    fire(2);
+    EXPECT_EQ(firedTexts().size(), 1U);
+    connection->handleDisconnect("disconnectEvent");
+    EXPECT_TRUE(log.contains(logChannel, 8,
+                             "Lost connection to disconnectEvent. Removing 0 related event subscriptions"));
+}
+
+/// With a sink of the client that holds text back.
+class EventAndTextTest : public EventManagerConnectionTest {
+  protected:
+    EventAndTextTest() {
+        registerConverter(promptEvent, [](const BaseEvent&) { return JsonObject(); });
+        registerConverter("other::Event", [](const BaseEvent&) { return JsonObject(); });
+        connection = EventManagerConnection::create("/yvm/a", eventMgr, service, sink);
+        subscribe("p", promptEvent);
+        subscribe("o", "other::Event");
+        service->deliver("/yvm/a/yvmSinks/request", R"({"requestID":"i"})");
+        service->clearPublications();
+    }
+
+    void write(std::u16string_view text) const {
+        engine->outSink()->buffer().sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    }
+    void fireNamed(std::u16string name) const {
+        eventMgr->deliver(std::make_shared<NamedEvent>(std::move(name)), DeliveryMode::synchronous);
+    }
+    std::vector<std::string> channels() const {
+        std::vector<std::string> names;
+        for (const auto& publication : service->publications()) {
+            names.push_back(publication.channel);
+        }
+        return names;
+    }
+
+    const std::shared_ptr<FakeYvm> engine = FakeYvm::create();
+    const std::shared_ptr<YVMSink> sink = YVMSink::create("/yvm/a", engine, service);
+};
+
+TEST_F(EventAndTextTest, TextLeavesBeforeAnEventOfTheFlushSet) {
+    write(u"before");
+    fireNamed(u"ylutil::prompt::PromptEvent");
+    EXPECT_EQ(channels(), (std::vector<std::string>{"/yvm/a/yvmSinks/output", "/yvm/a/event/fireEvent"}));
+}
+
+TEST_F(EventAndTextTest, AnotherEventOvertakesText) {
+    write(u"behind");
+    fireNamed(u"other::Event");
+    EXPECT_EQ(channels(), std::vector<std::string>{"/yvm/a/event/fireEvent"});
+}
+
+TEST_F(EventAndTextTest, WithTheFeatureOffNothingIsFlushed) {
+    write(u"queued");
+    foundation::feature::IFeature::instance().set("webui", false);
+    fireNamed(u"ylutil::prompt::PromptEvent");
+    EXPECT_EQ(channels(), std::vector<std::string>{"/yvm/a/event/fireEvent"});
+}
+
+class EventConnectionsOptionTest : public EventManagerConnectionTest {
+  protected:
+    EventConnectionsOptionTest() {
+        registerConverter(numberEvent, tellNumber);
+        registerConverter(textType(), [](const BaseEvent& event) {
+            const auto& text = dynamic_cast<const ylutil::io::TextBaseEvent&>(event);
+            return JsonObject{{"units", Value(static_cast<int>(text.text().size()))}};
+        });
+        create();
+    }
+
+    cmddistributor::RunOptions read(const std::string& text) {
+        return deserializeRunOptions(parseObject(text), connection, "7", [](std::string, JsonObject) {});
+    }
+    static bool has(const cmddistributor::RunOptions& options, const std::string& name) {
+        return options.getCallbacks().contains(std::u16string(name.begin(), name.end()));
+    }
+    static std::string textType() { return "ylutil::io::TextBaseEvent"; }
+};
+
+TEST_F(EventConnectionsOptionTest, EachMemberConnectsAnEventUnderItsIdentifier) {
+    const auto options = read(R"({"eventConnections":{"x":")" + numberEvent + R"("}})");
+    ASSERT_TRUE(has(options, numberEvent));
+    options.getCallbacks().at(std::u16string(numberEvent.begin(), numberEvent.end()))(NumberEvent(3));
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("x", 3)});
+    EXPECT_TRUE(options.hasDefaultCallbacks());
+    EXPECT_EQ(options.getOutSink(), nullptr);
+}
+
+TEST_F(EventConnectionsOptionTest, MembersAreTakenInTheOrderOfTheirNames) {
+    const auto options =
+        read(R"({"eventConnections":{"b":")" + numberEvent + R"(","a":")" + numberEvent + R"("}})");
+    options.getCallbacks().at(std::u16string(numberEvent.begin(), numberEvent.end()))(NumberEvent(3));
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("b", 3)}) << "the later replaces the earlier";
+}
+
+TEST_F(EventConnectionsOptionTest, AnIdentifierInUseAndAnUnknownEventArePassedOver) {
+    read(R"({"eventConnections":{"x":")" + numberEvent + R"("}})");
+    const auto options = read(R"({"eventConnections":{"x":")" + numberEvent + R"(","y":"nobody::Knows"}})");
+    EXPECT_TRUE(options.getCallbacks().empty());
+}
+
+TEST_F(EventConnectionsOptionTest, AMistypedValueThrows) {
+    for (const char* text : {R"({"eventConnections":[]})", R"({"eventConnections":null})",
+                             R"({"eventConnections":{"x":5}})", R"({"eventConnections":{"x":null}})"}) {
+        EXPECT_EQ(textThrownBy<boost::bad_get>([&] { read(text); }),
+                  "boost::bad_get: failed value get using boost::get")
+            << text;
+    }
+}
+
+TEST_F(EventConnectionsOptionTest, AnEmptyObjectConnectsNothing) {
+    EXPECT_TRUE(read(R"({"eventConnections":{}})").getCallbacks().empty());
+}
+
+TEST_F(EventConnectionsOptionTest, AConnectionForTextOverridesStreamsTraitsAndTextCallback) {
+    const auto options =
+        read(R"({"outSinkTraits":{"useEcho":true},"useNullOutSink":false,"useNullErrSink":true,)"
+             R"("eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
+    const auto defaults = cmddistributor::RunOptions::getDefaultSinkTraits();
+    ASSERT_NE(options.getOutSink(), nullptr);
+    ASSERT_NE(options.getErrSink(), nullptr);
+    EXPECT_EQ(options.getOutSink()->traits(), defaults);
+    EXPECT_EQ(options.getErrSink()->traits(), defaults);
+    EXPECT_FALSE(options.hasDefaultCallbacks());
+    EXPECT_EQ(options.getCallbacks().size(), 1U);
+
+    options.getCallbacks().at(u"ylutil::io::TextBaseEvent")(ylutil::io::TextBaseEvent(
+        ylutil::io::TextBaseEvent::IDType(), ylutil::io::StreamTypeEnum::Error, u"oh"));
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{R"({"eventData":{"units":2},"requestID":"t"})"});
+}
+
+TEST_F(EventConnectionsOptionTest, AConnectionForTextThatIsPassedOverLeavesTheStreams) {
+    read(R"({"eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
+    const auto options =
+        read(R"({"useNullOutSink":false,"eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
+    EXPECT_TRUE(has(options, textType()));
+    EXPECT_TRUE(options.hasDefaultCallbacks());
+    EXPECT_EQ(options.getErrSink(), nullptr);
+}
+
+TEST_F(EventManagerConnectionTest, SubscribersComeAndGoWhileEventsAreFired) {
+    registerConverter(numberEvent, tellNumber);
+    create();
+    std::atomic<bool> done{false};
+    std::latch firing(2);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            fire(0);
+            firing.count_down();
+            while (!done) {
+                fire(0);
+            }
+        });
+    }
+    firing.wait();
+    for (int i = 0; i < 200; ++i) {
+        const std::string id = std::to_string(i % 3);
+        subscribe(id, numberEvent);
+        connection->makeRunOptionsEventHandler(numberEvent, "r" + std::to_string(i));
+        disconnect("d", id);
+        if (i % 20 == 0) {
+            service->clearPublications();
+            create();
+        }
+    }
+    connection.reset();
+    done = true;
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    service->clearPublications();
+    fire(1);
+    EXPECT_TRUE(firedTexts().empty());
+}
+
+}  // namespace
+}  // namespace yvm::JSClient::r24a0

@@ -1,0 +1,104 @@
+// The start of the converters' module happens once in a process, so this program has one test, which tells
+// the story of one process.
+
+#include "fl/filesystem/installation_root.hpp"
+#include "foundation/cppmicroservices/framework.hpp"
+#include "foundation/msg_svc/eventmgr/EventMgr.hpp"
+#include "r24a0/EventManagerConnection.hpp"
+#include "testing/FakeMessageService.hpp"
+#include "testing/FrameworkWithFakePool.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace yvm::JSClient::r24a0 {
+namespace {
+
+namespace fs = std::filesystem;
+using platform_testing::FakeMessageService;
+
+const std::string textEvent = "ylutil::io::TextBaseEvent";
+
+/// An installation that has no converters until they are put there.
+class Installation {
+  public:
+    Installation() : root_(fs::temp_directory_path() / ("converters_test." + std::to_string(::getpid()))) {
+        fs::create_directories(module().parent_path());
+        fl::filesystem::setInstallationRoot(root_);
+    }
+    ~Installation() {
+        fl::filesystem::setInstallationRoot(builtRoot_);
+        fs::remove_all(root_);
+    }
+    Installation(const Installation&) = delete;
+    Installation& operator=(const Installation&) = delete;
+
+    void putConverters() const { fs::copy_file(builtRoot_ / moduleName(), module()); }
+    void takeConvertersAway() const { fs::remove(module()); }
+    fs::path module() const { return root_ / moduleName(); }
+
+  private:
+    static fs::path moduleName() { return "bin/win64/json_event_converter.so"; }
+
+    const fs::path builtRoot_ = fl::filesystem::installationRoot();
+    const fs::path root_;
+};
+
+std::string answerTo(FakeMessageService& service, const std::string& requestID,
+                     const std::string& eventName) {
+    service.deliver("/yvm/a/subscribeEvent/request",
+                    R"({"requestID":")" + requestID + R"(","eventName":")" + eventName + R"("})");
+    return service.publicationsOn("/yvm/a/subscribeEvent/response").back().text;
+}
+
+TEST(StartOfConverters, IsTriedByEachLookUpUntilItSucceedsAndNeverAgain) {
+    platform_testing::FrameworkWithFakePool host;
+    const Installation installation;
+    const auto service = FakeMessageService::create();
+    const auto connection = EventManagerConnection::create(
+        "/yvm/a", foundation::msg_svc::eventmgr::EventMgr::create(), service, nullptr);
+
+    for (const char* id : {"1", "2"}) {
+        const std::string answer = answerTo(*service, id, textEvent);
+        EXPECT_NE(
+            answer.find("cannot install the bundle '" +
+                        installation.module().string().substr(0, installation.module().string().size() - 3)),
+            std::string::npos)
+            << answer;
+    }
+    EXPECT_ANY_THROW(connection->makeRunOptionsEventHandler(textEvent, "r"));
+
+    installation.putConverters();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&connection, i] {
+            EXPECT_TRUE(connection->makeEventHandler(textEvent, "concurrent" + std::to_string(i)));
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(answerTo(*service, "3", textEvent), R"({"requestID":"3"})");
+    EXPECT_EQ(host.framework().GetBundleContext().GetBundles().size(), 1U);
+
+    // Whatever becomes of the file: it is not looked for again, and an unknown name is an ordinary answer.
+    installation.takeConvertersAway();
+    EXPECT_EQ(answerTo(*service, "4", textEvent), R"({"requestID":"4"})");
+    EXPECT_NE(answerTo(*service, "5", "nobody::Knows").find("No converter for nobody::Knows"),
+              std::string::npos);
+
+    // Two look-ups give owners of their own: the end of one handler is not that of the other's converter.
+    auto first = connection->makeEventHandler(textEvent, "f");
+    auto second = connection->makeEventHandler(textEvent, "s");
+    first.clear();
+    EXPECT_TRUE(second);
+}
+
+}  // namespace
+}  // namespace yvm::JSClient::r24a0
