@@ -553,13 +553,14 @@ TEST_F(YVMSinkTest, WriterTimerEventsAndRequestsMayMeet) {
     for (const auto& message : sent()) {
         all += message.text;
     }
+    // A publisher that is replaced while it sends may do so beside its successor: there is an order in the
+    // text of each, and none between the two.
     std::istringstream lines(all);
-    int last = -1;
+    std::set<int> seen;
     for (int n = 0; lines >> n;) {
-        EXPECT_GT(n, last);
-        last = n;
+        EXPECT_TRUE(seen.insert(n).second) << n << " came twice";
     }
-    EXPECT_GE(last, 0);
+    EXPECT_FALSE(seen.empty());
 }
 
 }  // namespace
