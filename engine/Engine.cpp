@@ -106,7 +106,7 @@ class Engine::Parts {
     /// Text events that nobody takes are shown where text goes that no stream of a command takes.
     void showText(const BaseEvent& event) {
         const auto& text = dynamic_cast<const ylutil::io::TextBaseEvent&>(event);
-        thread.defaultOutput().write(text.stream(), text.text());
+        thread.output().writeToDefaults(text.stream(), text.text());
     }
 
     EngineThread thread;
@@ -139,9 +139,17 @@ std::shared_ptr<Engine> Engine::start(const EngineOptions& options) {
         std::filesystem::current_path(*options.workingFolder);
     }
     parts->startCopyingText();
+    if (options.captureDescriptors) {
+        parts->thread.output().captureDescriptors();
+    }
     auto ready = parts->ready.get_future();
     startThread([venv, startupFile] { parts->thread.run(venv, startupFile, parts->ready, parts->ended); });
-    ready.get();
+    try {
+        ready.get();
+    } catch (...) {
+        parts->thread.output().releaseDescriptors();
+        throw;
+    }
     std::shared_ptr<Engine> engine(new Engine(*parts));
     Factory::setCurrentLocalYVM(engine);
     return engine;
@@ -168,6 +176,7 @@ void Engine::stop(std::chrono::milliseconds bound) {
     } while (parts_.hasEnded.wait_until(std::min(deadline, EngineThread::Clock::now() + interruptAgain)) !=
                  std::future_status::ready &&
              EngineThread::Clock::now() < deadline);
+    parts_.thread.output().releaseDescriptors();
 }
 
 std::uint64_t Engine::getIdentifier() const {

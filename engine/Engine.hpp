@@ -31,6 +31,11 @@ struct EngineOptions {
     /// engine's thread, commands run meanwhile that may run in a pause, and an interrupt ends the wait. Text
     /// for the console waits for nobody. Default: nobody is held back.
     std::shared_ptr<OutputGate> outputGate;
+    /// Whether text that C and C++ code, programs and forked children write to the descriptors 1 and 2 of the
+    /// process is text of the command that a prompt runs, else of the client-wide sinks or the console. The
+    /// console, and a log, must then keep duplicates of their own, made before the start. The originals are
+    /// back after `stop`. Default: it goes where it always went.
+    bool captureDescriptors = false;
     /// Told of each command that has ended, and of its times; see there for the threads. Called also after
     /// `stop`, by a command that did not end within its bound. Default: nobody.
     cmddistributor::CommandObserver commandEnded;

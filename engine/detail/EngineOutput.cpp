@@ -77,6 +77,47 @@ void EngineOutput::write(Stream stream, py::handle text) {
     }
 }
 
+void EngineOutput::captureDescriptors() {
+    capture_ = std::make_unique<DescriptorCapture>(
+        [this](Stream stream, std::u16string_view text) { receive(stream, text); });
+}
+
+void EngineOutput::releaseDescriptors() {
+    if (capture_ != nullptr) {
+        capture_->stop();
+    }
+}
+
+void EngineOutput::drainDescriptors() {
+    if (capture_ != nullptr && !ForkedChild::isThis()) {
+        capture_->drainToTheEnd();
+    }
+}
+
+void EngineOutput::receive(Stream stream, std::u16string_view text) {
+    const auto command = host_.commandOfPrompt();
+    std::optional<CommandScope> scope;
+    if (command != nullptr) {
+        scope.emplace(command);
+    }
+    OutputStreams& output = command != nullptr ? command->output() : defaults_;
+    if (text.empty()) {
+        output.flush(stream);
+        return;
+    }
+    output.write(stream, text);
+    if (const auto way = wayTo(output.sinkOf(stream)->destination())) {
+        gate_.hasWritten(*way, idOfThisThread(), text.size());
+    }
+}
+
+void EngineOutput::writeToDefaults(Stream stream, std::u16string_view text) {
+    if (defaults_.write(stream, text) != TextSink::Due::Never &&
+        pending_.add(defaults_.sinkOf(stream), idOfThisThread()) && !host_.isEngineThread()) {
+        host_.wake();
+    }
+}
+
 void EngineOutput::flush(Stream stream) {
     const WithoutGil released;
     ofThisThread().flush(stream);

@@ -2,6 +2,7 @@
 
 #include "engine/detail/Command.hpp"
 #include "engine/detail/ConsoleBuffer.hpp"
+#include "engine/detail/DescriptorCapture.hpp"
 #include "engine/detail/GatedWriters.hpp"
 #include "engine/detail/PendingText.hpp"
 #include "yvm/YVM.hpp"
@@ -27,6 +28,8 @@ class OutputHost {
     /// Engine thread, without the GIL: waits until the command that runs may write, and runs others
     /// meanwhile. False when an interrupt broke the wait off.
     virtual bool waitUntilMayWrite(OutputGate::Way way, const OutputGate::IDType& command) = 0;
+    /// The innermost command that a prompt took, or null. Any thread.
+    virtual std::shared_ptr<Command> commandOfPrompt() const = 0;
     /// Engine thread, with the GIL held: raises the interrupt of the running command if one is due, as
     /// `pybind11::error_already_set`.
     virtual void raiseInterruptOfWriter() = 0;
@@ -55,6 +58,9 @@ class EngineOutput {
     /// Brings out the text that no command's own stream takes. Without the GIL.
     void synchroniseDefaults() { defaults_.synchroniseAll(); }
 
+    /// Text that the engine shows by itself, and holds nobody back for. Without the GIL.
+    void writeToDefaults(Stream stream, std::u16string_view text);
+
     /// Those that the calling thread writes to.
     OutputStreams& ofThisThread() noexcept;
 
@@ -65,10 +71,21 @@ class EngineOutput {
     void write(Stream stream, pybind11::handle text);
     void flush(Stream stream);
 
+    /// From now on, until `releaseDescriptors`, what is written to the descriptors 1 and 2 of the process is
+    /// text of the engine. Throws `std::system_error`.
+    void captureDescriptors();
+    void releaseDescriptors();
+    /// Brings what was written there to the streams of the command that a prompt runs, which is to end.
+    /// Without the GIL.
+    void drainDescriptors();
+
     PendingText& pending() noexcept { return pending_; }
     GatedWriters& gate() noexcept { return gate_; }
 
   private:
+    /// On the capture's thread, or that of whoever drains. Text of descriptors waits for no reader: who wrote
+    /// it could not be held back.
+    void receive(Stream stream, std::u16string_view text);
     /// Without the GIL. Throws Python's exception.
     TextSink::Due writePiece(Stream stream, std::u16string_view piece);
     /// False when an interrupt broke the wait off.
@@ -80,6 +97,8 @@ class EngineOutput {
     const YVM::Sink consoleOut_;
     const YVM::Sink consoleErr_;
     OutputStreams defaults_;
+    /// Constant between start and end of the engine.
+    std::unique_ptr<DescriptorCapture> capture_;
     PendingText pending_;
     GatedWriters gate_;
     /// Of the engine thread, with the GIL held.

@@ -421,6 +421,13 @@ bool EngineThread::mayServeWhileWriting() const {
     return !isInImport(py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(PyEval_GetFrame())));
 }
 
+std::shared_ptr<Command> EngineThread::commandOfPrompt() const {
+    const std::lock_guard lock(framesMutex_);
+    const auto frame = std::find_if(frames_.rbegin(), frames_.rend(),
+                                    [](const auto& candidate) { return candidate->isOfPrompt(); });
+    return frame != frames_.rend() ? *frame : nullptr;
+}
+
 void EngineThread::raiseInterruptOfWriter() {
     onInterruptSignal(py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(PyEval_GetFrame())));
 }
@@ -485,6 +492,9 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
         const CommandScope scope(command);
         echo(*command);
         outcome = runInPython(*command);
+        if (command->isOfPrompt()) {
+            output_.drainDescriptors();
+        }
         command->output().synchroniseAll();
     }
     popFrame();

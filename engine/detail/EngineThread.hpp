@@ -76,6 +76,7 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     // From the output.
     bool isEngineThread() const noexcept override;
     bool waitUntilMayWrite(OutputGate::Way way, const IDType& command) override;
+    std::shared_ptr<Command> commandOfPrompt() const override;
     void raiseInterruptOfWriter() override;
 
     // From Python, with the GIL held.

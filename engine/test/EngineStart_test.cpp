@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -316,6 +317,81 @@ TEST_F(EngineStart, ThePromptServesAfterAnEngineThatDidNotStartForABadOption) {
         }
         expect(false, "the bad option is refused");
     });
+}
+
+/// An engine that takes the descriptors 1 and 2.
+class CapturedDescriptors : public EngineStart {
+  protected:
+    /// Runs a command, and compares all text that it wrote.
+    void expectText(const std::string& source, const std::string& expected) {
+        auto options = withConsole();
+        options.captureDescriptors = true;
+        inOwnProcess([&] {
+            const auto engine = Engine::start(options);
+            const std::string failure = submit(*engine, source).get();
+            const std::string text = console();  // Nothing of it comes later than the completion.
+            engine->stop(deadline);              // Or the report would be text of the engine.
+            expect(failure.empty(), "the command fails: " + failure);
+            expect(text == expected, "the console has \"" + text + "\"");
+        });
+    }
+};
+
+TEST_F(CapturedDescriptors, WhatIsWrittenThereIsTextOfTheCommand) {
+    expectText("import os\nn = os.write(1, b'out\\n')\n", "out\n");
+    expectText("import os\nn = os.write(2, b'bad\\n')\n", "[err]bad\n");
+}
+
+TEST_F(CapturedDescriptors, TextInTheBufferOfTheCLibraryLeavesWithTheCommand) {
+    expectText("import ctypes\nn = ctypes.CDLL(None).printf(b'in the buffer')\n", "in the buffer");
+}
+
+TEST_F(CapturedDescriptors, ProgramsAndForkedChildrenInheritThem) {
+    expectText("import subprocess\nn = subprocess.call(['echo', 'program'])\n", "program\n");
+    expectText(
+        "import os\npid = os.fork()\nif pid == 0: print('child'); os._exit(0)\nr = os.waitpid(pid, 0)\n",
+        "child\n");
+}
+
+TEST_F(CapturedDescriptors, BadTextAndACutCharacterAreReplaced) {
+    expectText("import os\nn = os.write(1, b'\\xff<\\xf0\\x9f\\x98\\x80>\\xf0\\x9f')\n",
+               "\uFFFD<\U0001F600>\uFFFD");
+}
+
+TEST_F(CapturedDescriptors, ACharacterThatComesInPartsIsWhole) {
+    expectText(
+        "import os, time\nfor byte in '\U0001F600'.encode(): os.write(1, bytes([byte])); time.sleep(0.001)\n",
+        "\U0001F600");
+}
+
+TEST_F(CapturedDescriptors, AFloodIsReadWhileTheCommandRuns) {
+    // More than the pipe holds: it would never end if nobody read.
+    expectText("import os\nfor i in range(300): os.write(1, b'x' * 10_000)\n", std::string(3'000'000, 'x'));
+}
+
+TEST_F(CapturedDescriptors, TheLastWordsOfACrashReachTheOriginal) {
+    EXPECT_EXIT(
+        {
+            // Who reads the descriptors is stuck in the console, and cannot read the last words himself.
+            int stuck[2];
+            ASSERT_EQ(::pipe(stuck), 0);
+            EngineOptions options;
+            options.captureDescriptors = true;
+            options.console = [&stuck](std::string_view, bool) {
+                if (::write(stuck[1], "x", 1) == 1) {
+                    ::pause();
+                }
+            };
+            const auto engine = Engine::start(options);
+            submit(*engine, "import os\nos.write(1, b'first'); os.read(" + std::to_string(stuck[0]) +
+                                ", 1); os.write(2, b'last words'); os.abort()")
+                .wait();
+        },
+        testing::KilledBySignal(SIGABRT), "last words");
+}
+
+TEST_F(CapturedDescriptors, AProgramThatOutlivesItsCommandHoldsNobodyUp) {
+    expectText("import subprocess\nsubprocess.Popen(['sleep', '5']);\nprint('done')", "done\n");
 }
 
 }  // namespace
