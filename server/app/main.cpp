@@ -4,13 +4,19 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <fcntl.h>
+#include <unistd.h>
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include <sanitizer/common_interface_defs.h>
+#endif
 
+#include <cerrno>
 #include <csignal>
-#include <cstdio>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
-#include <iostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -21,11 +27,47 @@ constexpr int kBadOptions = 2;
 /// end.
 constexpr std::chrono::seconds kEngineStop{2};
 
+/// The standard output and error that the program was started with, in duplicates: the engine leads the
+/// descriptors 1 and 2 to itself. Safe from any thread.
+class Console {
+  public:
+    /// The first call makes the duplicates. Never destroyed: threads of the user may write until the process
+    /// ends.
+    static const Console& instance() {
+        static const Console& console = *new Console;
+        return console;
+    }
+
+    /// Text that cannot be written is lost.
+    void write(std::string_view text, bool error) const {
+        while (!text.empty()) {
+            const ssize_t count = ::write(error ? error_ : out_, text.data(), text.size());
+            if (count >= 0) {
+                text.remove_prefix(static_cast<std::size_t>(count));
+            } else if (errno != EINTR) {
+                return;
+            }
+        }
+    }
+
+  private:
+    Console() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<std::intptr_t>(error_)));
+#endif
+    }
+
+    const int out_ = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+    const int error_ = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+};
+
 /// Text of no client's command: of the start-up script, of threads in the background.
 void writeConsole(std::string_view text, bool error) {
-    std::FILE* stream = error ? stderr : stdout;
-    std::fwrite(text.data(), 1, text.size(), stream);
-    std::fflush(stream);
+    Console::instance().write(text, error);
+}
+
+void writeError(const std::exception& error) {
+    writeConsole(std::string("yvm-connector: ") + error.what() + "\n", true);
 }
 
 void waitForSignal(boost::asio::io_context& context, boost::asio::signal_set& signals) {
@@ -44,6 +86,7 @@ void run(const server::app::Options& options) {
     engineOptions.startupFile = options.startupFile;
     engineOptions.workingFolder = options.workingFolder;
     engineOptions.console = writeConsole;
+    engineOptions.captureDescriptors = true;
     engineOptions.commandEnded = [metrics = application.metrics()](const auto& times) {
         metrics->commandEnded(times);
     };
@@ -55,7 +98,7 @@ void run(const server::app::Options& options) {
     boost::asio::io_context context;
     boost::asio::signal_set signals(context, SIGINT, SIGTERM);
     application.start(engine);
-    std::cout << "yvm-connector: listening on " << application.address() << std::endl;
+    writeConsole("yvm-connector: listening on " + application.address() + "\n", false);
 
     waitForSignal(context, signals);
     application.stop(options.shutdownTimeout, [&] { engine->stop(kEngineStop); });
@@ -64,19 +107,20 @@ void run(const server::app::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    Console::instance();
     try {
         const auto program = std::filesystem::read_symlink("/proc/self/exe");
         run(server::app::parseOptions(std::vector<std::string>(argv + 1, argv + argc),
                                       program.parent_path().parent_path()));
         return 0;
     } catch (const server::app::HelpRequest& help) {
-        std::cout << help.what();
+        writeConsole(help.what(), false);
         return 0;
     } catch (const server::app::OptionError& error) {
-        std::cerr << "yvm-connector: " << error.what() << std::endl;
+        writeError(error);
         return kBadOptions;
     } catch (const std::exception& error) {
-        std::cerr << "yvm-connector: " << error.what() << std::endl;
+        writeError(error);
         return 1;
     }
 }

@@ -2,7 +2,6 @@
 
 #include "foundation/log/Severity.hpp"
 
-#include <boost/core/null_deleter.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/core.hpp>
@@ -11,12 +10,14 @@
 #include <boost/log/utility/formatting_ostream.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/shared_ptr.hpp>
+#include <ext/stdio_filebuf.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iostream>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 
@@ -64,10 +65,21 @@ void addStreamSink(boost::shared_ptr<std::ostream> stream) {
     boost::log::core::get()->add_sink(sink);
 }
 
+/// Writes to a descriptor, also when signals interrupt, and closes it.
+class DescriptorStream final : public std::ostream {
+  public:
+    explicit DescriptorStream(int descriptor) : std::ostream(nullptr), buffer_(descriptor, std::ios::out) {
+        rdbuf(&buffer_);
+    }
+
+  private:
+    __gnu_cxx::stdio_filebuf<char> buffer_;
+};
+
 }  // namespace
 
 void addConsoleSink() {
-    addStreamSink(boost::shared_ptr<std::ostream>(&std::clog, boost::null_deleter()));
+    addStreamSink(boost::make_shared<DescriptorStream>(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)));
 }
 
 void addFileSink(const std::filesystem::path& file) {

@@ -14,7 +14,9 @@ namespace foundation::log {
 ///
 /// Severity words: `detail` (2), `normal` (8), `caught` (16), `enter` (32), `exit` (64),
 /// `refused` (512). A sink writes on the thread that logs, line by line.
-void addConsoleSink();  ///< to stderr
+///
+/// To stderr: to what descriptor 2 is at the call, wherever it may be led afterwards.
+void addConsoleSink();
 
 /// Appends to the file, which is made if absent. Throws `std::runtime_error` that names the file if it
 /// cannot be opened.

@@ -2,6 +2,7 @@
 
 #include "foundation/log/function_trace.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -87,4 +88,17 @@ TEST_F(Sinks, TheConsoleSinkWritesToStandardError) {
     const auto text = testing::internal::GetCapturedStderr();
     EXPECT_NE(text.find(" normal log::test::Sinks "), std::string::npos) << text;
     EXPECT_NE(text.find("to the console\n"), std::string::npos) << text;
+}
+
+TEST_F(Sinks, TheConsoleSinkStaysWithTheStandardErrorThatItFound) {
+    testing::internal::CaptureStderr();
+    addConsoleSink();
+    const int found = ::dup(STDERR_FILENO);
+    const int elsewhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ::dup2(elsewhere, STDERR_FILENO);
+    FOUNDATION_LOG(diagnostic_logger("log::test::Sinks"), Normal) << "to the console";
+    ::dup2(found, STDERR_FILENO);
+    ::close(elsewhere);
+    ::close(found);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("to the console\n"));
 }
