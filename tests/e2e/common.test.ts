@@ -301,7 +301,7 @@ describe.each(cases)("$library by $transport in $place", ({ place, library, tran
             const id = freshId();
             const client = await attached(id);
             const busy = client.print(id, `print('busy', flush=True); print(${gate.python}.read())`);
-            await client.event(({ data }) => data["text"] === "busy");
+            await client.event(({ data }) => data["text"] === "busy\n");
             const requestIDs = Array.from({ length: 10 }, (_, index) => `waiting-${String(index)}`);
             for (const requestID of requestIDs) {
                 const reply = await client.publish(`/yvm/${id}/eval/request`, { requestID, command: "1;" });

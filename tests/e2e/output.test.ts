@@ -32,6 +32,14 @@ const kinds: Kind[] = [
         stream: 1,
         text: "to stderr",
     },
+    { name: "descriptor 1", command: "import os\nos.write(1, b'to 1');", stream: 0, text: "to 1" },
+    { name: "descriptor 2", command: "import os\nos.write(2, b'to 2');", stream: 1, text: "to 2" },
+    {
+        name: "printf of C",
+        command: "import ctypes\nctypes.CDLL(None).printf(b'by C: %d', 7);",
+        stream: 0,
+        text: "by C: 7",
+    },
     { name: "a displayed value", command: "['shown']", stream: 0, text: "['shown']\n" },
     {
         name: "a warning",
@@ -53,6 +61,24 @@ const kinds: Kind[] = [
         command: "import logging\nlogging.getLogger('part').warning('noted')",
         stream: 1,
         text: "noted\n",
+    },
+    {
+        name: "a child process",
+        command: "import subprocess\nsubprocess.run(['echo', 'by a child']);",
+        stream: 0,
+        text: "by a child\n",
+    },
+    {
+        name: "a child process that complains",
+        command: "import subprocess\nsubprocess.run(['sh', '-c', 'echo complaint >&2']);",
+        stream: 1,
+        text: "complaint\n",
+    },
+    {
+        name: "a forked process",
+        command: "import os\nif os.fork() == 0:\n    print('by a fork')\n    os._exit(0)\nos.wait();",
+        stream: 0,
+        text: "by a fork\n",
     },
     {
         name: "a thread",
@@ -211,6 +237,7 @@ describe("the own streams of a command", () => {
             "a str",
             "import sys\nfor half in '\\ud83d\\ude00':\n    sys.stdout.write(half)\n    sys.stdout.flush()",
         ],
+        ["bytes", "import os\nfor byte in '\u{1F600}'.encode():\n    os.write(1, bytes([byte]))"],
     ])("carry a character whole that is written in pieces of %s", async (_, command) => {
         expect(await client.print(id, command)).toBe("\u{1F600}");
     });

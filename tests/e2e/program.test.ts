@@ -101,6 +101,20 @@ describe("the program", () => {
         await client.disconnect();
     });
 
+    it("ends with 0 on SIGTERM while a program writes that outlived its command", async () => {
+        const server = await ServerProcess.start();
+        const client = await StockClient.attached(server, "busy");
+        await client.print(
+            "busy",
+            "import subprocess\nsubprocess.Popen(['sh', '-c', 'while echo outlived; do :; done']);",
+        );
+        await client.disconnect();
+        server.kill("SIGTERM");
+        const { code, signal, stdout } = await server.ended;
+        expect({ code, signal }).toEqual({ code: 0, signal: null });
+        expect(stdout).toContain("outlived\n");
+    });
+
     it("ends at once on a second signal", async () => {
         const server = await ServerProcess.start("--shutdown-timeout", "600");
         const client = await StockClient.attached(server, "busy");
