@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace yvm::engine::test {
@@ -41,6 +42,29 @@ class TranscriptBuffer final : public std::basic_streambuf<char16_t> {
 
 std::mutex consoleMutex;
 std::string consoleText;  // guarded by consoleMutex
+
+/// Removed when the program ends.
+class TemporaryFolder {
+  public:
+    TemporaryFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "engine-test-XXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("no temporary folder");
+        }
+        path_ = name;
+    }
+    ~TemporaryFolder() {
+        std::error_code ignored;  // The tests have been judged by now.
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+
+  private:
+    std::filesystem::path path_;
+};
 
 /// The pipe on which `occupy` blocks.
 int occupation[2];
@@ -137,8 +161,10 @@ bool Submitted::isDone() const {
 }
 
 const std::shared_ptr<Engine>& EngineTest::engine() {
+    static const TemporaryFolder folder;  // Outlives the engine.
     static const std::shared_ptr<Engine> instance = [] {
         EngineOptions options;
+        options.workingFolder = folder.path();
         options.console = [](std::string_view text, bool error) {
             const std::lock_guard lock(consoleMutex);
             consoleText += error ? "[err]" : "";

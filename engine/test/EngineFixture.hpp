@@ -93,7 +93,8 @@ struct Submission {
     std::function<void()> inCompletion;
 };
 
-/// One engine for all tests of the program, since a process can have one.
+/// One engine for all tests of the program, since a process can have one. The tests run in its working
+/// folder, which is temporary.
 class EngineTest : public ::testing::Test {
   public:
     static const std::shared_ptr<Engine>& engine();
@@ -104,6 +105,9 @@ class EngineTest : public ::testing::Test {
     static std::pair<YVM::Sink, YVM::Sink> makeSinks(const std::shared_ptr<Transcript>& transcript);
     /// What went to the console since the last call.
     static std::string takeConsoleText();
+
+    /// Takes the test to the working folder.
+    void SetUp() override { engine(); }
 
     static Submitted submitEval(const std::string& source, Submission submission = {});
     static Submitted submitFeval(const std::string& function, Arrays arguments, std::uint64_t numOutputs = 1,
