@@ -62,6 +62,18 @@ http::HttpServer::Options serverOptions(const Options& options) {
     return result;
 }
 
+/// In shares of what may wait for a session. A unit becomes six bytes at most, and all that was not published
+/// leaves in one message, which has to fit in beside what the high water lets pass.
+output::TextGate::Options gateOptions(const Options& options) {
+    const std::size_t maxQueueBytes = options.limits.maxQueueBytes;
+    output::TextGate::Options result;
+    result.highWater = maxQueueBytes / 4;
+    result.lowWater = maxQueueBytes / 8;
+    result.maxUnpublished = maxQueueBytes / 16;
+    result.maxWait = options.maxOutputWait;
+    return result;
+}
+
 }  // namespace
 
 Application::Foundations::Foundations(const Options& options)
@@ -93,7 +105,10 @@ Application::Foundations::~Foundations() {
 }
 
 Application::Application(const Options& options)
-    : options_(options), foundations_(options_), plugins_(foundations_.framework, foundations_.broker) {
+    : options_(options),
+      foundations_(options_),
+      textGate_(std::make_shared<output::TextGate>(gateOptions(options_), foundations_.threadPool)),
+      plugins_(foundations_.framework, foundations_.broker) {
     plugins_.installFolder(options_.pluginFolder);
     if (foundations_.framework->deferredComponents().empty()) {
         throw std::runtime_error("no plug-in below '" + options_.pluginFolder.string() +
@@ -101,6 +116,7 @@ Application::Application(const Options& options)
     }
     http::HttpServer::Options door = serverOptions(options_);
     door.metrics = metrics_;
+    door.textGate = textGate_;
     server_ = std::make_unique<http::HttpServer>(foundations_.broker, std::move(door));
 }
 

@@ -7,6 +7,7 @@
 #include "server/app/Options.hpp"
 #include "server/http/HttpServer.hpp"
 #include "server/metrics/Metrics.hpp"
+#include "server/output/TextGate.hpp"
 #include "yvm/YVM.hpp"
 
 #include <chrono>
@@ -36,6 +37,9 @@ class Application {
     /// Where the engine tells of its commands. May outlive this instance.
     const std::shared_ptr<metrics::Metrics>& metrics() const { return metrics_; }
 
+    /// What holds writers of text back while sessions are behind: for the engine. May outlive this instance.
+    const std::shared_ptr<output::TextGate>& textGate() const { return textGate_; }
+
     /// "http://<host>:<port>/", with "?token=...", percent-encoded, where one is asked for.
     std::string address() const;
 
@@ -61,6 +65,7 @@ class Application {
     const Options options_;
     const std::shared_ptr<metrics::Metrics> metrics_ = std::make_shared<metrics::Metrics>();
     const Foundations foundations_;
+    const std::shared_ptr<output::TextGate> textGate_;
     connector::PluginHost plugins_;
     // Last, so that it goes first: the sockets close before anything behind them.
     std::unique_ptr<http::HttpServer> server_;

@@ -36,6 +36,7 @@ struct RawOptions {
     std::string workingFolder;
     long connectTimeout = 30;
     long graceTime = 60;
+    long maxOutputWait = 10;
     long shutdownTimeout = 5;
     unsigned logMask = CaughtException | RefusedEngine;
     std::string logFile;
@@ -150,6 +151,13 @@ void declare(CLI::App& app, RawOptions& raw, Options& options) {
            "How long a session and its work outlive a lost connection; best above the connect timeout "
            "by 15 seconds or more")
         ->check(CLI::Range(1, 7 * 24 * 3600))
+        ->capture_default_str()
+        ->type_name("SECONDS")
+        ->group(limits);
+    app.add_option(
+           "--max-output-wait", raw.maxOutputWait,
+           "How long the engine waits for a session that reads its text too slowly, before it is ended")
+        ->check(CLI::Range(1, 3600))
         ->capture_default_str()
         ->type_name("SECONDS")
         ->group(limits);
@@ -300,6 +308,7 @@ Options parseOptions(std::vector<std::string> arguments, const std::filesystem::
     options.workingFolder = asPath(raw.workingFolder);
     options.connectTimeout = std::chrono::seconds(raw.connectTimeout);
     options.graceTime = std::chrono::seconds(raw.graceTime);
+    options.maxOutputWait = std::chrono::seconds(raw.maxOutputWait);
     options.shutdownTimeout = std::chrono::seconds(raw.shutdownTimeout);
     options.logMask = raw.logMask;
     options.logFile = asPath(raw.logFile);

@@ -33,6 +33,8 @@ struct Options {
     std::size_t maxConnections = 20'000;
     std::chrono::seconds connectTimeout{30};
     std::chrono::seconds graceTime{60};
+    /// How long the engine waits for a session that does not read the text that is sent to it.
+    std::chrono::seconds maxOutputWait{10};
     std::chrono::seconds shutdownTimeout{5};
 
     /// The mask of `foundation::log`; 0 turns the log off.

@@ -87,6 +87,7 @@ void run(const server::app::Options& options) {
     engineOptions.workingFolder = options.workingFolder;
     engineOptions.console = writeConsole;
     engineOptions.captureDescriptors = true;
+    engineOptions.outputGate = application.textGate();
     engineOptions.commandEnded = [metrics = application.metrics()](const auto& times) {
         metrics->commandEnded(times);
     };

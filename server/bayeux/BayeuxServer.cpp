@@ -117,7 +117,12 @@ BayeuxServer::BayeuxServer(std::shared_ptr<connector::message_service::Broker> b
               }
           })) {}
 
-BayeuxServer::~BayeuxServer() = default;
+BayeuxServer::~BayeuxServer() {
+    // The gate may be about to give one up, which would wake a server that has gone.
+    for (const auto& [clientId, session] : sessions_) {
+        session->queue().close();
+    }
+}
 
 void BayeuxServer::receive(const std::shared_ptr<Connection>& from, std::string& frame) {
     Batch batch;
@@ -261,7 +266,7 @@ void BayeuxServer::handshake(Batch& batch, const Message& message) {
     };
     const auto session = std::make_shared<Session>(
         number, randomHex(20), batch.from->peerAddress(),
-        std::make_shared<DeliveryQueue>(options_.limits.maxQueueBytes, std::move(wake)));
+        std::make_shared<DeliveryQueue>(options_.limits.maxQueueBytes, std::move(wake), options_.textGate));
     session->lastHeard = options_.now();
     batch.from->sessionHeard();
     std::string extensions;
@@ -477,6 +482,7 @@ metrics::Metrics::Gauges BayeuxServer::gauges() const {
     gauges.evalsInFlight = requestsInFlight_.count(cmddistributor::CommandKind::Eval);
     gauges.fevalsInFlight = requestsInFlight_.count(cmddistributor::CommandKind::FEval);
     gauges.residentBytes = metrics::residentBytes();
+    gauges.outputWaits = options_.textGate != nullptr ? options_.textGate->waits() : 0;
     return gauges;
 }
 
@@ -515,6 +521,17 @@ void BayeuxServer::flush(const std::shared_ptr<Session>& session) {
             metrics::RefusalReason::QueueBytes};
         options_.metrics->refusals.add(why.reason);
         evict(session, why, SessionEnd::Overflow);
+        return;
+    }
+    if (session->queue().isGivenUp()) {
+        const auto wait =
+            std::chrono::duration_cast<std::chrono::seconds>(options_.textGate->options().maxWait);
+        const Refusal why{
+            ErrorCode::TooLarge,
+            "the engine waited " + std::to_string(wait.count()) + " s for this session to read its text",
+            metrics::RefusalReason::SlowReader};
+        options_.metrics->refusals.add(why.reason);
+        evict(session, why, SessionEnd::SlowReader);
         return;
     }
     const auto connection = session->owner.lock();

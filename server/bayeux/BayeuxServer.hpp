@@ -12,6 +12,7 @@
 #include "server/bayeux/RequestsInFlight.hpp"
 #include "server/bayeux/Session.hpp"
 #include "server/metrics/Metrics.hpp"
+#include "server/output/TextGate.hpp"
 
 #include <chrono>
 #include <cstdint>
@@ -46,6 +47,8 @@ class BayeuxServer {
         std::function<bool(std::string_view token)> acceptsToken = [](std::string_view) { return true; };
         /// Where the server counts. Not null.
         std::shared_ptr<metrics::Metrics> metrics = std::make_shared<metrics::Metrics>();
+        /// Holds back who writes text faster than sessions read it; null for nobody.
+        std::shared_ptr<output::TextGate> textGate;
         /// Runs a function on the server's thread. Called from any thread, never blocks.
         std::function<void(std::function<void()>)> post;
         std::function<Clock::time_point()> now = [] { return Clock::now(); };

@@ -53,6 +53,16 @@ bool isRequestChannel(std::string_view name) noexcept {
     return name.ends_with("/request");
 }
 
+std::optional<yvm::OutputGate::Way> wayOfText(std::string_view channel) noexcept {
+    if (channel.ends_with("/text/output") || channel.ends_with("/text/error")) {
+        return yvm::OutputGate::Way::OwnStreams;
+    }
+    if (channel.ends_with("/yvmSinks/output")) {
+        return yvm::OutputGate::Way::ClientWideSinks;
+    }
+    return std::nullopt;
+}
+
 std::optional<ClientChannel> asClientChannel(std::string_view name) noexcept {
     if (!name.starts_with(kYvmPrefix)) {
         return std::nullopt;

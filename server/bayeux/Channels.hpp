@@ -1,5 +1,7 @@
 #pragma once
 
+#include "yvm/OutputGate.hpp"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,6 +25,9 @@ inline constexpr std::string_view kAttachRequest = "/yvm/attach/request";
 inline constexpr std::string_view kAttachResponse = "/yvm/attach/response";
 inline constexpr std::string_view kDetachRequest = "/yvm/detach/request";
 inline constexpr std::string_view kDetachResponse = "/yvm/detach/response";
+
+/// Which way a text of the engine went that is published on this channel; nothing for other channels.
+std::optional<yvm::OutputGate::Way> wayOfText(std::string_view channel) noexcept;
 
 /// A name of the form "/yvm/<client>/<rest>", taken apart.
 struct ClientChannel {

@@ -4,6 +4,7 @@
 #include "server/bayeux/Channels.hpp"
 
 #include <algorithm>
+#include <utility>
 
 namespace server::bayeux {
 
@@ -24,6 +25,7 @@ void DeliveryQueue::offer(const std::string& pattern,
     if (isRequestChannel(message.channel())) {
         return;
     }
+    const auto way = wayOfText(message.channel());
     bool wakeDue = false;
     {
         const std::lock_guard lock(mutex_);
@@ -35,6 +37,12 @@ void DeliveryQueue::offer(const std::string& pattern,
             return;
         }
         pushLocked({message.channel(), message.payload()}, wakeDue);
+        if (gate_ != nullptr && way) {
+            holdWriterLocked(*way);
+        }
+    }
+    if (gate_ != nullptr && way == output::TextGate::Way::ClientWideSinks) {
+        gate_->published();
     }
     if (wakeDue) {
         wake_();
@@ -53,7 +61,7 @@ void DeliveryQueue::push(Event event) {
 }
 
 void DeliveryQueue::pushLocked(Event event, bool& wakeDue) {
-    if (overflowed_ || closed_) {
+    if (overflowed_ || closed_ || givenUp_) {
         return;
     }
     const std::size_t size = event.size();
@@ -65,6 +73,20 @@ void DeliveryQueue::pushLocked(Event event, bool& wakeDue) {
     }
     bytes_ += size;
     events_.push_back(std::move(event));
+}
+
+void DeliveryQueue::holdWriterLocked(output::TextGate::Way way) {
+    if (bytes_ > gate_->options().highWater && !overflowed_ && !closed_ && !givenUp_) {
+        holdsWriters_ = true;
+        gate_->hold(shared_from_this(), way);
+    }
+}
+
+void DeliveryQueue::releaseWritersLocked() {
+    if (holdsWriters_ && bytes_ <= gate_->options().lowWater) {
+        holdsWriters_ = false;
+        gate_->release(*this);
+    }
 }
 
 std::vector<Event> DeliveryQueue::take(std::size_t maxBytes, Counting counting) {
@@ -83,6 +105,7 @@ std::vector<Event> DeliveryQueue::take(std::size_t maxBytes, Counting counting) 
         taken.push_back(std::move(events_.front()));
         events_.pop_front();
     }
+    releaseWritersLocked();
     return taken;
 }
 
@@ -91,6 +114,7 @@ void DeliveryQueue::release(const std::vector<Event>& events) {
     for (const Event& event : events) {
         bytes_ -= event.size();
     }
+    releaseWritersLocked();
 }
 
 bool DeliveryQueue::empty() const {
@@ -103,9 +127,27 @@ bool DeliveryQueue::hasOverflowed() const {
     return overflowed_;
 }
 
+bool DeliveryQueue::isGivenUp() const {
+    const std::lock_guard lock(mutex_);
+    return givenUp_;
+}
+
+void DeliveryQueue::giveUp() noexcept {
+    // With the mutex held: once the queue is closed, whoever is to be woken may be gone.
+    const std::lock_guard lock(mutex_);
+    if (!closed_) {
+        givenUp_ = true;
+        holdsWriters_ = false;
+        wake_();
+    }
+}
+
 void DeliveryQueue::close() {
     const std::lock_guard lock(mutex_);
     closed_ = true;
+    if (std::exchange(holdsWriters_, false)) {
+        gate_->release(*this);
+    }
     events_.clear();
     patterns_.clear();
 }

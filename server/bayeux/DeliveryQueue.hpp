@@ -2,10 +2,12 @@
 
 #include "connector/common/DataBuffer.hpp"
 #include "connector/message_service/JsonMessage.hpp"
+#include "server/output/TextGate.hpp"
 
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -26,16 +28,19 @@ struct Event {
 /// Publishers put events in from any thread, with their own locks held, and never wait; the server's
 /// thread takes them out. Bounded in bytes: an event that does not fit in marks the queue as
 /// overflowed for good, and it takes nothing more. A queue for which nothing counts takes one event of any
-/// size.
-class DeliveryQueue {
+/// size. Above the high water of the gate, text of the engine holds its writers back, so that only what
+/// cannot wait makes a queue overflow.
+class DeliveryQueue final : public output::TextReader, public std::enable_shared_from_this<DeliveryQueue> {
   public:
     /// Whether what is taken out still counts against the bound, until it is released.
     enum class Counting { Ends, Continues };
 
     /// `wake` is called, from the publishing thread, when the queue stops being empty and when it
-    /// overflows. It may not block.
-    DeliveryQueue(std::size_t maxBytes, std::function<void()> wake)
-        : maxBytes_(maxBytes), wake_(std::move(wake)) {}
+    /// overflows, or is given up. It may not block. Without a gate nobody is held back. Always held by
+    /// `std::shared_ptr`.
+    DeliveryQueue(std::size_t maxBytes, std::function<void()> wake,
+                  std::shared_ptr<output::TextGate> gate = nullptr)
+        : maxBytes_(maxBytes), wake_(std::move(wake)), gate_(std::move(gate)) {}
 
     /// The channels and patterns that the session subscribed to. Several may match one message, which
     /// is to arrive once: only the first of them that matches lets it in.
@@ -55,15 +60,21 @@ class DeliveryQueue {
 
     bool empty() const;
     bool hasOverflowed() const;
+    /// Whether it held up the engine for too long. Such a queue takes nothing more.
+    bool isGivenUp() const;
+    void giveUp() noexcept override;
 
     /// Takes nothing more, and forgets what waits.
     void close();
 
   private:
     void pushLocked(Event event, bool& wakeDue);
+    void holdWriterLocked(output::TextGate::Way way);
+    void releaseWritersLocked();
 
     const std::size_t maxBytes_;
     const std::function<void()> wake_;
+    const std::shared_ptr<output::TextGate> gate_;
 
     mutable std::mutex mutex_;
     // Guarded by mutex_.
@@ -73,6 +84,9 @@ class DeliveryQueue {
     std::size_t bytes_ = 0;
     bool overflowed_ = false;
     bool closed_ = false;
+    bool givenUp_ = false;
+    /// Whether writers are held back on account of this queue.
+    bool holdsWriters_ = false;
 };
 
 }  // namespace server::bayeux

@@ -67,6 +67,7 @@ struct HttpServer::Impl {
         result.graceTime = options.graceTime;
         result.limits = options.limits;
         result.metrics = options.metrics;
+        result.textGate = options.textGate;
         result.acceptsToken = [this](std::string_view token) { return guard.isRight(token); };
         result.post = [this](std::function<void()> work) { asio::post(context, std::move(work)); };
         return result;

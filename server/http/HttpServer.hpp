@@ -5,6 +5,7 @@
 #include "server/http/RequestGuard.hpp"
 #include "server/http/StaticFiles.hpp"
 #include "server/metrics/Metrics.hpp"
+#include "server/output/TextGate.hpp"
 
 #include <chrono>
 #include <cstdint>
@@ -31,6 +32,8 @@ class HttpServer {
         bayeux::Limits limits;
         /// Where everything is counted, and what /metrics tells. Not null.
         std::shared_ptr<metrics::Metrics> metrics = std::make_shared<metrics::Metrics>();
+        /// Holds back who writes text faster than sessions read it; null for nobody.
+        std::shared_ptr<output::TextGate> textGate;
         /// Those beyond it are answered with 503. The system's limit of open files counts too.
         std::size_t maxConnections = 20'000;
         /// A connection is cut that rests longer, or over which a header, a body or an answer takes longer. A

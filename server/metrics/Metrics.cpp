@@ -71,6 +71,11 @@ std::string Metrics::text(const Gauges& gauges) const {
     for (const auto& [kind, word] : kWords<CommandKind>) {
         text.sample({{"kind", word}}, of(kind).runTimes);
     }
+    text.family(
+        "yvm_connector_output_waits_total", "counter",
+        "How often text of the engine was held back, since a session read too slowly or text waited to be "
+        "published.");
+    text.sample({}, gauges.outputWaits);
     text.family("process_resident_memory_bytes", "gauge", "Resident memory of the process, engine included.");
     text.sample({}, gauges.residentBytes);
     return text.take();

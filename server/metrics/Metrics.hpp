@@ -20,6 +20,8 @@ class Metrics {
         std::uint64_t evalsInFlight = 0;
         std::uint64_t fevalsInFlight = 0;
         std::uint64_t residentBytes = 0;
+        /// Since the start.
+        std::uint64_t outputWaits = 0;
     };
 
     LabelledValues<RefusalReason> refusals;

@@ -36,6 +36,7 @@ enum class RefusalReason {
     BodyBytes,
     HeaderBytes,
     BadHttp,
+    SlowReader,
 };
 
 enum class SessionEnd {
@@ -43,6 +44,7 @@ enum class SessionEnd {
     Expiry,          ///< it did not come back in time
     Overflow,        ///< too much waited for it
     Unacknowledged,  ///< the same events were lost again and again
+    SlowReader,      ///< the engine waited too long for it
 };
 
 /// Of Bayeux messages, seen from the server.
@@ -90,14 +92,14 @@ inline constexpr std::array kWords<RefusalReason>{
     Word{RefusalReason::BodyBytes, "body_bytes"},
     Word{RefusalReason::HeaderBytes, "header_bytes"},
     Word{RefusalReason::BadHttp, "bad_http"},
+    Word{RefusalReason::SlowReader, "slow_reader"},
 };
 
 template <>
 inline constexpr std::array kWords<SessionEnd>{
-    Word{SessionEnd::Disconnect, "disconnect"},
-    Word{SessionEnd::Expiry, "expiry"},
-    Word{SessionEnd::Overflow, "overflow"},
-    Word{SessionEnd::Unacknowledged, "unacknowledged"},
+    Word{SessionEnd::Disconnect, "disconnect"},  Word{SessionEnd::Expiry, "expiry"},
+    Word{SessionEnd::Overflow, "overflow"},      Word{SessionEnd::Unacknowledged, "unacknowledged"},
+    Word{SessionEnd::SlowReader, "slow_reader"},
 };
 
 template <>

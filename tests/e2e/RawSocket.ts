@@ -56,6 +56,15 @@ export class RawSocket {
         return this.next();
     }
 
+    /** Reads nothing more, until `resume`. */
+    pause(): void {
+        this.#socket.pause();
+    }
+
+    resume(): void {
+        this.#socket.resume();
+    }
+
     /** Closes as a peer does that means it. */
     close(): void {
         this.#socket.close();

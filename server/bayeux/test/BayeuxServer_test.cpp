@@ -1,6 +1,8 @@
 #include "server/bayeux/BayeuxServer.hpp"
 
+#include "cmddistributor/RequestIdAdapter.hpp"
 #include "server/bayeux/test/BayeuxFixture.hpp"
+#include "testing/FakeThreadPool.hpp"
 
 #include <gmock/gmock.h>
 
@@ -689,6 +691,107 @@ TEST_F(BayeuxServerTest, ASlowReaderIsToldWhyItsSessionEnds) {
     EXPECT_EQ(connection->closeCode, CloseCode::PolicyViolation);
     EXPECT_EQ(connection->closeReason, "413::more than 100 bytes wait for this session");
     EXPECT_EQ(server->sessionCount(), 0U);
+}
+
+/// A server whose gate has small bounds and whose time is the test's, and a session that reads nothing.
+class SlowReaderTest : public BayeuxServerTest {
+  protected:
+    using Way = output::TextGate::Way;
+
+    SlowReaderTest() {
+        output::TextGate::Options bounds;
+        bounds.highWater = 200;
+        bounds.lowWater = 100;
+        bounds.maxUnpublished = 50;
+        gate = std::make_shared<output::TextGate>(bounds, pool);
+        BayeuxServer::Options options;
+        options.textGate = gate;
+        makeServer(std::move(options));
+        clientId = openSession(connection);
+        attach(clientId, "one");
+        subscribe(connection, clientId, R"("/yvm/one/**")");
+        exchange(connection, request(clientId, "/meta/connect", ""));
+        connection->writable = false;
+    }
+
+    /// Text that the command writes to its own stream, or client-wide.
+    void write(const std::string& channel, std::size_t size) {
+        const cmddistributor::RequestIdScope scope(command);
+        deliver("/yvm/one" + channel, '"' + std::string(size, 'x') + '"');
+        workQueue.runAll();
+    }
+    bool mayWrite(Way way = Way::OwnStreams) const { return gate->mayWrite(way, command); }
+
+    FakeModule fakeModule{broker};
+    const std::shared_ptr<platform_testing::FakeThreadPool> pool =
+        std::make_shared<platform_testing::FakeThreadPool>();
+    std::shared_ptr<output::TextGate> gate;
+    std::string clientId;
+    const output::TextGate::IDType command;
+};
+
+TEST_F(SlowReaderTest, TextAboveTheHighWaterHoldsItsCommandUntilItHasSunkToTheLow) {
+    write("/text/output", 150);
+    EXPECT_TRUE(mayWrite());
+    write("/text/error", 150);
+    EXPECT_FALSE(mayWrite());
+    EXPECT_TRUE(mayWrite(Way::ClientWideSinks));
+    connection->writable = true;
+    server->writable(*connection);
+    EXPECT_TRUE(mayWrite());
+    EXPECT_EQ(server->sessionCount(), 1U);
+}
+
+TEST_F(SlowReaderTest, WhatIsNoTextHoldsNobody) {
+    write("/eval/response", 1'000);
+    EXPECT_TRUE(mayWrite());
+}
+
+TEST_F(SlowReaderTest, ClientWideTextHoldsAllThatWriteIt) {
+    write("/yvmSinks/output", 300);
+    EXPECT_FALSE(mayWrite(Way::ClientWideSinks));
+    EXPECT_TRUE(mayWrite());
+}
+
+TEST_F(SlowReaderTest, PublishedTextNoLongerCounts) {
+    gate->hasWritten(Way::ClientWideSinks, command, 60);
+    EXPECT_FALSE(mayWrite(Way::ClientWideSinks));
+    write("/yvmSinks/output", 60);
+    EXPECT_TRUE(mayWrite(Way::ClientWideSinks));
+}
+
+TEST_F(SlowReaderTest, ASessionThatHoldsAWriterTooLongIsToldSoAndEnds) {
+    write("/text/output", 300);
+    EXPECT_FALSE(mayWrite());
+    pool->advance(std::chrono::seconds(10));
+    EXPECT_TRUE(mayWrite()) << "the writer does not wait for the end of the session";
+    EXPECT_EQ(await(*connection),
+              R"([{"channel":"/meta/connect","id":"7","successful":false,)"
+              R"("error":"413::the engine waited 10 s for this session to read its text",)"
+              R"("advice":{"reconnect":"none"}}])");
+    EXPECT_EQ(connection->closeCode, CloseCode::PolicyViolation);
+    EXPECT_EQ(server->sessionCount(), 0U);
+    const auto& metrics = *server->metrics();
+    EXPECT_EQ(metrics.refusals[metrics::RefusalReason::SlowReader], 1U);
+    EXPECT_EQ(metrics.sessionsEnded[metrics::SessionEnd::SlowReader], 1U);
+    EXPECT_EQ(server->gauges().outputWaits, 1U);
+    write("/text/output", 300);
+    EXPECT_TRUE(mayWrite());
+}
+
+TEST_F(SlowReaderTest, TheEndOfASessionLetsItsWritersGo) {
+    write("/text/output", 300);
+    EXPECT_FALSE(mayWrite());
+    exchange(connection, request(clientId, "/meta/disconnect", ""));
+    EXPECT_TRUE(mayWrite());
+}
+
+TEST_F(SlowReaderTest, TheEndOfTheServerLetsWritersGo) {
+    write("/text/output", 300);
+    EXPECT_FALSE(mayWrite());
+    server.reset();
+    EXPECT_TRUE(mayWrite());
+    pool->advance(std::chrono::seconds(60));
 }
 
 TEST_F(BayeuxServerTest, WithoutAHeldConnectTheEndIsADisconnect) {

@@ -1,0 +1,186 @@
+import { readFileSync } from "node:fs";
+
+import { afterAll, beforeAll, describe, expect, it } from "vitest";
+
+import type { Message } from "./Driver.js";
+import { RawSocket } from "./RawSocket.js";
+import { scrape } from "./scrape.js";
+import { ServerProcess } from "./ServerProcess.js";
+import { StockClient } from "./StockClient.js";
+
+/** Clients that do not read what the engine writes for them. */
+
+const MIB = 1024 * 1024;
+
+/** A gigabyte, a line at a time, were there somebody to read it. */
+const FLOOD = "line = 'x' * 99 + '\\n'\nfor _ in range(10_000_000):\n    print(line, end='')";
+
+let server: ServerProcess;
+let bystander: StockClient;
+
+beforeAll(async () => {
+    server = await ServerProcess.start("--max-output-wait", "1");
+    bystander = await StockClient.attached(server, "bystander");
+});
+
+afterAll(async () => {
+    await bystander.disconnect();
+    expect((await server.stop()).code).toBe(0);
+});
+
+/** A client on a bare socket, which reads only what the test asks for. */
+class Reader {
+    #lastId = 0;
+
+    private constructor(
+        readonly id: string,
+        readonly socket: RawSocket,
+        readonly clientId: string,
+    ) {}
+
+    static async attached(id: string): Promise<Reader> {
+        const socket = await RawSocket.open(server.endpoint);
+        const [reply] = (await socket.ask(
+            JSON.stringify([
+                {
+                    channel: "/meta/handshake",
+                    id: "0",
+                    version: "1.0",
+                    supportedConnectionTypes: ["websocket"],
+                    ext: { token: server.token },
+                },
+            ]),
+        )) as Message[];
+        const reader = new Reader(id, socket, reply?.clientId ?? "");
+        reader.send("/meta/connect", { connectionType: "websocket", advice: { timeout: 0 } });
+        reader.send("/meta/connect", { connectionType: "websocket" });
+        reader.send("/meta/subscribe", { subscription: "/yvm/attach/response" });
+        reader.request("/yvm/attach", { yvmID: "user-yvm", supportedApiVersions: ["r24a0"] }, id);
+        await reader.until((message) => message.channel === "/yvm/attach/response");
+        reader.send("/meta/subscribe", { subscription: `/yvm/${id}/**` });
+        return reader;
+    }
+
+    send(channel: string, fields: Record<string, unknown>): void {
+        const id = String(++this.#lastId);
+        this.socket.send(JSON.stringify([{ channel, id, clientId: this.clientId, ...fields }]));
+    }
+
+    request(channel: string, fields: Record<string, unknown>, requestID = String(++this.#lastId)): void {
+        this.send(`${channel}/request`, { data: { requestID, ...fields } });
+    }
+
+    /** The first message that is wanted, or the code with which the server closed. */
+    async until(isWanted: (message: Message) => boolean): Promise<Message | number> {
+        for (;;) {
+            const next = await this.socket.next();
+            if (typeof next === "number") {
+                return next;
+            }
+            const found = next.find(isWanted);
+            if (found) {
+                return found;
+            }
+        }
+    }
+}
+
+function residentBytes(): number {
+    const [, kib] =
+        /^VmRSS:\s+(\d+) kB$/m.exec(readFileSync(`/proc/${String(server.pid)}/status`, "utf8")) ?? [];
+    return Number(kib) * 1024;
+}
+
+/** Asks at a pre-emption point what runs. */
+async function query(): Promise<void> {
+    const response = await bystander.request("/yvm/bystander/feval", {
+        requestID: `query-${String(Math.random())}`,
+        function: "yvm.state",
+        rhsArgs: [],
+        numOutputsExpected: 1,
+        runOptions: { dequeueMode: "DEQUEUE_AT_PPE" },
+    });
+    expect(response["error"]).toBeUndefined();
+}
+
+/** Resolves when the session of a slow reader has been ended; memory and queries are looked at meanwhile. */
+async function untilSlowReaderHasGone(before: number): Promise<{ greatest: number; queries: number }> {
+    let greatest = 0;
+    let queries = 0;
+    while ((await scrape(server))("sessions_ended_total", 'cause="slow_reader"') === before) {
+        greatest = Math.max(greatest, residentBytes());
+        await query();
+        ++queries;
+    }
+    return { greatest, queries };
+}
+
+describe("a client that stops reading in the middle of a gigabyte", () => {
+    it.each([
+        ["of its command's own text", { useNullOutSink: false }, false],
+        ["of client-wide text", {}, true],
+    ])(
+        "%s is ended and told, while others are answered and memory stays bounded",
+        async (_what, runOptions, sinks) => {
+            const ended = (await scrape(server))("sessions_ended_total", 'cause="slow_reader"');
+            const reader = await Reader.attached(sinks ? "wide" : "own");
+            if (sinks) {
+                reader.request(`/yvm/${reader.id}/yvmSinks`, {});
+                await reader.until(({ channel }) => channel === `/yvm/${reader.id}/yvmSinks/response`);
+            }
+            reader.request(`/yvm/${reader.id}/eval`, { command: FLOOD, runOptions });
+            await reader.until(({ channel }) => channel.endsWith("/output"));
+            const before = residentBytes();
+            reader.socket.pause();
+
+            const { greatest, queries } = await untilSlowReaderHasGone(ended);
+            expect(queries).toBeGreaterThan(10);
+            expect(greatest - before).toBeLessThan(100 * MIB);
+            expect((await scrape(server))("output_waits_total")).toBeGreaterThan(0);
+
+            // The command went with its client.
+            expect(await bystander.print("bystander", "6 * 7")).toBe("42\n");
+
+            reader.socket.resume();
+            const told = await reader.until(
+                ({ channel, successful }) => channel === "/meta/connect" && successful === false,
+            );
+            expect(told).toMatchObject({
+                error: "413::the engine waited 1 s for this session to read its text",
+                advice: { reconnect: "none" },
+            });
+        },
+    );
+});
+
+describe("a client that reads slowly, but reads", () => {
+    it("gets every character", async () => {
+        const reader = await Reader.attached("steady");
+        const command = "for n in range(400_000):\n    print(f'{n:099}')";
+        reader.request(`/yvm/${reader.id}/eval`, { command, runOptions: { useNullOutSink: false } }, "all");
+        let text = 0;
+        let frames = 0;
+        for (let answered = false; !answered;) {
+            const next = await reader.socket.next();
+            if (typeof next === "number") {
+                throw new Error(`closed with ${String(next)} after ${String(text)} characters`);
+            }
+            for (const { channel, data } of next) {
+                const { text: piece, requestID } = (data ?? {}) as { text?: string; requestID?: string };
+                if (channel.endsWith("/text/output")) {
+                    expect(piece?.length).toBeGreaterThan(0);
+                    text += piece?.length ?? 0;
+                }
+                answered ||= channel.endsWith("/eval/response") && requestID === "all";
+            }
+            if (++frames % 16 === 0) {
+                // Behind by a query: the engine gets ahead.
+                reader.socket.pause();
+                await query();
+                reader.socket.resume();
+            }
+        }
+        expect(text).toBe(40_000_000);
+        reader.socket.close();
+    });
+});
