@@ -398,6 +398,7 @@ void BayeuxServer::publish(Batch& batch, const Message& message, Session& sessio
         refusal = lifecycle_.detach(session.number(), session.lane(), std::move(text));
     } else {
         requestsInFlight_.observe(message.channel);
+        lifecycle_.observe(message.channel, text);
         broker_->publish(message.channel, connector::common::DataBuffer(std::move(text)), session.lane());
     }
     if (refusal) {

@@ -26,6 +26,9 @@ foundation::log::diagnostic_logger& logger() {
     return instance;
 }
 
+/// Behind the prefix of a client.
+constexpr std::string_view kSinksRequest = "/yvmSinks/request";
+
 /// The fields of a request or response that matter here. What is absent or of another type stays
 /// empty, and is left to the module to complain about.
 struct Fields {
@@ -175,11 +178,25 @@ std::optional<Refusal> ClientLifecycle::detach(SessionNumber session, const std:
     return std::nullopt;
 }
 
+void ClientLifecycle::observe(std::string_view channel, std::string_view request) {
+    const auto parts = asClientChannel(channel);
+    if (parts && parts->rest == kSinksRequest) {
+        sinks_.requested(std::string(parts->client), request);
+    }
+}
+
 void ClientLifecycle::detachAll(SessionNumber session, const std::string& lane) {
     for (auto& [requestID, waiting] : detachRequests_) {
         std::erase_if(waiting, [session](const DetachRequest& detachRequest) {
             return detachRequest.session == session && detachRequest.marker == 0;
         });
+    }
+    // Ahead of all detaches: the sinks that one client goes back to may be another's of this session.
+    while (const auto client = sinks_.inForce()) {
+        if (clients_.ownerOf(*client) != session) {
+            break;
+        }
+        revertSinks(*client, lane);
     }
     for (const std::string& identifier : clients_.clientsOf(session)) {
         const std::string requestID = "server-" + randomHex(16);
@@ -203,8 +220,18 @@ void ClientLifecycle::publishDetach(DetachRequest& detachRequest, const std::str
         // detach, and would be undone.
         marker.detach = clients_.startDetach(identifier, detachRequest.session);
     }
+    if (sinks_.inForce() == identifier) {
+        revertSinks(identifier, detachRequest.lane);
+    }
+    sinks_.forget(identifier);
     broker_->publish(std::string(kDetachRequest), DataBuffer(detachRequest.request), detachRequest.lane);
     broker_->publish(kMarkerChannel, DataBuffer(std::to_string(detachRequest.marker)), detachRequest.lane);
+}
+
+void ClientLifecycle::revertSinks(const std::string& client, const std::string& lane) {
+    std::string request = InstalledSinks::revertRequest("server-" + randomHex(16));
+    sinks_.requested(client, request);
+    broker_->publish("/yvm/" + client + std::string(kSinksRequest), DataBuffer(std::move(request)), lane);
 }
 
 void ClientLifecycle::onAttachResponse(const DataBuffer& payload) {
@@ -215,6 +242,7 @@ void ClientLifecycle::onAttachResponse(const DataBuffer& payload) {
     }
     callbacks_.deliver(*owner, {std::string(kAttachResponse), payload});
     if (clients_.attachAnswered(fields.requestID, !fields.hasError)) {
+        sinks_.forget(fields.requestID);
         callbacks_.freed(*owner, fields.requestID);
     }
 }

@@ -4,6 +4,7 @@
 #include "server/bayeux/AccessPolicy.hpp"
 #include "server/bayeux/ClientTable.hpp"
 #include "server/bayeux/DeliveryQueue.hpp"
+#include "server/bayeux/InstalledSinks.hpp"
 
 #include <cstdint>
 #include <deque>
@@ -23,6 +24,9 @@ namespace server::bayeux {
 /// one before is answered. Behind each detach follows a marker in the same lane: when it arrives, the
 /// detach has been carried out, and the identifier is free. A detach that was not answered by then never
 /// will be, and the server answers it.
+///
+/// A client that is detached while the engine writes to its sinks is reverted first, in the same lane: the
+/// text would go nowhere.
 ///
 /// All functions and both callbacks run on the server's thread.
 class ClientLifecycle {
@@ -48,6 +52,9 @@ class ClientLifecycle {
     std::optional<Refusal> attach(SessionNumber session, const std::string& lane, std::string request);
     std::optional<Refusal> detach(SessionNumber session, const std::string& lane, std::string request);
 
+    /// A request of a client was admitted, and is about to be published. Most mean nothing here.
+    void observe(std::string_view channel, std::string_view request);
+
     /// Detaches all clients of a session that has ended, each once: those whose detach is on its way are
     /// left to it, and detaches that wait for their turn are dropped. Its lane stays in use until that is
     /// done.
@@ -67,6 +74,8 @@ class ClientLifecycle {
     void onDetachResponse(const connector::common::DataBuffer& payload);
     void publishDetach(DetachRequest& detachRequest, const std::string& requestID,
                        const std::string& identifier);
+    /// The answer is no event that anybody waits for.
+    void revertSinks(const std::string& client, const std::string& lane);
     /// Delivers the answer to the first of a queue, and hands on the next.
     void settleDetach(DetachRequests::iterator found, const connector::common::DataBuffer& response);
     void onMarker(const std::string& text);
@@ -76,6 +85,7 @@ class ClientLifecycle {
     const Callbacks callbacks_;
     ClientTable clients_;
     AccessPolicy policy_{clients_};
+    InstalledSinks sinks_;
     /// By `requestID`; the first of each queue has been handed on.
     DetachRequests detachRequests_;
 

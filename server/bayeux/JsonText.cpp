@@ -89,7 +89,7 @@ class Walker {
                     [[fallthrough]];
                 case Due::Value:
                     if (key_ && onMember_) {
-                        onMember_({*key_, open_.size(), c == '"'});
+                        onMember_({*key_, open_.size(), c == '"', c == 'n'});
                     }
                     key_.reset();
                     if (c == '{' || c == '[') {

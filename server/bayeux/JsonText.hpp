@@ -32,6 +32,7 @@ struct JsonMember {
     /// Of how many arrays and objects it is part: 1 in the outermost object.
     std::size_t depth;
     bool isString;
+    bool isNull;
 };
 
 /// Whether a string that is spelled so in JSON is `name`, which is printable ASCII without quotes,

@@ -1,7 +1,9 @@
-import { afterAll, beforeAll, describe, expect, it } from "vitest";
+import { afterAll, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
+import { scrape } from "./scrape.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient, type Data } from "./StockClient.js";
+import { SocketVisitor, type Visitor } from "./Visitor.js";
 
 /** Client-wide text: the sinks of the engine that a client takes over, and gives back. */
 
@@ -356,4 +358,77 @@ it("what no sinks take goes to the console of the server", async () => {
     expect(stdout).toContain("to the console\n");
     expect(stderr).toContain("oh dear\n");
     expect(stdout).not.toContain("to the client");
+});
+
+/** How a client leaves that has taken the sinks. */
+const leavings = [
+    { manner: "disconnects", leave: (visitor: Visitor) => visitor.ask("/meta/disconnect", {}) },
+    {
+        manner: "vanishes",
+        leave: (visitor: Visitor) => {
+            visitor.destroy();
+            return Promise.resolve();
+        },
+    },
+    {
+        manner: "detaches",
+        leave: (visitor: Visitor) =>
+            visitor.request("/yvm/detach", { requestID: "d", requestIDtoDetach: "leaving" }),
+    },
+];
+
+describe.each(leavings)("when a client that took the sinks $manner,", ({ leave }) => {
+    let observer: SinkClient;
+    let visitor: Visitor;
+
+    beforeAll(async () => {
+        server = await ServerProcess.start("--grace-time", "1", "--connect-timeout", "1");
+        observer = await SinkClient.attached();
+    });
+
+    beforeEach(async () => {
+        visitor = await SocketVisitor.open(server.endpoint);
+        await visitor.handshake(server.token);
+        visitor.connect();
+        for (const channel of ["/yvm/attach/response", "/yvm/detach/response"]) {
+            await visitor.ask("/meta/subscribe", { subscription: channel });
+        }
+        await visitor.request("/yvm/attach", {
+            requestID: "leaving",
+            yvmID: "user-yvm",
+            supportedApiVersions: ["r24a0"],
+        });
+        await visitor.ask("/meta/subscribe", { subscription: "/yvm/leaving/**" });
+        await visitor.request("/yvm/leaving/yvmSinks", { requestID: "s" });
+    });
+
+    afterAll(async () => {
+        await observer.stock.disconnect();
+        const { code, stdout } = await server.stop();
+        expect(code).toBe(0);
+        expect(stdout).toContain("to the console, again\n");
+        expect(stdout).not.toContain("to a client");
+    });
+
+    /** Waits until the server has carried out the detach. */
+    async function untilGone(): Promise<void> {
+        while ((await scrape(server))("clients") !== 1) {
+            await new Promise((resolve) => setTimeout(resolve, 20));
+        }
+    }
+
+    it("the text goes to the console again", async () => {
+        await observer.run("print('to a client')");
+        await leave(visitor);
+        await untilGone();
+        await observer.run("print('to the console, again')");
+    });
+
+    it("the sinks that another client installed since stay", async () => {
+        await observer.install();
+        await leave(visitor);
+        await untilGone();
+        await observer.run("print('to a client, still')");
+        expect(await observer.textUntil("still\n")).toBe("to a client, still\n");
+    });
 });

@@ -8,6 +8,7 @@ namespace server::bayeux::testing {
 namespace {
 
 using connector::common::DataBuffer;
+using metrics::Direction;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using ::testing::ElementsAre;
@@ -406,6 +407,196 @@ TEST_F(SessionLifeTest, AModuleThatAnswersNoDetachKeepsNoIdentifier) {
     module->fallSilent();
     disconnect(clientId);
     EXPECT_THAT(detached(), ElementsAre("one"));
+}
+
+// --- the sinks of who leaves -------------------------------------------------------------------------------
+
+/// With what the module is asked beside attaches, in order, as "<verb> <client>".
+class SinksOfWhoLeavesTest : public SessionLifeTest {
+  protected:
+    SinksOfWhoLeavesTest() {
+        for (const char* client : {"one", "two", "three"}) {
+            record("/yvm/" + std::string(client) + "/yvmSinks/request", [client](const auto& request) {
+                simdjson::dom::element traits;
+                const bool isRevert = !request["outSinkTraits"].get(traits) && traits.is_null() &&
+                                      !request["errSinkTraits"].get(traits) && traits.is_null();
+                return std::string(isRevert ? "revert " : "install ") + client;
+            });
+        }
+        record("/yvm/detach/request", [](const auto& request) {
+            return "detach " + std::string(std::string_view(request["requestIDtoDetach"]));
+        });
+    }
+
+    ~SinksOfWhoLeavesTest() override { recordings_.clear(); }
+
+    void install(const std::string& clientId, const std::string& client) {
+        EXPECT_THAT(
+            publish(connection, clientId, "/yvm/" + client + "/yvmSinks/request", R"({"requestID":"s"})"),
+            HasSubstr(R"("successful":true)"));
+    }
+
+    void revert(const std::string& clientId, const std::string& client) {
+        EXPECT_THAT(publish(connection, clientId, "/yvm/" + client + "/yvmSinks/request",
+                            R"({"requestID":"s","outSinkTraits":null,"errSinkTraits":null})"),
+                    HasSubstr(R"("successful":true)"));
+    }
+
+    /// Waits until `count` clients are left.
+    void awaitClients(std::size_t count) {
+        EXPECT_TRUE(workQueue.runUntil([&] { return server->clientCount() == count; }));
+    }
+
+    std::vector<std::string> asked() {
+        const std::lock_guard lock(mutex_);
+        return asked_;
+    }
+
+  private:
+    using Describe = std::function<std::string(const simdjson::dom::element&)>;
+
+    void record(const std::string& channel, const Describe& describe) {
+        recordings_.push_back(broker->subscribeInline(
+            channel, [this, describe](const connector::message_service::JsonMessage& message) {
+                simdjson::dom::parser parser;
+                const std::string text(message.payload().view());
+                const std::lock_guard lock(mutex_);
+                asked_.push_back(describe(parser.parse(text)));
+            }));
+    }
+
+    std::mutex mutex_;
+    std::vector<std::string> asked_;
+    std::vector<std::shared_ptr<connector::message_service::Subscription>> recordings_;
+};
+
+TEST_F(SinksOfWhoLeavesTest, AreRevertedBeforeTheDetachOfADisconnect) {
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    install(clientId, "one");
+    disconnect(clientId);
+    EXPECT_THAT(asked(), ElementsAre("install one", "revert one", "detach one"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, AreRevertedBeforeTheDetachOfAnExpiry) {
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    install(clientId, "one");
+    expire();
+    EXPECT_THAT(asked(), ElementsAre("install one", "revert one", "detach one"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, AreRevertedBeforeADetachOnceOnly) {
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    install(clientId, "one");
+    detach(clientId, "d", "one");
+    detach(clientId, "e", "one");
+    disconnect(clientId);
+    EXPECT_THAT(asked(), ElementsAre("install one", "revert one", "detach one", "detach one"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, AreLeftAloneWhereNothingIsInstalled) {
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    attach(clientId, "two");
+    install(clientId, "one");
+    revert(clientId, "one");
+    disconnect(clientId);
+    EXPECT_THAT(asked(), ElementsAre("install one", "revert one", "detach one", "detach two"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, AreLeftAloneWhereAnotherInstalledSince) {
+    const std::string first = openSession(connection);
+    const std::string second = openSession(connection);
+    attach(first, "one");
+    attach(second, "two");
+    install(first, "one");
+    install(second, "two");
+    disconnect(first);
+    disconnect(second);
+    EXPECT_THAT(asked(), ElementsAre("install one", "install two", "detach one", "revert two", "detach two"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, GoToTheClientBeforeThatIsRevertedInItsTurn) {
+    const std::string first = openSession(connection);
+    const std::string second = openSession(connection);
+    attach(first, "one");
+    attach(second, "two");
+    install(first, "one");
+    install(second, "two");
+    disconnect(second);
+    disconnect(first);
+    EXPECT_THAT(asked(), ElementsAre("install one", "install two", "revert two", "detach two", "revert one",
+                                     "detach one"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, OfAWholeSessionAreRevertedTheLatestFirstBeforeAnyDetach) {
+    const std::string clientId = openSession(connection);
+    for (const char* client : {"one", "two", "three"}) {
+        attach(clientId, client);
+    }
+    install(clientId, "two");
+    install(clientId, "one");
+    install(clientId, "three");
+    disconnect(clientId);
+    EXPECT_THAT(asked(), ElementsAre("install two", "install one", "install three", "revert three",
+                                     "revert one", "revert two", "detach one", "detach three", "detach two"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, OfAClientAttachedAnewAreNotThoseOfTheOldOne) {
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    install(clientId, "one");
+    detach(clientId, "d", "one");
+    attach(clientId, "one");
+    disconnect(clientId);
+    EXPECT_THAT(asked(), ElementsAre("install one", "revert one", "detach one", "detach one"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, OfAClientWhoseAttachWasRefusedAreNone) {
+    const std::string first = openSession(connection);
+    const std::string second = openSession(connection);
+    attach(first, "one");
+    install(first, "one");
+    ASSERT_TRUE(module->waitForRequests(1));
+    workQueue.runAll();
+    module->refuseAttaches();
+    attach(second, "two");
+    install(second, "two");
+    awaitClients(1);
+    disconnect(first);
+    EXPECT_THAT(asked(), ElementsAre("install one", "install two", "revert one", "detach one"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, AreRevertedInTheLaneOfTheSessionByARequestOfTheServer) {
+    const std::string clientId = openSession(connection);
+    attach(clientId, "one");
+    std::mutex mutex;
+    std::vector<std::string> delivered;
+    const auto service = broker->createService("recorder");
+    std::vector<std::shared_ptr<connector::message_service::Subscription>> recordings;
+    for (const char* channel : {"/yvm/one/yvmSinks/request", "/yvm/detach/request"}) {
+        recordings.push_back(service
+                                 ->subscribe(channel,
+                                             [&](const connector::message_service::JsonMessage& message) {
+                                                 const std::lock_guard lock(mutex);
+                                                 delivered.emplace_back(message.payload().view());
+                                             })
+                                 .get());
+    }
+    install(clientId, "one");
+    const auto counted = server->metrics()->messages[Direction::In];
+    detach(clientId, "d", "one");
+    EXPECT_EQ(server->metrics()->messages[Direction::In], counted + 1) << "the detach alone";
+    EXPECT_EQ(server->requestsInFlight().count(), 0U);
+    awaitClients(0);
+    recordings.clear();
+    ASSERT_EQ(delivered.size(), 3U);
+    EXPECT_THAT(delivered[1],
+                ::testing::MatchesRegex(
+                    R"(\{"requestID":"server-[0-9a-f]+","outSinkTraits":null,"errSinkTraits":null\})"));
+    EXPECT_THAT(delivered[2], HasSubstr(R"("requestIDtoDetach":"one")"));
 }
 
 }  // namespace
