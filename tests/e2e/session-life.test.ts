@@ -54,7 +54,7 @@ describe("a session whose attach waits for the engine", () => {
                 `busy-${id}`,
                 `print('busy', flush=True); print(${gate.python}.read())`,
             );
-            await client.event(({ data }) => data["text"] === "busy");
+            await client.event(({ data }) => data["text"] === "busy\n");
 
             const socket = await RawSocket.open(`${server.endpoint}?token=${server.token}`);
             const supportedConnectionTypes = ["websocket"];
