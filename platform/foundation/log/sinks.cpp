@@ -55,10 +55,10 @@ void format(const boost::log::record_view& record, boost::log::formatting_ostrea
          << boost::log::extract_or_default<std::string>("Message", record, std::string());
 }
 
-void addStreamSink(boost::shared_ptr<std::ostream> stream) {
+void addStreamSink(const boost::shared_ptr<std::ostream>& stream) {
     using Backend = boost::log::sinks::text_ostream_backend;
     const auto backend = boost::make_shared<Backend>();
-    backend->add_stream(std::move(stream));
+    backend->add_stream(stream);
     backend->auto_flush(true);
     const auto sink = boost::make_shared<boost::log::sinks::synchronous_sink<Backend>>(backend);
     sink->set_formatter(&format);
