@@ -88,7 +88,7 @@ void addFileSink(const std::filesystem::path& file) {
         throw std::runtime_error("cannot open the log file '" + file.string() +
                                  "' for writing: " + std::strerror(errno));
     }
-    addStreamSink(std::move(stream));
+    addStreamSink(stream);
 }
 
 void removeSinks() {

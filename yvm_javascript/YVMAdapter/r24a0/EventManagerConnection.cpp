@@ -74,9 +74,9 @@ std::shared_ptr<EventManagerConnection> EventManagerConnection::create(
         std::move(channelPrefix), std::move(eventMgr), std::move(messageService), std::move(sink)));
 }
 
-EventManagerConnection::EventManagerConnection(const std::string& channelPrefix,
+EventManagerConnection::EventManagerConnection(std::string channelPrefix,
                                                boost::shared_ptr<EventMgr> eventMgr,
-                                               const std::shared_ptr<MessageService>& messageService,
+                                               std::shared_ptr<MessageService> messageService,
                                                std::shared_ptr<YVMSink> sink)
     : eventMgr_(std::move(eventMgr)),
       // The plain address: the connections die with this object, and wait for their handlers.
@@ -89,7 +89,7 @@ EventManagerConnection::EventManagerConnection(const std::string& channelPrefix,
           [this](const BaseRequest& request) {
               disconnectConnection_.publishResponse(handleRequest(DisconnectRequest(request)));
           }),
-      eventConnection_(messageService, channelPrefix + "/event", nullptr),
+      eventConnection_(std::move(messageService), std::move(channelPrefix) + "/event", nullptr),
       sink_(std::move(sink)) {}
 
 EventManagerConnection::~EventManagerConnection() {

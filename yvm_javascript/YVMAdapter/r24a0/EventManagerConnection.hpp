@@ -72,9 +72,9 @@ class EventManagerConnection : public std::enable_shared_from_this<EventManagerC
     void handleDisconnect(const std::string& channel);
 
   private:
-    EventManagerConnection(const std::string& channelPrefix,
+    EventManagerConnection(std::string channelPrefix,
                            boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventMgr,
-                           const std::shared_ptr<connector::message_service::MessageService>& messageService,
+                           std::shared_ptr<connector::message_service::MessageService> messageService,
                            std::shared_ptr<YVMSink> sink);
 
     void clearConnections();
