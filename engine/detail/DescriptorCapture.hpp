@@ -22,8 +22,8 @@ namespace yvm::engine {
 /// What somebody writes who then ends the process by a signal (`abort`, a crash) is copied to the original
 /// descriptors.
 ///
-/// Order of life: made before the interpreter starts; `stop`, also if the start fails; never destroyed but
-/// then. There is one in a process.
+/// Order of life: made before the interpreter starts; `stop`, also if that start fails; destroyed. There is
+/// one in a process.
 class DescriptorCapture {
   public:
     using Stream = ylutil::io::StreamTypeEnum;
