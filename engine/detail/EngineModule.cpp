@@ -27,13 +27,13 @@ namespace {
 PyObject* interruptType = nullptr;
 
 /// What a file object writes to.
-struct TextFile {
+struct OutputFile {
     EngineOutput& output;
     StreamTypeEnum stream;
 };
 
-TextFile& textFileOf(PyObject* capsule) {
-    return *static_cast<TextFile*>(PyCapsule_GetPointer(capsule, nullptr));
+OutputFile& outputFileOf(PyObject* capsule) {
+    return *static_cast<OutputFile*>(PyCapsule_GetPointer(capsule, nullptr));
 }
 
 /// Of the destination of what this thread writes to the stream.
@@ -71,26 +71,26 @@ PyObject* callForPython(const Function& function) noexcept {
 
 PyObject* writeText(PyObject* file, PyObject* text) noexcept {
     return callForPython([&] {
-        textFileOf(file).output.write(textFileOf(file).stream, text);
+        outputFileOf(file).output.write(outputFileOf(file).stream, text);
         return PyLong_FromSsize_t(PyUnicode_GET_LENGTH(text));
     });
 }
 
 PyObject* flushText(PyObject* file, PyObject* /*arguments*/) noexcept {
     return callForPython([&] {
-        textFileOf(file).output.flush(textFileOf(file).stream);
+        outputFileOf(file).output.flush(outputFileOf(file).stream);
         return Py_NewRef(Py_None);
     });
 }
 
 /// By the interpreter's own means: every piece of text comes through here, and a wrapper of the function
 /// would cost more than the text.
-void addTextFile(py::module_& module, EngineOutput& output, StreamTypeEnum stream, const char* write,
-                 const char* flush) {
+void addOutputFile(py::module_& module, EngineOutput& output, StreamTypeEnum stream, const char* write,
+                   const char* flush) {
     static PyMethodDef writeDefinition{"write", &writeText, METH_O, "Writes a text; returns its length."};
     static PyMethodDef flushDefinition{"flush", &flushText, METH_NOARGS, "Brings out what was written."};
     // Lives as long as the process, as the functions may.
-    const py::capsule file(new TextFile{output, stream});
+    const py::capsule file(new OutputFile{output, stream});
     module.attr(write) = py::reinterpret_steal<py::object>(PyCFunction_New(&writeDefinition, file.ptr()));
     module.attr(flush) = py::reinterpret_steal<py::object>(PyCFunction_New(&flushDefinition, file.ptr()));
 }
@@ -146,8 +146,8 @@ void createEngineModule(EngineThread& engine) {
     }
     module.attr("Interrupt") = py::handle(interruptType);
 
-    addTextFile(module, engine.output(), StreamTypeEnum::Output, "write_output", "flush_output");
-    addTextFile(module, engine.output(), StreamTypeEnum::Error, "write_error", "flush_error");
+    addOutputFile(module, engine.output(), StreamTypeEnum::Output, "write_output", "flush_output");
+    addOutputFile(module, engine.output(), StreamTypeEnum::Error, "write_error", "flush_error");
 
     const py::class_<Command, std::shared_ptr<Command>> commandType(module, "Command");
     module.def("current_command", [] { return CommandScope::current(); });
