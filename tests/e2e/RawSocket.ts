@@ -32,6 +32,25 @@ export class RawSocket {
         });
     }
 
+    /** Shakes hands with the token; resolves to the client id. Events come once it has connected as well. */
+    async shakeHands(token: string): Promise<string> {
+        const [reply] = (await this.ask(
+            JSON.stringify([
+                {
+                    channel: "/meta/handshake",
+                    id: "1",
+                    version: "1.0",
+                    supportedConnectionTypes: ["websocket"],
+                    ext: { token },
+                },
+            ]),
+        )) as Message[];
+        if (reply?.successful !== true) {
+            throw new Error(`the handshake failed: ${JSON.stringify(reply)}`);
+        }
+        return reply.clientId ?? "";
+    }
+
     send(text: string | Buffer, binary = false): void {
         this.#socket.send(text, { binary });
     }

@@ -24,19 +24,7 @@ afterAll(async () => {
 
 async function session(): Promise<{ socket: RawSocket; clientId: string }> {
     const socket = await RawSocket.open(server.endpoint);
-    const [reply] = (await socket.ask(
-        JSON.stringify([
-            {
-                channel: "/meta/handshake",
-                id: "1",
-                version: "1.0",
-                supportedConnectionTypes: ["websocket"],
-                ext: { token: server.token },
-            },
-        ]),
-    )) as Message[];
-    expect(reply).toMatchObject({ successful: true });
-    return { socket, clientId: reply?.clientId ?? "" };
+    return { socket, clientId: await socket.shakeHands(server.token) };
 }
 
 async function nobodyNoticed(): Promise<void> {

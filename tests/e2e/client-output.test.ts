@@ -1,29 +1,15 @@
-import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
-import { connect, type Client, type ClientOutput, type Connection } from "yvm-client";
+import { describe, expect, it } from "vitest";
+import type { Client, ClientOutput, Connection } from "yvm-client";
 
-import { ServerProcess } from "./ServerProcess.js";
+import { setUpClient } from "./setUpClient.js";
 
 /** What the client package makes of text: the real client, the real server. */
 
-let server: ServerProcess;
 let yvm: Connection;
 let client: Client;
 
-beforeAll(async () => {
-    server = await ServerProcess.start();
-});
-
-afterAll(async () => {
-    expect((await server.stop()).code).toBe(0);
-});
-
-beforeEach(async () => {
-    yvm = await connect(server.url.href);
-    client = await yvm.attach();
-});
-
-afterEach(async () => {
-    await yvm.disconnect();
+setUpClient((given) => {
+    ({ yvm, client } = given);
 });
 
 /** Reads until the text, of both streams, ends with `end`. */

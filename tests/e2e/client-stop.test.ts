@@ -1,7 +1,8 @@
-import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+import { describe, expect, it } from "vitest";
 import { AbortedError, connect, type Client, type Connection, type RequestFuture } from "yvm-client";
 
-import { ServerProcess } from "./ServerProcess.js";
+import type { ServerProcess } from "./ServerProcess.js";
+import { setUpClient } from "./setUpClient.js";
 
 /** Stopping commands by the package as users install it, with the real server. */
 
@@ -9,21 +10,8 @@ let server: ServerProcess;
 let yvm: Connection;
 let client: Client;
 
-beforeAll(async () => {
-    server = await ServerProcess.start();
-});
-
-afterAll(async () => {
-    expect((await server.stop()).code).toBe(0);
-});
-
-beforeEach(async () => {
-    yvm = await connect(server.url.href);
-    client = await yvm.attach();
-});
-
-afterEach(async () => {
-    await yvm.disconnect();
+setUpClient((given) => {
+    ({ server, yvm, client } = given);
 });
 
 const busy = "while True: pass";

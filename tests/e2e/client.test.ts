@@ -2,10 +2,11 @@ import { execFile } from "node:child_process";
 import { fileURLToPath } from "node:url";
 import { promisify } from "node:util";
 
-import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+import { describe, expect, it } from "vitest";
 import { connect, ndarray, type Client, type Connection, type NdArray, type YdaValue } from "yvm-client";
 
 import { ServerProcess } from "./ServerProcess.js";
+import { setUpClient } from "./setUpClient.js";
 
 /** The package as users install it, with the real server. */
 
@@ -13,21 +14,8 @@ let server: ServerProcess;
 let yvm: Connection;
 let client: Client;
 
-beforeAll(async () => {
-    server = await ServerProcess.start();
-});
-
-afterAll(async () => {
-    expect((await server.stop()).code).toBe(0);
-});
-
-beforeEach(async () => {
-    yvm = await connect(server.url.href);
-    client = await yvm.attach();
-});
-
-afterEach(async () => {
-    await yvm.disconnect();
+setUpClient((given) => {
+    ({ server, yvm, client } = given);
 });
 
 describe("eval", () => {

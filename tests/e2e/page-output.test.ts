@@ -6,6 +6,7 @@ import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from
 import { connect, type Client, type Connection } from "yvm-client";
 
 import { launchChromium } from "./Chromium.js";
+import { collectComplaints } from "./collectComplaints.js";
 import { ServerProcess } from "./ServerProcess.js";
 
 /** Output in the web console: much of it, of all kinds, and from elsewhere. A real browser, the real server. */
@@ -38,12 +39,7 @@ beforeEach(async () => {
     complaints = [];
     context = await browser.newContext({ viewport: { width: 900, height: 700 } });
     page = await context.newPage();
-    page.on("pageerror", (error) => complaints.push(error.message));
-    page.on("console", (message) => {
-        if (message.type() === "error" || message.type() === "warning") {
-            complaints.push(message.text());
-        }
-    });
+    collectComplaints(page, complaints);
     await page.goto(server.url.href);
     await attached();
 });

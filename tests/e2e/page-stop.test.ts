@@ -8,6 +8,7 @@ import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from
 import { connect, type Client, type Connection } from "yvm-client";
 
 import { launchChromium } from "./Chromium.js";
+import { collectComplaints } from "./collectComplaints.js";
 import { ServerProcess } from "./ServerProcess.js";
 
 /** Stopping commands in the web console: a real browser, the real server. */
@@ -52,12 +53,7 @@ afterEach(async () => {
 
 async function open(): Promise<Page> {
     const opened = await context.newPage();
-    opened.on("pageerror", (error) => complaints.push(error.message));
-    opened.on("console", (message) => {
-        if (message.type() === "error" || message.type() === "warning") {
-            complaints.push(message.text());
-        }
-    });
+    collectComplaints(opened, complaints);
     await opened.goto(server.url.href);
     await opened.locator('#status[data-state="attached"]').waitFor();
     return opened;

@@ -5,6 +5,7 @@ import type { Browser, Page } from "playwright-core";
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
 import { launchChromium } from "./Chromium.js";
+import { collectComplaints } from "./collectComplaints.js";
 import { ServerProcess } from "./ServerProcess.js";
 
 /** The web console in a real browser, served by the real server under its own policy. */
@@ -31,12 +32,7 @@ beforeEach(async () => {
     complaints = [];
     const context = await browser.newContext({ viewport: { width: 900, height: 700 } });
     page = await context.newPage();
-    page.on("pageerror", (error) => complaints.push(error.message));
-    page.on("console", (message) => {
-        if (message.type() === "error" || message.type() === "warning") {
-            complaints.push(message.text());
-        }
-    });
+    collectComplaints(page, complaints);
 });
 
 afterEach(async () => {

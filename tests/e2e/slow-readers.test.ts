@@ -40,18 +40,7 @@ class Reader {
 
     static async attached(id: string): Promise<Reader> {
         const socket = await RawSocket.open(server.endpoint);
-        const [reply] = (await socket.ask(
-            JSON.stringify([
-                {
-                    channel: "/meta/handshake",
-                    id: "0",
-                    version: "1.0",
-                    supportedConnectionTypes: ["websocket"],
-                    ext: { token: server.token },
-                },
-            ]),
-        )) as Message[];
-        const reader = new Reader(id, socket, reply?.clientId ?? "");
+        const reader = new Reader(id, socket, await socket.shakeHands(server.token));
         reader.send("/meta/connect", { connectionType: "websocket", advice: { timeout: 0 } });
         reader.send("/meta/connect", { connectionType: "websocket" });
         reader.send("/meta/subscribe", { subscription: "/yvm/attach/response" });

@@ -441,50 +441,38 @@ class YVMSinkPublishTest : public YVMSinkTest {
     }
     std::size_t outputCount() const { return hooked->inner->publicationsOn("/yvm/a/yvmSinks/output").size(); }
 
+    /// Installs while `send`, which makes the publisher send on a thread of its own, is in the middle of a
+    /// publish, and so holds the old publisher and the mutex of it.
+    void installWhile(const std::function<void()>& send) {
+        deliver(install);
+        write(u"x");
+        std::promise<void> publishing;
+        std::promise<void> released;
+        hooked->onPublish = [&](const std::string& channel) {
+            if (channel == "/yvm/a/yvmSinks/output") {
+                publishing.set_value();
+                released.get_future().wait();
+            }
+        };
+        std::thread sender(send);
+        publishing.get_future().wait();
+        auto installed = std::async(std::launch::async, [this] { deliver(install); });
+        const auto status = installed.wait_for(std::chrono::seconds(30));
+        released.set_value();
+        EXPECT_EQ(status, std::future_status::ready);
+        sender.join();
+        EXPECT_EQ(outputCount(), 1U);
+    }
+
     const std::shared_ptr<HookedMessageService> hooked = std::make_shared<HookedMessageService>();
 };
 
 TEST_F(YVMSinkPublishTest, AnInstallWaitsForNoPublishOfTheOldPublisher) {
-    deliver(install);
-    write(u"x");
-    std::promise<void> publishing;
-    std::promise<void> released;
-    hooked->onPublish = [&](const std::string& channel) {
-        if (channel == "/yvm/a/yvmSinks/output") {
-            publishing.set_value();
-            released.get_future().wait();
-        }
-    };
-    // Its run holds the old publisher and the mutex of it.
-    std::thread timer([this] { pool.advance(publishPeriod); });
-    publishing.get_future().wait();
-    auto installed = std::async(std::launch::async, [this] { deliver(install); });
-    const auto status = installed.wait_for(std::chrono::seconds(30));
-    released.set_value();
-    EXPECT_EQ(status, std::future_status::ready);
-    timer.join();
-    EXPECT_EQ(outputCount(), 1U);
+    installWhile([this] { pool.advance(publishPeriod); });
 }
 
 TEST_F(YVMSinkPublishTest, AnInstallWaitsForNoFlushOfTheOldPublisher) {
-    deliver(install);
-    write(u"x");
-    std::promise<void> publishing;
-    std::promise<void> released;
-    hooked->onPublish = [&](const std::string& channel) {
-        if (channel == "/yvm/a/yvmSinks/output") {
-            publishing.set_value();
-            released.get_future().wait();
-        }
-    };
-    std::thread event([this] { sink->flushForEvent(PromptEvent()); });
-    publishing.get_future().wait();
-    auto installed = std::async(std::launch::async, [this] { deliver(install); });
-    const auto status = installed.wait_for(std::chrono::seconds(30));
-    released.set_value();
-    EXPECT_EQ(status, std::future_status::ready);
-    event.join();
-    EXPECT_EQ(outputCount(), 1U);
+    installWhile([this] { sink->flushForEvent(PromptEvent()); });
 }
 
 TEST_F(YVMSinkPublishTest, MayEndInsideAPublish) {
