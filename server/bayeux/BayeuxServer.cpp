@@ -112,8 +112,14 @@ BayeuxServer::BayeuxServer(std::shared_ptr<connector::message_service::Broker> b
                   .post = options_.post}),
       responses_(
           broker_->subscribeInline("/yvm/**", [this](const connector::message_service::JsonMessage& message) {
-              if (!isRequestChannel(message.channel())) {
-                  requestsInFlight_.observe(message.channel());
+              if (isRequestChannel(message.channel())) {
+                  return;
+              }
+              requestsInFlight_.observe(message.channel());
+              // Also where no session has subscribed: who installed sinks need not listen.
+              if (options_.textGate &&
+                  wayOfText(message.channel()) == yvm::OutputGate::Way::ClientWideSinks) {
+                  options_.textGate->published();
               }
           })) {}
 

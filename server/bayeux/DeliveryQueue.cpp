@@ -41,9 +41,6 @@ void DeliveryQueue::offer(const std::string& pattern,
             holdWriterLocked(*way);
         }
     }
-    if (gate_ != nullptr && way == output::TextGate::Way::ClientWideSinks) {
-        gate_->published();
-    }
     if (wakeDue) {
         wake_();
     }

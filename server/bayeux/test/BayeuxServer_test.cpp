@@ -760,6 +760,14 @@ TEST_F(SlowReaderTest, PublishedTextNoLongerCounts) {
     EXPECT_TRUE(mayWrite(Way::ClientWideSinks));
 }
 
+TEST_F(SlowReaderTest, PublishedTextNoLongerCountsAlsoWhenNobodyListens) {
+    exchange(connection, request(clientId, "/meta/unsubscribe", R"(,"subscription":"/yvm/one/**")"));
+    gate->hasWritten(Way::ClientWideSinks, command, 60);
+    EXPECT_FALSE(mayWrite(Way::ClientWideSinks));
+    write("/yvmSinks/output", 60);
+    EXPECT_TRUE(mayWrite(Way::ClientWideSinks));
+}
+
 TEST_F(SlowReaderTest, ASessionThatHoldsAWriterTooLongIsToldSoAndEnds) {
     write("/text/output", 300);
     EXPECT_FALSE(mayWrite());
