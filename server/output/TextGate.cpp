@@ -37,8 +37,9 @@ bool TextGate::mayWrite(Way way, const IDType& command) noexcept {
 bool TextGate::holdsLocked(Way way, const IDType& command) {
     for (auto& [reader, held] : held_) {
         if (way == Way::ClientWideSinks ? held.clientWide : held.commands.contains(command)) {
+            held.hasAsked = true;
             if (!std::exchange(held.isTimed, true)) {
-                giveUpAfterWait(reader, held.number);
+                after(options_.maxWait - answerWait(), &TextGate::askAgain, reader, held.number);
             }
             return true;
         }
@@ -99,21 +100,38 @@ void TextGate::published() noexcept {
     }
 }
 
-void TextGate::giveUpAfterWait(const TextReader* reader, std::uint64_t number) {
-    pool_->submitAfter(options_.maxWait, [weak = weak_from_this(), reader, number] {
+void TextGate::after(std::chrono::milliseconds wait, void (TextGate::*then)(const TextReader*, std::uint64_t),
+                     const TextReader* reader, std::uint64_t number) {
+    pool_->submitAfter(wait, [weak = weak_from_this(), then, reader, number] {
         if (const auto self = weak.lock()) {
-            self->giveUp(reader, number);
+            (*self.*then)(reader, number);
         }
         return std::optional<ThreadPool::Duration>();
     });
 }
 
-void TextGate::giveUp(const TextReader* reader, std::uint64_t number) {
+void TextGate::askAgain(const TextReader* reader, std::uint64_t number) {
+    const std::lock_guard lock(mutex_);
+    const auto found = held_.find(reader);
+    if (found == held_.end() || found->second.number != number) {
+        return;
+    }
+    found->second.hasAsked = false;
+    after(answerWait(), &TextGate::giveUpIfAsked, reader, number);
+    openLocked();
+}
+
+void TextGate::giveUpIfAsked(const TextReader* reader, std::uint64_t number) {
     std::shared_ptr<TextReader> tooSlow;
     {
         const std::lock_guard lock(mutex_);
         const auto found = held_.find(reader);
         if (found == held_.end() || found->second.number != number) {
+            return;
+        }
+        if (!found->second.hasAsked) {
+            // Who waits from now on has the whole wait.
+            found->second.isTimed = false;
             return;
         }
         tooSlow = found->second.reader.lock();

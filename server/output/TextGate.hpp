@@ -25,7 +25,10 @@ namespace server::output {
 ///   published on the thread that writes it, which knows its command.
 /// - Client-wide text may wait for a timer before it is published, without a limit. So what was written since
 ///   the sinks last published counts too. If nobody publishes any more, that is found out by a short wait.
-/// - A reader that has held up a writer for longer than `maxWait` is given up, and holds nobody any more.
+/// - A reader that has held up a writer for `maxWait` is given up, and holds nobody any more. Nobody tells
+/// when a
+///   writer stops waiting, as one that is interrupted does: so shortly before, all are told to ask again, and
+///   the reader is given up only if one does.
 ///
 /// Safe from any thread. Its mutex comes after that of a queue, and before nothing but the engine's leaf.
 class TextGate final : public yvm::OutputGate, public std::enable_shared_from_this<TextGate> {
@@ -73,11 +76,15 @@ class TextGate final : public yvm::OutputGate, public std::enable_shared_from_th
         std::set<IDType> commands;
         bool clientWide = false;
         bool isTimed = false;
+        bool hasAsked = false;  ///< a writer that it holds, since all were told to ask again
     };
 
     bool holdsLocked(Way way, const IDType& command);
-    void giveUpAfterWait(const TextReader* reader, std::uint64_t number);
-    void giveUp(const TextReader* reader, std::uint64_t number);
+    void after(std::chrono::milliseconds wait, void (TextGate::*then)(const TextReader*, std::uint64_t),
+               const TextReader* reader, std::uint64_t number);
+    void askAgain(const TextReader* reader, std::uint64_t number);
+    void giveUpIfAsked(const TextReader* reader, std::uint64_t number);
+    std::chrono::milliseconds answerWait() const { return options_.maxWait / 10; }
     void forgetUnpublishedAfterWait();
     void openLocked() const;
 

@@ -109,7 +109,31 @@ TEST_F(TextGateTest, AReaderIsGivenUpWhenAWriterHasWaitedTooLong) {
     pool->advance(milliseconds(1));
     EXPECT_EQ(reader->givenUp, 1);
     EXPECT_TRUE(ownMayWrite(first));
-    EXPECT_EQ(openings, 1);
+    EXPECT_EQ(openings, 2) << "to ask again, and to write";
+}
+
+TEST_F(TextGateTest, AReaderWhoseWriterWaitsNoMoreIsNotGivenUp) {
+    hold(reader, first);
+    EXPECT_FALSE(ownMayWrite(first));
+    pool->advance(milliseconds(60'000));
+    EXPECT_EQ(reader->givenUp, 0) << "the writer was told to ask again, and did not";
+    EXPECT_EQ(pool->waiting(), 0U);
+
+    EXPECT_FALSE(ownMayWrite(first));
+    pool->advance(milliseconds(9'999));
+    EXPECT_FALSE(ownMayWrite(first));
+    EXPECT_EQ(reader->givenUp, 0) << "who waits then has the whole wait";
+    pool->advance(milliseconds(1));
+    EXPECT_EQ(reader->givenUp, 1);
+}
+
+TEST_F(TextGateTest, AReaderOfSinksThatWereReplacedIsNotGivenUp) {
+    hold(reader, first, Way::ClientWideSinks);
+    EXPECT_FALSE(clientWideMayWrite());
+    gate->sinksReplaced();
+    EXPECT_TRUE(clientWideMayWrite());
+    pool->advance(milliseconds(60'000));
+    EXPECT_EQ(reader->givenUp, 0);
 }
 
 TEST_F(TextGateTest, AReaderThatHasCaughtUpInTimeHasTheWholeWaitAgain) {
@@ -120,6 +144,7 @@ TEST_F(TextGateTest, AReaderThatHasCaughtUpInTimeHasTheWholeWaitAgain) {
     hold(reader, first);
     EXPECT_FALSE(ownMayWrite(first));
     pool->advance(milliseconds(9'999));
+    EXPECT_FALSE(ownMayWrite(first));
     EXPECT_EQ(reader->givenUp, 0);
     pool->advance(milliseconds(1));
     EXPECT_EQ(reader->givenUp, 1);
