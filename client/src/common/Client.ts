@@ -10,9 +10,12 @@ import {
     type TextMessage,
 } from "./checks.js";
 import type { ClientOutput, ClientOutputOptions } from "./ClientOutput.js";
+import { ClientEvents, type RunConnections } from "./ClientEvents.js";
 import { ClientSinks } from "./ClientSinks.js";
 import type { Disposable } from "./Disposable.js";
 import { AbortedError, ClosedError, ConnectionError, YvmError } from "./errors.js";
+import type { EventName } from "./events.js";
+import type { EventOptions, EventSubscription } from "./EventSubscription.js";
 import {
     RequestFuture,
     type OutputTarget,
@@ -22,13 +25,13 @@ import {
 import type { RunOptions } from "./RunOptions.js";
 import { decodeYda, encodeYda, type YdaInput, type YdaValue } from "./yda.js";
 
-export interface EvalOptions extends RequestOptions {
+export interface EvalOptions<N extends EventName = never> extends RequestOptions<N> {
     /** Enter the command into the engine's history, as one that a person typed. Default false. */
     readonly isUserEval?: boolean;
     readonly runOptions?: RunOptions;
 }
 
-export interface FevalOptions extends RequestOptions {
+export interface FevalOptions<N extends EventName = never> extends RequestOptions<N> {
     /** How many outputs to ask for; 0 discards what the function returns. Default 1. */
     readonly numOutputs?: number;
     /** How the outputs travel. Both are decoded to the same values. Default "preferYDAShort". */
@@ -75,6 +78,7 @@ export class Client {
     readonly #host: ClientHost;
     readonly #open = new Map<string, RequestDriver>();
     readonly #sinks: ClientSinks;
+    readonly #events: ClientEvents;
     readonly #lateTextListeners = new Set<(message: TextMessage) => void>();
     #requestCount = 0;
     #closed: Error | undefined;
@@ -89,16 +93,24 @@ export class Client {
             request: (keys) => this.#request("/yvmSinks", keys),
             untilLinkIsBack: () => host.untilLinkIsBack(),
         });
+        this.#events = new ClientEvents({
+            newIdentifier: () => this.#newRequestID(),
+            request: (channel, keys) => this.#request(channel, keys),
+            untilLinkIsBack: () => host.untilLinkIsBack(),
+        });
     }
 
     /**
      * Evaluates a command: Python source, of which the value of a last bare expression is displayed,
      * unless the text ends in a semicolon.
      */
-    eval(command: string, options: EvalOptions = {}): RequestFuture<EvalResult> {
+    eval<N extends EventName = never>(
+        command: string,
+        options: EvalOptions<N> = {},
+    ): RequestFuture<EvalResult, N> {
         return this.#send(
             "/eval",
-            { command, isUserEval: options.isUserEval ?? false, runOptions: withText(options) },
+            { command, isUserEval: options.isUserEval ?? false },
             options,
             (_body, future) => ({ text: future.text, stdout: future.textOf(0), stderr: future.textOf(1) }),
         );
@@ -112,11 +124,11 @@ export class Client {
      * @returns the outputs, in order
      * @throws TypeError or RangeError at once, if an argument has no counterpart in the engine
      */
-    feval(
+    feval<N extends EventName = never>(
         name: string,
         args: readonly YdaInput[] = [],
-        options: FevalOptions = {},
-    ): RequestFuture<YdaValue[]> {
+        options: FevalOptions<N> = {},
+    ): RequestFuture<YdaValue[], N> {
         return this.#send(
             "/feval",
             {
@@ -124,7 +136,6 @@ export class Client {
                 numOutputsExpected: options.numOutputs ?? 1,
                 rhsArgs: args.map(encodeYda),
                 ydaOutputFormat: options.format ?? "preferYDAShort",
-                runOptions: withText(options),
             },
             options,
             (body) => asArray(body["result"], "result").map(decodeYda),
@@ -177,6 +188,30 @@ export class Client {
     }
 
     /**
+     * Reads the engine's events of one type, whichever client's command causes them. For those of one command
+     * alone, see the option `events` of `eval` and `feval`.
+     *
+     * It begins with the call: of what is sent after it, nothing is missed but what the loop is too slow for.
+     * Any number may read at the same time.
+     */
+    events<N extends EventName>(name: N, options: EventOptions = {}): EventSubscription<N> {
+        return this.#events.subscribe(name, options);
+    }
+
+    /**
+     * Replies to an `InputRequest`, with a line without its end. The first answer counts.
+     *
+     * @throws YvmError if the request was answered before, or its command no longer waits for it
+     */
+    async answer(id: string, text: string): Promise<void> {
+        await this.feval("yvm.answer", [id, text], {
+            numOutputs: 0,
+            output: "none",
+            runOptions: { dequeueMode: "DEQUEUE_AT_PAUSE" },
+        });
+    }
+
+    /**
      * Calls the listener with text of requests that have settled: of threads that a command has started and
      * that live on, and of what was aborted and has not stopped yet. Nobody else is given it.
      */
@@ -209,11 +244,16 @@ export class Client {
             case "/yvmSinks/output":
                 this.#sinks.onText(readTextChunk(data, channel));
                 break;
+            case "/event/fireEvent":
+                this.#events.onEvent(data, channel);
+                break;
             case "/eval/response":
             case "/feval/response":
             case "/cancel/response":
             case "/cancelGroup/response":
             case "/interrupt/response":
+            case "/subscribeEvent/response":
+            case "/disconnectEvent/response":
             case "/yvmSinks/response": {
                 const response = readResponse(data, channel);
                 const request = this.#open.get(response.requestID);
@@ -246,10 +286,16 @@ export class Client {
         }
     }
 
+    /** @internal The server has forgotten the session: everything that is open ends; new requests are taken. */
+    endSession(reason: Error): void {
+        this.#events.end(reason); // first, so that nothing is freed which is no longer there
+        this.failOpenRequests(reason);
+    }
+
     /** @internal The end: open and later requests reject with the reason. */
     close(reason: Error): void {
         this.#closed ??= reason;
-        this.failOpenRequests(reason);
+        this.endSession(reason);
     }
 
     /** Why the client takes no more requests; undefined while it does. */
@@ -270,16 +316,17 @@ export class Client {
         }
     }
 
-    #send<T>(
+    #send<T, N extends EventName>(
         channel: string,
         keys: JsonObject,
-        options: RequestOptions,
-        readResult: (body: JsonObject, future: RequestFuture<T>) => T,
-    ): RequestFuture<T> {
+        options: RequestOptions<N> & { readonly runOptions?: RunOptions },
+        readResult: (body: JsonObject, future: RequestFuture<T, N>) => T,
+    ): RequestFuture<T, N> {
         const requestID = this.#newRequestID();
         const { signal, ...rest } = options;
         const isAborted = signal?.aborted === true;
-        return new RequestFuture<T>(
+        let connections: RunConnections | undefined;
+        return new RequestFuture<T, N>(
             requestID,
             channel,
             isAborted ? rest : options,
@@ -289,13 +336,21 @@ export class Client {
                     this.#open.delete(requestID);
                     driver.fail(new AbortedError(reason, this.#cancelAborted(requestID)));
                 },
+                settled: () => connections?.free(),
             },
             readResult,
             (driver) => {
                 if (isAborted) {
                     driver.fail(new AbortedError(signal.reason));
                 } else {
-                    this.#publish(requestID, keys, driver);
+                    if (options.events && options.events.length > 0) {
+                        connections = this.#events.openRun(options.events, driver);
+                    }
+                    const runOptions = {
+                        ...withText(options),
+                        ...(connections && { eventConnections: connections.eventConnections }),
+                    };
+                    this.#publish(requestID, { ...keys, runOptions }, driver);
                 }
             },
         );
@@ -305,7 +360,13 @@ export class Client {
     #request(channel: string, keys: JsonObject): { requestID: string; answered: Promise<JsonObject> } {
         const requestID = this.#newRequestID();
         const answered = new Promise<JsonObject>((respond, fail) => {
-            this.#publish(requestID, keys, { channel, pushText: () => undefined, respond, fail });
+            this.#publish(requestID, keys, {
+                channel,
+                pushText: () => undefined,
+                pushEvent: () => undefined,
+                respond,
+                fail,
+            });
         });
         return { requestID, answered };
     }

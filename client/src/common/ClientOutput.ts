@@ -1,7 +1,7 @@
 import type { AbortOptions } from "./abort.js";
 import type { TextChunk } from "./checks.js";
 import type { SinkTraits } from "./RunOptions.js";
-import type { TextQueue } from "./TextQueue.js";
+import type { Queue } from "./Queue.js";
 
 export interface ClientOutputOptions extends AbortOptions {
     /**
@@ -23,14 +23,14 @@ export interface ClientOutputOptions extends AbortOptions {
 export class ClientOutput implements AsyncIterableIterator<TextChunk, undefined> {
     /** Resolves when the text comes here. Rejects with what the loop throws; nobody has to wait for it. */
     readonly installed: Promise<void>;
-    readonly #queue: TextQueue;
+    readonly #queue: Queue<TextChunk>;
     readonly #onClose: () => Promise<void>;
 
     /**
      * @internal Use `Client.output`.
      * @param onClose called at each close; resolves when the engine has the sinks that it had before
      */
-    constructor(installed: Promise<void>, queue: TextQueue, onClose: () => Promise<void>) {
+    constructor(installed: Promise<void>, queue: Queue<TextChunk>, onClose: () => Promise<void>) {
         this.installed = installed;
         this.#queue = queue;
         this.#onClose = onClose;

@@ -2,7 +2,8 @@ import { listenForAbort } from "./abort.js";
 import type { JsonObject, TextChunk } from "./checks.js";
 import { ClientOutput, type ClientOutputOptions } from "./ClientOutput.js";
 import { AbortedError, ClosedError, ConnectionError } from "./errors.js";
-import { TextQueue } from "./TextQueue.js";
+import { handled } from "./handled.js";
+import { Queue } from "./Queue.js";
 
 /** What the sinks need of their client. */
 export interface SinksHost {
@@ -13,7 +14,7 @@ export interface SinksHost {
 }
 
 interface Reader {
-    readonly queue: TextQueue;
+    readonly queue: Queue<TextChunk>;
     stopListening(): void;
 }
 
@@ -42,7 +43,7 @@ export class ClientSinks {
 
     /** @throws TypeError if other traits hold than those asked for */
     open({ traits, signal }: ClientOutputOptions): ClientOutput {
-        const queue = new TextQueue();
+        const queue = new Queue<TextChunk>();
         if (signal?.aborted === true) {
             const error = new AbortedError(signal.reason);
             queue.end({ error });
@@ -188,12 +189,6 @@ export class ClientSinks {
             }
         }
     }
-}
-
-/** A promise that need not be waited for. */
-function handled<T>(promise: Promise<T>): Promise<T> {
-    promise.catch(() => undefined);
-    return promise;
 }
 
 function areEqual(one: JsonObject, other: JsonObject): boolean {

@@ -260,14 +260,20 @@ export class Connection {
     #onLost(reason: Error): void {
         this.#setStatus({ state: "lost", reason });
         if (!this.#transport.redelivers) {
-            this.#failOpen(reason);
+            this.#failPending(reason);
+            for (const { client } of this.#clients.values()) {
+                client.failOpenRequests(reason);
+            }
         }
     }
 
     async #onRestored(session: "kept" | "new"): Promise<void> {
         if (session === "new") {
             const reason = new ConnectionError("The server no longer knows this session");
-            this.#failOpen(reason);
+            this.#failPending(reason);
+            for (const { client } of this.#clients.values()) {
+                client.endSession(reason);
+            }
             for (const waiter of this.#takeLinkWaiters()) {
                 waiter.reject(reason);
             }
@@ -296,14 +302,12 @@ export class Connection {
         }
     }
 
-    #failOpen(reason: Error): void {
+    /** Attaches and detaches that are open. */
+    #failPending(reason: Error): void {
         const pending = [...this.#pending.values()];
         this.#pending.clear();
         for (const response of pending) {
             response.reject(reason);
-        }
-        for (const { client } of this.#clients.values()) {
-            client.failOpenRequests(reason);
         }
     }
 
@@ -312,7 +316,7 @@ export class Connection {
             return;
         }
         this.#setStatus({ state: "closed", reason });
-        this.#failOpen(reason);
+        this.#failPending(reason);
         for (const waiter of this.#takeLinkWaiters()) {
             waiter.reject(reason);
         }

@@ -1,13 +1,16 @@
 import { listenForAbort, type AbortOptions } from "./abort.js";
 import type { CancelOptions, CancelStatus } from "./CancelStatus.js";
 import type { TextChunk } from "./checks.js";
-import { TextQueue } from "./TextQueue.js";
+import type { EventOf } from "./events.js";
+import { defaultMaxWaitingEvents } from "./EventSubscription.js";
+import { Queue } from "./Queue.js";
 
 /** How a request is driven from the inside; users see the RequestFuture alone. */
 export interface RequestDriver {
     /** Where to: the channel below the client's prefix that answers it, e.g. `/eval`. */
     readonly channel: string;
     pushText(chunk: TextChunk): void;
+    pushEvent(event: EventOf<string>): void;
     /** The response came. A throw of the reader of the result rejects the request. */
     respond(body: Readonly<Record<string, unknown>>): void;
     fail(reason: Error): void;
@@ -18,9 +21,21 @@ export interface RequestStopper {
     cancel(options: CancelOptions): Promise<CancelStatus>;
     /** The signal was aborted while the request was open: fails it. */
     abort(driver: RequestDriver, reason: unknown): void;
+    /** The request has settled, in whatever way. */
+    settled(): void;
 }
 
-export interface RequestOptions extends AbortOptions {
+export interface RequestOptions<N extends string = never> extends AbortOptions {
+    /**
+     * Names of the events that this command itself causes and that are wanted; a name that the server does not
+     * know is passed over without a word. With `ylutil::io::TextBaseEvent` the text comes as events only.
+     */
+    readonly events?: readonly N[] | undefined;
+    /**
+     * Called with each of these events as it arrives, among the text in its order and before the request is
+     * settled. What it throws rejects the request. Without it they wait for a loop over `RequestFuture.events`.
+     */
+    readonly onEvent?: ((event: EventOf<N>) => void) | undefined;
     /**
      * Called with each piece of text as it arrives, before the request is settled. What it throws
      * rejects the request.
@@ -53,7 +68,7 @@ export type OutputTarget = "keep" | "stream" | "client" | "none";
  * - ConnectionError if the connection was lost, and it is unknown how the command ended,
  * - ClosedError if the client was detached or the connection closed from this side.
  */
-export class RequestFuture<T> implements PromiseLike<T> {
+export class RequestFuture<T, N extends string = never> implements PromiseLike<T> {
     /** The identifier under which the server knows the request. */
     readonly requestID: string;
     /** The result as an ordinary promise. */
@@ -62,14 +77,15 @@ export class RequestFuture<T> implements PromiseLike<T> {
     /** All text, if it is kept. */
     readonly #chunks: TextChunk[] = [];
     /** The text that nobody has read, if it is not kept. */
-    readonly #queue: TextQueue | undefined;
+    readonly #queue: Queue<TextChunk> | undefined;
+    readonly #events = new Queue<EventOf<N>>(defaultMaxWaitingEvents);
     #settled = false;
     /** Wakes the readers of `output`, each of which waits for at most one call. */
     #wake: (() => void)[] = [];
 
     /**
      * @param requestID identifier of the request
-     * @param options what happens to its text, and the signal, which is not aborted yet
+     * @param options what happens to its text and events, and the signal, which is not aborted yet
      * @param stopper what stops it
      * @param readResult makes the result from the response's body and the text, or throws
      * @param expose is given the driver
@@ -77,15 +93,15 @@ export class RequestFuture<T> implements PromiseLike<T> {
     constructor(
         requestID: string,
         channel: string,
-        options: RequestOptions,
+        options: RequestOptions<N>,
         stopper: RequestStopper,
-        readResult: (body: Readonly<Record<string, unknown>>, future: RequestFuture<T>) => T,
+        readResult: (body: Readonly<Record<string, unknown>>, future: RequestFuture<T, N>) => T,
         expose: (driver: RequestDriver) => void,
     ) {
         this.requestID = requestID;
         this.#stopper = stopper;
         const keepsText = (options.output ?? "keep") === "keep";
-        this.#queue = keepsText || options.onText ? undefined : new TextQueue();
+        this.#queue = keepsText || options.onText ? undefined : new Queue<TextChunk>();
         this.done = new Promise((resolve, reject) => {
             const stopListening = listenForAbort(options.signal, () => {
                 stopper.abort(driver, options.signal?.reason);
@@ -94,7 +110,9 @@ export class RequestFuture<T> implements PromiseLike<T> {
                 this.#settled = true;
                 stopListening();
                 this.#queue?.end();
+                this.#events.end();
                 this.#wakeReaders();
+                stopper.settled();
             };
             const fail = (reason: unknown) => {
                 settle();
@@ -111,6 +129,17 @@ export class RequestFuture<T> implements PromiseLike<T> {
                     this.#wakeReaders();
                     try {
                         options.onText?.(chunk);
+                    } catch (error) {
+                        fail(error);
+                    }
+                },
+                pushEvent: (event) => {
+                    if (!options.onEvent) {
+                        this.#events.push(event as EventOf<N>);
+                        return;
+                    }
+                    try {
+                        options.onEvent(event as EventOf<N>);
                     } catch (error) {
                         fail(error);
                     }
@@ -169,15 +198,30 @@ export class RequestFuture<T> implements PromiseLike<T> {
         return { [Symbol.asyncIterator]: () => (queue ? this.#readQueue(queue) : this.#readChunks()) };
     }
 
-    async *#readQueue(queue: TextQueue): AsyncGenerator<TextChunk, void> {
+    /**
+     * The events that were asked for, to be read with one `for await` if there is no `onEvent`. The loop ends
+     * when the request is settled, and throws what the request rejects with. Leaving it does not stop the
+     * request. Of events that have not been read the last 1000 wait; `droppedEvents` counts the others.
+     */
+    get events(): AsyncIterable<EventOf<N>> {
+        this.done.catch(() => undefined);
+        return { [Symbol.asyncIterator]: () => this.#readQueue(this.#events) };
+    }
+
+    /** How many events were dropped, since the loop over `events` was too slow for them. */
+    get droppedEvents(): number {
+        return this.#events.dropped;
+    }
+
+    async *#readQueue<Item extends object>(queue: Queue<Item>): AsyncGenerator<Item, void> {
         try {
             for (;;) {
-                const chunk = await queue.next();
-                if (!chunk) {
+                const item = await queue.next();
+                if (!item) {
                     await this.done;
                     return;
                 }
-                yield chunk;
+                yield item;
             }
         } finally {
             queue.discard();

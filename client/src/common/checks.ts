@@ -117,7 +117,7 @@ function readFailure(value: unknown, path: string): YvmFailure {
     };
 }
 
-function readStackFrame(value: unknown, path: string): StackFrame {
+export function readStackFrame(value: unknown, path: string): StackFrame {
     const frame = asObject(value, path);
     return {
         fileName: asString(frame["fileName"], `${path}.fileName`),

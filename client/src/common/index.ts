@@ -17,6 +17,19 @@ export {
     type StackFrame,
     type YvmFailure,
 } from "./errors.js";
+export type {
+    EngineEvents,
+    EventData,
+    EventName,
+    EventOf,
+    InputRequest,
+    PrintableError,
+    Progress,
+    PromptState,
+    StructuredOutput,
+    WorkspaceChange,
+} from "./events.js";
+export { EventSubscription, type EventOptions } from "./EventSubscription.js";
 export { RequestFuture, type OutputTarget, type RequestOptions } from "./RequestFuture.js";
 export type { DequeueMode, RunOptions, SinkTraits } from "./RunOptions.js";
 export {
