@@ -1,5 +1,6 @@
 #include "engine/Engine.hpp"
 
+#include "engine/detail/EngineDebugger.hpp"
 #include "engine/detail/EngineThread.hpp"
 #include "engine/detail/TextFile.hpp"
 #include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
@@ -113,6 +114,7 @@ class Engine::Parts {
     std::optional<TextFile> diary;
     std::optional<TextFile> log;
     const boost::shared_ptr<EventMgr> events;
+    const std::shared_ptr<EngineDebugger> debugger = std::make_shared<EngineDebugger>();
     std::promise<void> ready;
     std::promise<void> ended;
     std::future<void> hasEnded = ended.get_future();  // guarded by stopMutex
@@ -201,6 +203,16 @@ foundation::core::util::scope_guard Engine::makeSinkRestorer(std::shared_ptr<YVM
 
 void Engine::interrupt() {
     parts_.thread.interruptPrompt();
+}
+
+std::shared_ptr<ylutil::debugger::Debugger> Engine::getDebugger() {
+    return parts_.debugger;
+}
+
+void Engine::breakInDebugger() {
+    throw cmddistributor::RuntimeException(cmddistributor::RuntimeException::Status::Unclassified,
+                                           std::string("This engine cannot be broken into."),
+                                           "yvm:noDebugger");
 }
 
 boost::shared_ptr<EventMgr> Engine::getEventMgr() {

@@ -90,6 +90,8 @@ class Engine final : public YVM {
     void replaceSinks(Sink outSink, Sink errSink) override;
     foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<YVM> self) override;
     void interrupt() override;
+    std::shared_ptr<ylutil::debugger::Debugger> getDebugger() override;
+    void breakInDebugger() override;
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override;
 
   private:

@@ -93,6 +93,8 @@ class ImmediateEngine final : public yvm::YVM {
         return {};
     }
     void interrupt() override {}
+    std::shared_ptr<ylutil::debugger::Debugger> getDebugger() override { return {}; }
+    void breakInDebugger() override {}
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override { return nullptr; }
 
   private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cmddistributor/CommandQueue.hpp"
+#include "testing/FakeDebugger.hpp"
 #include "yvm/YVM.hpp"
 
 #include <atomic>
@@ -50,6 +51,9 @@ class FakeEngine final : public yvm::YVM, private cmddistributor::EngineSignals 
     /// streams as one.
     std::u16string consoleText() const;
 
+    const std::shared_ptr<FakeDebugger>& debugger() const noexcept { return debugger_; }
+    int breakInCount() const noexcept { return breakIns_; }
+
     /// Makes a script that pauses ask its condition again.
     void resume() { queue_->wakeUp(); }
 
@@ -62,6 +66,9 @@ class FakeEngine final : public yvm::YVM, private cmddistributor::EngineSignals 
     void replaceSinks(Sink outSink, Sink errSink) override;
     foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<yvm::YVM> self) override;
     void interrupt() override;
+    std::shared_ptr<ylutil::debugger::Debugger> getDebugger() override { return debugger_; }
+    /// Counts; scripts do not stop.
+    void breakInDebugger() override { ++breakIns_; }
     boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() override { return eventMgr_; }
 
   private:
@@ -87,6 +94,8 @@ class FakeEngine final : public yvm::YVM, private cmddistributor::EngineSignals 
     const std::uint64_t identifier_;
     const boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventMgr_;
     const boost::shared_ptr<CommandQueue> queue_;
+    const std::shared_ptr<FakeDebugger> debugger_ = std::make_shared<FakeDebugger>();
+    std::atomic<int> breakIns_{0};
     std::atomic<bool> stopped_{false};
     std::atomic<bool> preemptionRequested_{false};
 

@@ -54,6 +54,14 @@ void FakeYvm::interrupt() {
     }
 }
 
+void FakeYvm::breakInDebugger() {
+    ++breakIns_;
+    const std::lock_guard lock(mutex_);
+    if (breakInError_) {
+        std::rethrow_exception(breakInError_);
+    }
+}
+
 FakeYvm::EventMgrPtr FakeYvm::getEventMgr() {
     const std::lock_guard lock(mutex_);
     return eventMgr_;
@@ -72,6 +80,11 @@ void FakeYvm::setEventMgr(EventMgrPtr eventMgr) {
 void FakeYvm::failInterrupts(std::exception_ptr error) {
     const std::lock_guard lock(mutex_);
     interruptError_ = std::move(error);
+}
+
+void FakeYvm::failBreakIns(std::exception_ptr error) {
+    const std::lock_guard lock(mutex_);
+    breakInError_ = std::move(error);
 }
 
 void FakeYvm::failSinks(std::exception_ptr error) {

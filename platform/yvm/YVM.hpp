@@ -3,6 +3,7 @@
 #include "cmddistributor/CmdDistributor.hpp"
 #include "foundation/core/util/scope_guard.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
+#include "ylutil/debugger/Debugger.hpp"
 #include "ylutil/io/YLSink.hpp"
 #include "yvm/Future.hpp"
 
@@ -48,6 +49,13 @@ class [[gnu::visibility("default")]] YVM {
 
     /// Breaks into the command that a prompt runs. Without one it does nothing.
     virtual void interrupt() = 0;
+
+    /// Never null.
+    virtual std::shared_ptr<ylutil::debugger::Debugger> getDebugger() = 0;
+
+    /// Asks the engine to stop in the debugger: the command that a prompt runs stops where it is. Without one
+    /// it does nothing, and remembers nothing. Does not wait for the stop.
+    virtual void breakInDebugger() = 0;
 
     /// May be null.
     virtual boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> getEventMgr() = 0;

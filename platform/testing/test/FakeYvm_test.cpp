@@ -37,6 +37,14 @@ TEST(FakeYvmTest, CountsInterruptsAndThrowsWhenTold) {
     EXPECT_EQ(engine->interruptCount(), 2);
 }
 
+TEST(FakeYvmTest, CountsBreakInsAndThrowsWhenTold) {
+    const auto engine = FakeYvm::create();
+    engine->breakInDebugger();
+    engine->failBreakIns(std::make_exception_ptr(std::runtime_error("no")));
+    EXPECT_THROW(engine->breakInDebugger(), std::runtime_error);
+    EXPECT_EQ(engine->breakInCount(), 2);
+}
+
 TEST(FakeYvmTest, RestoresTheSinksOfTheTimeAndThrowsWhenTold) {
     const auto engine = FakeYvm::create();
     const auto makeSink = [] {

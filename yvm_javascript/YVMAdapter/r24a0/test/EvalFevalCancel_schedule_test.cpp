@@ -44,6 +44,8 @@ class SteppedEngine final : public yvm::YVM, private cmddistributor::EngineSigna
             interrupt(running_->id);
         }
     }
+    std::shared_ptr<ylutil::debugger::Debugger> getDebugger() override { return {}; }
+    void breakInDebugger() override {}
 
     CommandQueue& queue() { return *queue_; }
     bool isRunning() const { return running_.has_value(); }

@@ -264,6 +264,8 @@ class ThrowingYvm final : public YVM {
     void replaceSinks(Sink, Sink) override {}
     foundation::core::util::scope_guard makeSinkRestorer(std::shared_ptr<YVM>) override { return {}; }
     void interrupt() override {}
+    std::shared_ptr<ylutil::debugger::Debugger> getDebugger() override { return {}; }
+    void breakInDebugger() override {}
     boost::shared_ptr<EventMgr> getEventMgr() override { throw std::runtime_error("no event manager"); }
 };
 
