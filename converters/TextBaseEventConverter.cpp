@@ -1,5 +1,6 @@
 #include "converters/TextBaseEventConverter.hpp"
 
+#include "converters/eventAs.hpp"
 #include "fl/i18n/ustring.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
 
@@ -7,9 +8,8 @@ namespace converters {
 
 std::map<std::string, foundation::json::Value> TextBaseEventConverter::convert(
     const foundation::msg_svc::eventmgr::BaseEvent& event) const {
-    const auto& text = dynamic_cast<const ylutil::io::TextBaseEvent&>(event);
-    return {{"stream", foundation::json::Value(static_cast<int>(text.stream()))},
-            {"text", fl::i18n::to_string(text.text())}};
+    const auto& text = eventAs<ylutil::io::TextBaseEvent>(event);
+    return {{"stream", static_cast<int>(text.stream())}, {"text", fl::i18n::to_string(text.text())}};
 }
 
 }  // namespace converters

@@ -4,21 +4,42 @@
 #include "event_json_converter/EventToJsonConverter.hpp"
 #include "fl/filesystem/basic_path.hpp"
 #include "foundation/cppmicroservices/framework.hpp"
+#include "foundation/json/Serializer.hpp"
+#include "services/io/CLCEvent.hpp"
+#include "services/io/HomeEvent.hpp"
+#include "services/prompt/InputRequestEvent.hpp"
+#include "ylutil/io/PrintableErrorEvent.hpp"
+#include "ylutil/io/SinkTextEvent.hpp"
+#include "ylutil/io/StructuredOutputEvent.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
+#include "ylutil/prompt/PromptEvent.hpp"
+#include "yvm/ProgressEvent.hpp"
+#include "yvm/WorkspaceEvent.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <memory>
+#include <set>
 #include <string>
 #include <typeinfo>
 
 namespace {
 
 using event_json_converter::EventToJsonConverter;
-using foundation::json::Value;
+using foundation::json::Object;
+using foundation::msg_svc::eventmgr::BaseEvent;
 using foundation::msg_svc::exchange::IDType;
 using ylutil::io::StreamTypeEnum;
 using ylutil::io::TextBaseEvent;
+
+/// A character beyond the basic plane, lone surrogates of both halves, and a NUL.
+const std::u16string oddText = u"\u00e9\U0001F600" +
+                               std::u16string{char16_t(0xD83D), u'-', char16_t(0xDE00)} +
+                               std::u16string(u"\0\n", 2);
+const std::string oddJson = "\"\xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBD-\xEF\xBF\xBD\\u0000\\n\"";
 
 class StrangeEvent final : public foundation::msg_svc::eventmgr::DerivedEvent<StrangeEvent> {};
 
@@ -41,24 +62,129 @@ class ConvertersTest : public testing::Test {
         return references.size() == 1 ? context.GetService(references.front()) : nullptr;
     }
 
+    /// What clients read of `event`: the text that its own converter makes of it.
+    std::string jsonOf(const BaseEvent& event) const {
+        const auto& name = event.getTypeInformation().name();
+        const auto converter = converterOf({name.begin(), name.end()});
+        return converter ? foundation::json::Serializer::serialize(converter->convert(event))
+                         : "not exactly one converter";
+    }
+
     const std::shared_ptr<cppmicroservices::Framework> framework =
         std::make_shared<cppmicroservices::Framework>();
 };
 
-TEST_F(ConvertersTest, TextIsToldWithItsStream) {
-    const auto converter = converterOf("ylutil::io::TextBaseEvent");
-    ASSERT_NE(converter, nullptr);
-    EXPECT_EQ(
-        Value(converter->convert(TextBaseEvent(IDType(), StreamTypeEnum::Error, u"\u00e9\U0001F600\n"))),
-        Value(foundation::json::Object{{"stream", Value(1)}, {"text", "\xC3\xA9\xF0\x9F\x98\x80\n"}}));
-    EXPECT_EQ(Value(converter->convert(TextBaseEvent(IDType::null(), StreamTypeEnum::Output, u""))),
-              Value(foundation::json::Object{{"stream", Value(0)}, {"text", ""}}));
+TEST_F(ConvertersTest, ThereIsOneForEachEventAndNoOther) {
+    std::multiset<std::string> tags;
+    for (const auto& reference : framework->GetBundleContext().GetServiceReferences<EventToJsonConverter>()) {
+        tags.insert(reference.GetProperty("eventTag").get<std::string>());
+    }
+    EXPECT_THAT(
+        tags, testing::UnorderedElementsAre(
+                  "services::io::CLCEvent", "services::io::HomeEvent", "services::prompt::InputRequestEvent",
+                  "ylutil::io::PrintableErrorEvent", "ylutil::io::SinkTextEvent",
+                  "ylutil::io::StructuredOutputEvent", "ylutil::io::TextBaseEvent",
+                  "ylutil::prompt::PromptEvent", "yvm::ProgressEvent", "yvm::WorkspaceEvent"));
 }
 
-TEST_F(ConvertersTest, AnEventOfAnotherTypeIsRefused) {
-    const auto converter = converterOf("ylutil::io::TextBaseEvent");
-    ASSERT_NE(converter, nullptr);
-    EXPECT_THROW(converter->convert(StrangeEvent()), std::bad_cast);
+TEST_F(ConvertersTest, TextIsToldWithItsStream) {
+    EXPECT_EQ(jsonOf(TextBaseEvent(IDType(), StreamTypeEnum::Error, oddText)),
+              R"({"stream":1,"text":)" + oddJson + "}");
+    EXPECT_EQ(jsonOf(TextBaseEvent(IDType::null(), StreamTypeEnum::Output, u"")),
+              R"({"stream":0,"text":""})");
+}
+
+TEST_F(ConvertersTest, TextOfTheSinksIsToldLikeTextOfACommand) {
+    EXPECT_EQ(jsonOf(ylutil::io::SinkTextEvent(std::nullopt, StreamTypeEnum::Output, oddText)),
+              R"({"stream":0,"text":)" + oddJson + "}");
+    EXPECT_EQ(jsonOf(ylutil::io::SinkTextEvent(IDType(), StreamTypeEnum::Error, u"")),
+              R"({"stream":1,"text":""})");
+}
+
+TEST_F(ConvertersTest, ADisplayedValueIsToldInAllItsMediaTypes) {
+    EXPECT_EQ(jsonOf(ylutil::io::StructuredOutputEvent(
+                  std::nullopt,
+                  {{"text/plain", "\xF0\x9F\x98\x80"},
+                   {"image/png", "iVBORw0K"},
+                   {"application/json",
+                    Object{{"nan", std::nan("")}, {"big", std::uint64_t{18446744073709551615U}}}}},
+                  {{"image/png", Object{{"width", 640}, {"height", 480}}}})),
+              "{\"data\":{\"application/json\":{\"big\":18446744073709551615,\"nan\":null},"
+              "\"image/png\":\"iVBORw0K\",\"text/plain\":\"\xF0\x9F\x98\x80\"},"
+              "\"metadata\":{\"image/png\":{\"height\":480,\"width\":640}}}");
+    EXPECT_EQ(jsonOf(ylutil::io::StructuredOutputEvent(std::nullopt, {}, {})),
+              R"({"data":{},"metadata":{}})");
+}
+
+TEST_F(ConvertersTest, AnErrorIsToldWithItsStack) {
+    EXPECT_EQ(jsonOf(ylutil::io::PrintableErrorEvent(
+                  IDType(), "ZeroDivisionError", oddText,
+                  {{"<command>", "<module>", 1, "f"}, {"a \"b\".py", "f", 18446744073709551615U, ""}})),
+              R"({"identifier":"ZeroDivisionError","message":)" + oddJson +
+                  R"(,"stackFrames":[{"fileName":"<command>","functionName":"<module>","lineNumber":1,)"
+                  R"("sourceLine":"f"},{"fileName":"a \"b\".py","functionName":"f",)"
+                  R"("lineNumber":18446744073709551615,"sourceLine":""}]})");
+    EXPECT_EQ(jsonOf(ylutil::io::PrintableErrorEvent(std::nullopt, "", u"", {})),
+              R"({"identifier":"","message":"","stackFrames":[]})");
+}
+
+TEST_F(ConvertersTest, TheStateOfThePromptIsToldByItsWord) {
+    using ylutil::prompt::PromptEvent;
+    using ylutil::prompt::PromptState;
+    EXPECT_EQ(jsonOf(PromptEvent(IDType(), PromptState::busy)), R"({"state":"busy"})");
+    EXPECT_EQ(jsonOf(PromptEvent(std::nullopt, PromptState::idle)), R"({"state":"idle"})");
+    EXPECT_EQ(jsonOf(PromptEvent(IDType(), PromptState::paused)), R"({"state":"paused"})");
+    EXPECT_EQ(jsonOf(PromptEvent(IDType(), PromptState::debug)), R"({"state":"debug"})");
+}
+
+TEST_F(ConvertersTest, AnInputRequestIsToldWithItsPrompt) {
+    using services::prompt::InputRequestEvent;
+    EXPECT_EQ(jsonOf(InputRequestEvent(IDType(), "1", oddText, false)),
+              R"({"id":"1","password":false,"prompt":)" + oddJson + "}");
+    EXPECT_EQ(jsonOf(InputRequestEvent(IDType(), "", u"", true)), R"({"id":"","password":true,"prompt":""})");
+}
+
+TEST_F(ConvertersTest, WhatTheConsoleIsAskedForIsAnEmptyObject) {
+    EXPECT_EQ(jsonOf(services::io::CLCEvent(IDType())), "{}");
+    EXPECT_EQ(jsonOf(services::io::HomeEvent(std::nullopt)), "{}");
+}
+
+TEST_F(ConvertersTest, ProgressIsToldWithNullForWhatIsNotKnown) {
+    EXPECT_EQ(jsonOf(yvm::ProgressEvent(IDType(), 1, oddText, 3, 10, 2.5, 2.8, false)),
+              R"({"done":3,"finished":false,"id":1,"label":)" + oddJson +
+                  R"(,"rate":2.5,"remaining":2.8,"total":10})");
+    EXPECT_EQ(jsonOf(yvm::ProgressEvent(std::nullopt, 18446744073709551615U, u"", 0, std::nullopt,
+                                        std::nullopt, std::nullopt, true)),
+              R"({"done":0,"finished":true,"id":18446744073709551615,"label":"","rate":null,)"
+              R"("remaining":null,"total":null})");
+}
+
+TEST_F(ConvertersTest, NumbersThatAreNotFiniteBecomeNull) {
+    const double infinity = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(
+        jsonOf(yvm::ProgressEvent(std::nullopt, 1, u"", std::nan(""), infinity, -infinity, infinity, false)),
+        R"({"done":null,"finished":false,"id":1,"label":"","rate":null,"remaining":null,"total":null})");
+}
+
+TEST_F(ConvertersTest, ChangesOfTheWorkspaceAreListsOfNames) {
+    EXPECT_EQ(jsonOf(yvm::WorkspaceEvent(IDType(), {"a", "\xC3\xA4"}, {"b"}, {"c"})),
+              "{\"appeared\":[\"a\",\"\xC3\xA4\"],\"changed\":[\"b\"],\"gone\":[\"c\"]}");
+    EXPECT_EQ(jsonOf(yvm::WorkspaceEvent(std::nullopt, {}, {}, {})),
+              R"({"appeared":[],"changed":[],"gone":[]})");
+}
+
+TEST_F(ConvertersTest, AnEventOfAnotherTypeIsRefusedByItsName) {
+    const auto references = framework->GetBundleContext().GetServiceReferences<EventToJsonConverter>();
+    ASSERT_FALSE(references.empty());
+    for (const auto& reference : references) {
+        const std::string own = reference.GetProperty("eventTag").get<std::string>();
+        try {
+            framework->GetBundleContext().GetService(reference)->convert(StrangeEvent());
+            ADD_FAILURE() << own << " took it";
+        } catch (const std::bad_cast& error) {
+            EXPECT_EQ(error.what(), "a (anonymous namespace)::StrangeEvent is no " + own);
+        }
+    }
 }
 
 }  // namespace
