@@ -76,8 +76,8 @@ std::optional<std::filesystem::path> absolute(const std::optional<std::filesyste
 class Engine::Parts {
   public:
     explicit Parts(const EngineOptions& options)
-        : thread(options.console, options.outputGate, options.commandEnded), events(EventMgr::create()) {
-        events->setCommandHandlerLookup(
+        : thread(options.console, options.outputGate, options.commandEnded) {
+        thread.events().manager()->setCommandHandlerLookup(
             [this, commands = thread.commands()](const IDType& id, const std::u16string& name) {
                 const auto command = commands->find(id);
                 if (command == nullptr) {
@@ -113,7 +113,6 @@ class Engine::Parts {
     EngineThread thread;
     std::optional<TextFile> diary;
     std::optional<TextFile> log;
-    const boost::shared_ptr<EventMgr> events;
     const std::shared_ptr<EngineDebugger> debugger = std::make_shared<EngineDebugger>();
     std::promise<void> ready;
     std::promise<void> ended;
@@ -216,7 +215,7 @@ void Engine::breakInDebugger() {
 }
 
 boost::shared_ptr<EventMgr> Engine::getEventMgr() {
-    return parts_.events;
+    return parts_.thread.events().manager();
 }
 
 }  // namespace yvm::engine

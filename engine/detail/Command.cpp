@@ -50,14 +50,14 @@ void OutputStreams::flush(Stream stream) {
     }
 }
 
-void OutputStreams::synchroniseAll() const {
+void OutputStreams::synchroniseAll(TextSink::HeldSurrogate held) const {
     if (ForkedChild::isThis()) {
         return;
     }
     const Stream last = last_.load(std::memory_order_relaxed);
     const Stream earlier = last == Stream::Error ? Stream::Output : Stream::Error;
-    sinkOf(earlier)->synchronise(TextSink::HeldSurrogate::Release);
-    sinkOf(last)->synchronise(TextSink::HeldSurrogate::Release);
+    sinkOf(earlier)->synchronise(held);
+    sinkOf(last)->synchronise(held);
 }
 
 Command::Command(cmddistributor::TakenCommand taken, cmddistributor::Moment moment,

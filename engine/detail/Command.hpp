@@ -31,8 +31,8 @@ class OutputStreams {
     TextSink::Due write(Stream stream, std::u16string_view text,
                         TextSink::WithinLine withinLine = TextSink::WithinLine::Leaves);
     void flush(Stream stream);
-    /// Brings out everything, as nothing is to follow for now.
-    void synchroniseAll() const;
+    /// Brings out everything; by default as nothing is to follow for now.
+    void synchroniseAll(TextSink::HeldSurrogate held = TextSink::HeldSurrogate::Release) const;
 
     /// What the destination of that stream can do, and asks for.
     ylutil::io::SinkTraits traits(Stream stream) const { return sinkOf(stream)->traits(); }

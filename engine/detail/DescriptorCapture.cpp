@@ -112,6 +112,14 @@ void DescriptorCapture::drainToTheEnd() {
     mayBePending_ = false;
 }
 
+void DescriptorCapture::drain() {
+    std::fflush(stdout);
+    const std::lock_guard lock(mutex_);
+    if (!stopped_) {
+        drainLocked();
+    }
+}
+
 void DescriptorCapture::stop() {
     if (!reader_.joinable()) {
         return;

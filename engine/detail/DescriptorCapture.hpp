@@ -42,6 +42,9 @@ class DescriptorCapture {
     /// somebody else. Without the GIL.
     void drainToTheEnd();
 
+    /// The same, but a cut character waits for its rest.
+    void drain();
+
     /// Puts the original descriptors back. Idempotent; one thread.
     void stop();
 

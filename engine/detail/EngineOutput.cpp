@@ -94,6 +94,13 @@ void EngineOutput::drainDescriptors() {
     }
 }
 
+void EngineOutput::synchroniseBeforeEvent() {
+    if (capture_ != nullptr) {
+        capture_->drain();
+    }
+    ofThisThread().synchroniseAll(TextSink::HeldSurrogate::Keep);
+}
+
 void EngineOutput::receive(Stream stream, std::u16string_view text) {
     const auto command = host_.commandOfPrompt();
     std::optional<CommandScope> scope;

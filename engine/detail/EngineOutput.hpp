@@ -61,6 +61,9 @@ class EngineOutput {
     /// Text that the engine shows by itself, and holds nobody back for. Without the GIL.
     void writeToDefaults(Stream stream, std::u16string_view text);
 
+    /// Brings out what the calling thread has written, and what has come by descriptors. Without the GIL.
+    void synchroniseBeforeEvent();
+
     /// Those that the calling thread writes to.
     OutputStreams& ofThisThread() noexcept;
 

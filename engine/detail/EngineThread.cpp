@@ -148,6 +148,8 @@ EngineThread::EngineThread(const ConsoleBuffer::Console& console, std::shared_pt
     : releases_(std::make_shared<ReleaseQueue>([this] { wake(); })),
       commands_(std::make_shared<CommandTable>()),
       output_(*this, console, std::move(gate)),
+      events_(output_),
+      prompt_(events_),
       queue_(cmddistributor::CommandQueue::create(*this, std::move(commandEnded))) {}
 
 EngineThread::~EngineThread() = default;
@@ -289,6 +291,7 @@ void EngineThread::pause(double seconds) {
         if (!frames_.empty()) {
             frames_.back()->output().synchroniseAll();
         }
+        const Prompt::Stay stay(prompt_, Prompt::State::paused);
         serve(Moment::Pause, deadline);
     }
     raiseDueInterrupt();
@@ -388,6 +391,7 @@ void EngineThread::serveUntil(Moment moment, const Deadline& deadline, const IsO
         } else if (moment == Moment::Boot) {
             return;
         } else {
+            prompt_.waitsForCommands(moment);
             forgetSignals();
             releaseWhatWasLent();
             waitForWork(deadline);
@@ -490,6 +494,9 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
     Outcome outcome;
     {
         const CommandScope scope(command);
+        if (command->isOfPrompt()) {
+            prompt_.takesCommand();
+        }
         echo(*command);
         outcome = runInPython(*command);
         if (command->isOfPrompt()) {

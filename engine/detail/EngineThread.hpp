@@ -3,7 +3,9 @@
 #include "cmddistributor/CommandQueue.hpp"
 #include "engine/detail/Command.hpp"
 #include "engine/detail/CommandRunner.hpp"
+#include "engine/detail/EngineEvents.hpp"
 #include "engine/detail/EngineOutput.hpp"
+#include "engine/detail/Prompt.hpp"
 #include "engine/detail/ReleaseQueue.hpp"
 #include "engine/detail/SignalRepeater.hpp"
 
@@ -54,6 +56,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     const boost::shared_ptr<cmddistributor::CommandQueue>& queue() const noexcept { return queue_; }
     const std::shared_ptr<CommandTable>& commands() const noexcept { return commands_; }
     EngineOutput& output() noexcept { return output_; }
+    EngineEvents& events() noexcept { return events_; }
+    const Prompt& prompt() const noexcept { return prompt_; }
 
     /// The body of the thread. Reports to `ready` when commands can run, or why they never will, and to
     /// `ended` at its end, from where on the GIL is held for good.
@@ -126,6 +130,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     const std::shared_ptr<ReleaseQueue> releases_;
     const std::shared_ptr<CommandTable> commands_;
     EngineOutput output_;
+    EngineEvents events_;
+    Prompt prompt_;
     const boost::shared_ptr<cmddistributor::CommandQueue> queue_;
 
     std::unique_ptr<CommandRunner> runner_;  // engine thread; made when Python has started

@@ -1,0 +1,41 @@
+#include "engine/test/EventRecorder.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace yvm::engine::test {
+
+void EventNotes::add(std::string note) {
+    {
+        const std::lock_guard lock(mutex_);
+        notes_.push_back(std::move(note));
+    }
+    changed_.notify_all();
+}
+
+std::vector<std::string> EventNotes::all() const {
+    const std::lock_guard lock(mutex_);
+    return notes_;
+}
+
+std::string EventNotes::text() const {
+    const std::lock_guard lock(mutex_);
+    return textLocked();
+}
+
+void EventNotes::waitFor(const std::string& note, std::size_t times) const {
+    std::unique_lock lock(mutex_);
+    const bool found = changed_.wait_for(
+        lock, deadline, [&] { return static_cast<std::size_t>(std::ranges::count(notes_, note)) >= times; });
+    ASSERT_TRUE(found) << "no \"" << note << "\" in: " << textLocked();
+}
+
+std::string EventNotes::textLocked() const {
+    std::string text;
+    for (const auto& note : notes_) {
+        text += (text.empty() ? "" : " ") + note;
+    }
+    return text;
+}
+
+}  // namespace yvm::engine::test
