@@ -1,10 +1,14 @@
 #include "server/bayeux/Ingress.hpp"
 
+#include "foundation/json/Parser.hpp"
+#include "foundation/json/Value.hpp"
 #include "server/bayeux/JsonText.hpp"
 
 #include <simdjson.h>
 
 #include <algorithm>
+#include <optional>
+#include <stdexcept>
 
 namespace server::bayeux {
 
@@ -26,25 +30,73 @@ bool mayHoldTypes(std::string_view text) {
            text.find("\\u007") != std::string_view::npos;
 }
 
-/// Whether some "ywtype" is no string: the module would then give no answer at all.
-bool holdsWrongType(const simdjson::dom::element& value) {
-    simdjson::dom::object object;
-    if (!value.get(object)) {
-        for (const auto& [key, member] : object) {
-            if ((key == "ywtype" && !member.is_string()) || holdsWrongType(member)) {
-                return true;
-            }
-        }
+constexpr const char* kTypeIsNoString = "every ywtype in the data must be a string";
+constexpr const char* kNoIntegers = "the ywdata of an integer ywtype must be an array of plain integers";
+
+bool namesIntegers(std::string_view type) {
+    if (type.starts_with('u')) {
+        type.remove_prefix(1);
     }
+    return type == "int64" || type == "int32" || type == "int16" || type == "int8";
+}
+
+bool arePlainIntegers(const simdjson::dom::element& value) {
     simdjson::dom::array array;
-    if (!value.get(array)) {
-        for (const simdjson::dom::element element : array) {
-            if (holdsWrongType(element)) {
-                return true;
+    return !value.get(array) && std::all_of(array.begin(), array.end(), [](const simdjson::dom::element& e) {
+        return e.is_int64() || e.is_uint64();
+    });
+}
+
+const char* whyUnanswered(const simdjson::dom::element& value);
+
+const char* whyUnansweredObject(const simdjson::dom::object& object) {
+    std::optional<bool> isOfIntegers;
+    for (const auto& [key, member] : object) {
+        if (key == "ywtype") {
+            std::string_view type;
+            if (member.get(type)) {
+                return kTypeIsNoString;
+            }
+            isOfIntegers = isOfIntegers.value_or(namesIntegers(type));
+        } else if (const char* const why = whyUnanswered(member)) {
+            return why;
+        }
+    }
+    if (isOfIntegers.value_or(false)) {
+        for (const auto& [key, member] : object) {
+            if (key == "ywdata" && !arePlainIntegers(member)) {
+                return kNoIntegers;
             }
         }
     }
-    return false;
+    return nullptr;
+}
+
+/// What the value holds that the module's parser fails at, which would then give no answer at all: a "ywtype"
+/// that is no string, or one that names integers beside a "ywdata" of something else. Null for nothing.
+const char* whyUnanswered(const simdjson::dom::element& value) {
+    if (simdjson::dom::object object; !value.get(object)) {
+        return whyUnansweredObject(object);
+    }
+    if (simdjson::dom::array array; !value.get(array)) {
+        for (const simdjson::dom::element element : array) {
+            if (const char* const why = whyUnanswered(element)) {
+                return why;
+            }
+        }
+    }
+    return nullptr;
+}
+
+/// The same of strict JSON that simdjson does not take, as the module's parser says itself.
+const char* whyUnanswered(std::string_view text) {
+    try {
+        foundation::json::Value value;
+        return foundation::json::parse(text.data(), text.data() + text.size(), value).ok() ? nullptr
+                                                                                           : kNoIntegers;
+    } catch (const std::runtime_error&) {
+        return kTypeIsNoString;
+    }
 }
 
 /// Whether there is a "requestID", and each of them is a string: nobody can be answered otherwise, and
@@ -68,7 +120,6 @@ bool hasRequestId(const simdjson::dom::element& value) {
 /// The same of a text that simdjson does not take, gathered member by member.
 struct PlainFindings {
     void see(const JsonMember& member) {
-        holdsWrongType = holdsWrongType || (!member.isString && spells(member.spelledKey, "ywtype"));
         if (member.depth == 1 && spells(member.spelledKey, "requestID")) {
             holdsId = holdsId || member.isString;
             holdsWrongId = holdsWrongId || !member.isString;
@@ -77,10 +128,33 @@ struct PlainFindings {
 
     bool hasRequestId() const { return holdsId && !holdsWrongId; }
 
-    bool holdsWrongType = false;
     bool holdsId = false;
     bool holdsWrongId = false;
 };
+
+/// What is wrong with the traits in a request for the sinks of r22a0, or null. The module would not answer.
+const char* whyNoTraits(const std::string& text) {
+    const foundation::json::Value value = foundation::json::parseText(text);
+    const auto& request = *value.getIf<foundation::json::Object>();
+    for (const char* const side : {"outSinkTraits", "errSinkTraits"}) {
+        const auto found = request.find(side);
+        if (found == request.end()) {
+            continue;
+        }
+        const auto* const traits = found->second.getIf<foundation::json::Object>();
+        if (traits == nullptr) {
+            return "outSinkTraits and errSinkTraits must be objects";
+        }
+        for (const char* const name : {"_supportsMore", "_supportsHotlinks", "_useDiary", "_useEcho",
+                                       "_needsFormattingForDisplay", "_useLogging"}) {
+            const auto trait = traits->find(name);
+            if (trait != traits->end() && trait->second.getIf<bool>() == nullptr) {
+                return "every trait of a sink must be true or false";
+            }
+        }
+    }
+    return nullptr;
+}
 
 /// A parser that has room for `size` bytes, or nothing when there is no memory for it. That for usual texts
 /// is kept: to make one costs more than to parse such a text.
@@ -113,6 +187,31 @@ class Parser {
 }  // namespace
 
 std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
+    bool isIdentified = false;
+    auto admitted = read(data, isIdentified);
+    if (const auto* const text = std::get_if<std::string>(&admitted)) {
+        if (isEmptyObject(*text)) {
+            return badRequest("the data must not be an empty object");
+        }
+        if (!isIdentified) {
+            return badRequest("the request needs a requestID - a string");
+        }
+    }
+    return admitted;
+}
+
+std::variant<std::string, Refusal> Ingress::admitSinks(std::string_view data) const {
+    bool isIdentified = false;
+    auto admitted = read(data, isIdentified);
+    if (const auto* const text = std::get_if<std::string>(&admitted)) {
+        if (const char* const why = whyNoTraits(*text)) {
+            return badRequest(why);
+        }
+    }
+    return admitted;
+}
+
+std::variant<std::string, Refusal> Ingress::read(std::string_view data, bool& isIdentified) const {
     if (data.empty()) {
         return badRequest("a publish needs data");
     }
@@ -133,11 +232,10 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
         return Refusal{ErrorCode::Unavailable, "no memory for data of this size"};
     }
     simdjson::dom::element parsed;
-    bool isWrongType = false;
-    bool isIdentified = false;
+    const char* fault = nullptr;
     switch (const auto error = parser.parse(text).get(parsed); error) {
         case simdjson::SUCCESS:
-            isWrongType = mayHoldTypes(text) && holdsWrongType(parsed);
+            fault = mayHoldTypes(text) ? whyUnanswered(parsed) : nullptr;
             isIdentified = hasRequestId(parsed);
             break;
         case simdjson::UTF8_ERROR:
@@ -146,31 +244,25 @@ std::variant<std::string, Refusal> Ingress::admit(std::string_view data) const {
             // simdjson refuses numbers beyond the range of its types, which are JSON all the same; and
             // where it is right, the plain validator knows the place.
             PlainFindings findings;
-            if (const auto fault = whyNotStrictJson(
+            if (const auto damage = whyNotStrictJson(
                     text, maxDepth_, [&findings](const JsonMember& member) { findings.see(member); })) {
-                if (fault->isDepth) {
+                if (damage->isDepth) {
                     return Refusal{
                         ErrorCode::TooLarge,
                         "the data is nested more than " + std::to_string(maxDepth_) + " levels deep",
                         metrics::RefusalReason::Depth};
                 }
-                return badRequest("the data is not JSON - " + fault->text);
+                return badRequest("the data is not JSON - " + damage->text);
             }
             if (!simdjson::validate_utf8(text)) {
                 return badRequest("the data is not UTF-8");
             }
-            isWrongType = findings.holdsWrongType;
+            fault = mayHoldTypes(text) ? whyUnanswered(std::string_view(text)) : nullptr;
             isIdentified = findings.hasRequestId();
         }
     }
-    if (isEmptyObject(text)) {
-        return badRequest("the data must not be an empty object");
-    }
-    if (isWrongType) {
-        return badRequest("every ywtype in the data must be a string");
-    }
-    if (!isIdentified) {
-        return badRequest("the request needs a requestID - a string");
+    if (fault != nullptr) {
+        return badRequest(fault);
     }
     return text;
 }

@@ -5,16 +5,23 @@
 namespace server::bayeux {
 namespace {
 
-/// The text of the refusal, or "admitted".
-std::string verdictOn(const std::string& data, std::size_t maxBytes = 1000) {
-    Limits limits;
-    limits.maxMessageBytes = maxBytes;
-    const auto result = Ingress(limits).admit(data);
+std::string verdict(const std::variant<std::string, Refusal>& result, const std::string& data) {
     if (const auto* refusal = std::get_if<Refusal>(&result)) {
         return std::to_string(static_cast<int>(refusal->code)) + " " + refusal->text;
     }
     EXPECT_EQ(std::get<std::string>(result), data) << "the text must be handed on as it stands";
     return "admitted";
+}
+
+/// The text of the refusal, or "admitted".
+std::string verdictOn(const std::string& data, std::size_t maxBytes = 1000) {
+    Limits limits;
+    limits.maxMessageBytes = maxBytes;
+    return verdict(Ingress(limits).admit(data), data);
+}
+
+std::string verdictOnSinks(const std::string& data) {
+    return verdict(Ingress(Limits()).admitSinks(data), data);
 }
 
 std::string nested(std::size_t levels) {
@@ -53,6 +60,70 @@ TEST(Ingress, RefusesATypeThatIsNoString) {
             EXPECT_EQ(verdictOn(data), "admitted") << data;
         }
     }
+}
+
+TEST(Ingress, RefusesTypedIntegersThatAreNone) {
+    for (const char* array :
+         {R"({"ywtype":"int64","ywsize":[1],"ywdata":["9007199254740993"]})",
+          R"({"ywtype":"int8","ywsize":[2],"ywdata":[1,"NaN"]})", R"({"ywtype":"uint64","ywdata":[1.5]})",
+          R"({"ywtype":"int16","ywdata":[1e3]})", R"({"ywtype":"uint8","ywdata":[[1]]})",
+          R"({"ywtype":"int32","ywdata":[null]})", R"({"ywtype":"uint32","ywdata":[true]})",
+          R"({"ywtype":"uint16","ywdata":1})", R"({"ywtype":"int64","ywdata":"1"})",
+          R"({"ywdata":[1,"2"],"ywsize":[2],"ywtype":"int64"})",
+          R"({"\u0079wtype":"int64","ywdat\u0061":[1.0]})",
+          R"({"ywtype":"int8","ywtype":"float64","ywdata":[0.5]})",
+          R"([{"ywtype":"list","ywdata":[{"ywtype":"int8","ywdata":[{}]}]}])"}) {
+        for (const char* more : {"", R"(,"z":1e999)"}) {
+            const std::string data =
+                R"({"requestID":"r","rhsArgs":[)" + std::string(array) + "]" + more + "}";
+            EXPECT_EQ(verdictOn(data),
+                      "400 the ywdata of an integer ywtype must be an array of plain integers")
+                << data;
+        }
+    }
+}
+
+TEST(Ingress, AdmitsTypedArraysThatTheModuleReads) {
+    for (const char* array :
+         {R"({"ywtype":"int64","ywsize":[4],"ywdata":[0,-0,-9223372036854775808,9223372036854775807]})",
+          R"({"ywtype":"uint64","ywsize":[1],"ywdata":[18446744073709551615]})",
+          R"({"ywtype":"int64","ywsize":[1],"ywdata":[123456789012345678901234567890]})",
+          R"({"ywtype":"int8","ywsize":[0],"ywdata":[ ]})", R"({"ywtype":"int8"})",
+          R"({"ywtype":"float64","ywsize":[3],"ywdata":["NaN",1.5,"-Inf"]})",
+          R"({"ywtype":"float64","ywtype":"int8","ywdata":[0.5]})", R"({"ywtype":"int7","ywdata":"x"})",
+          R"({"ywtype":"record","ywdata":{"ywtype":"int8"}})",
+          R"("{\"ywtype\":\"int64\",\"ywsize\":[1],\"ywdata\":[\"9007199254740993\"]}")"}) {
+        for (const char* more : {"", R"(,"z":1e999)"}) {
+            const std::string data =
+                R"({"requestID":"r","rhsArgs":[)" + std::string(array) + "]" + more + "}";
+            EXPECT_EQ(verdictOn(data), "admitted") << data;
+        }
+    }
+}
+
+TEST(Ingress, ARequestForTheSharedSinksNeedsNoKey) {
+    for (const char* data :
+         {"{}", R"({"outSinkTraits":{}})", R"({"errSinkTraits":{"_useEcho":true,"_useDiary":false}})",
+          R"({"outSinkTraits":{"useEcho":1,"other":null},"x":[1e999]})", R"({"requestID":7})",
+          R"({"outSinkTraits":{"_useEcho":true,"_useEcho":1}})"}) {
+        EXPECT_EQ(verdictOnSinks(data), "admitted") << data;
+    }
+}
+
+TEST(Ingress, ARequestForTheSharedSinksIsToldOfTraitsThatCannotBeRead) {
+    for (const char* data : {R"({"outSinkTraits":null})", R"({"errSinkTraits":[],"outSinkTraits":{}})",
+                             R"({"errSinkTraits":"x"})", R"({"\u006futSinkTraits":true})"}) {
+        EXPECT_EQ(verdictOnSinks(data), "400 outSinkTraits and errSinkTraits must be objects") << data;
+    }
+    for (const char* trait : {"_supportsMore", "_supportsHotlinks", "_useDiary", "_useEcho",
+                              "_needsFormattingForDisplay", "_useLogging"}) {
+        for (const char* side : {"outSinkTraits", "errSinkTraits"}) {
+            const std::string data = R"({")" + std::string(side) + R"(":{")" + trait + R"(":1}})";
+            EXPECT_EQ(verdictOnSinks(data), "400 every trait of a sink must be true or false") << data;
+        }
+    }
+    EXPECT_EQ(verdictOnSinks("[1]"), "400 the data must be an object");
+    EXPECT_EQ(verdictOnSinks(R"({"ywtype":5})"), "400 every ywtype in the data must be a string");
 }
 
 TEST(Ingress, RefusesARequestWithoutAnIdentifierOrWithOneThatIsNoString) {
