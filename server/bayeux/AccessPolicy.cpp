@@ -23,6 +23,9 @@ std::optional<Refusal> AccessPolicy::mayPublish(SessionNumber session, std::stri
     if (channel == kAttachRequest || channel == kDetachRequest) {
         return std::nullopt;
     }
+    if (channel == kSinksSet) {
+        return refuseSinks(session);
+    }
     if (!isRequestChannel(channel)) {
         return forbidden("clients publish on request channels only");
     }
@@ -44,6 +47,9 @@ std::optional<Refusal> AccessPolicy::maySubscribe(SessionNumber session,
     if (channelOrPattern == kAttachResponse || channelOrPattern == kDetachResponse ||
         isServiceChannel(channelOrPattern)) {
         return std::nullopt;
+    }
+    if (channelOrPattern == kSinksResponse) {
+        return refuseSinks(session);
     }
     const auto parts = asClientChannel(channelOrPattern);
     if (!parts || !isOwn(session, parts->client)) {
@@ -69,6 +75,13 @@ std::optional<Refusal> AccessPolicy::mayDetach(SessionNumber session, std::strin
     const auto owner = clients_.ownerOf(identifier);
     if (owner && *owner != session) {
         return forbidden("the client belongs to another session");
+    }
+    return std::nullopt;
+}
+
+std::optional<Refusal> AccessPolicy::refuseSinks(SessionNumber session) const {
+    if (!clients_.hasAttached(session, kSharedSinksVersion)) {
+        return forbidden("the channel takes a client of this session that is attached with r22a0");
     }
     return std::nullopt;
 }

@@ -18,7 +18,7 @@ namespace server::bayeux {
 /// | /yvm/attach/request                       | everybody, within the table of identifiers             |
 /// | /yvm/detach/request                       | everybody, within the table of identifiers             |
 /// | /yvm/<client>/<one or more>/request       | the session of the client, until it is being detached  |
-/// | /yvm/sinks/set                            | nobody: it takes a client of r22a0, which is not served |
+/// | /yvm/sinks/set                            | a session with a client that is attached with r22a0    |
 /// | every other channel                       | nobody                                                 |
 ///
 /// | Subscribe to                              | Who may                                                |
@@ -27,7 +27,7 @@ namespace server::bayeux {
 /// | /yvm/detach/response                      | everybody                                              |
 /// | /yvm/<client>/<one or more>               | the session of the client                              |
 /// | /yvm/<client>/*, /yvm/<client>/**         | the session of the client                              |
-/// | /yvm/sinks/response                       | nobody, as above                                       |
+/// | /yvm/sinks/response                       | a session with a client that is attached with r22a0    |
 /// | /service/...                              | everybody: nothing is ever published there             |
 /// | every other channel and pattern           | nobody, above all not /yvm/*, /yvm/**, /* and /**      |
 ///
@@ -41,9 +41,9 @@ namespace server::bayeux {
 /// | ... after an attach that was refused      | everybody                 | everybody                  |
 /// | ... when the detach has been carried out  | everybody                 | everybody                  |
 ///
-/// The end of a session detaches its clients. What reaches a session that subscribed is narrower still:
-/// `ClientLifecycle` hands the answers to attach and detach to the session that asked, and `DeliveryQueue`
-/// lets no request pass.
+/// The end of a session detaches its clients. A subscription ends with the right to it. What reaches a
+/// session that subscribed is narrower still: `ClientLifecycle` hands the answers to attach and detach to the
+/// session that asked, and `DeliveryQueue` lets no request pass.
 class AccessPolicy {
   public:
     /// `clients` must outlive this instance.
@@ -56,6 +56,8 @@ class AccessPolicy {
 
   private:
     bool isOwn(SessionNumber session, std::string_view identifier) const;
+    /// Why the session may not use the sinks of r22a0.
+    std::optional<Refusal> refuseSinks(SessionNumber session) const;
 
     const ClientTable& clients_;
 };

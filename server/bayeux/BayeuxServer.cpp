@@ -102,11 +102,13 @@ BayeuxServer::BayeuxServer(std::shared_ptr<connector::message_service::Broker> b
                               session->queue().push(std::move(event));
                           }
                       },
-                  .freed =
-                      [this](SessionNumber number, const std::string& identifier) {
-                          requestsInFlight_.forget(identifier);
+                  .freed = [this](const std::string& identifier) { requestsInFlight_.forget(identifier); },
+                  .rightsChanged =
+                      [this](SessionNumber number) {
                           if (const auto session = find(number)) {
-                              session->unsubscribeFromClient(identifier);
+                              session->unsubscribeWhere([&](const std::string& pattern) {
+                                  return policy_.maySubscribe(number, pattern).has_value();
+                              });
                           }
                       },
                   .post = options_.post}),
@@ -391,7 +393,8 @@ void BayeuxServer::publish(Batch& batch, const Message& message, Session& sessio
         refuse(batch, message, *refusal);
         return;
     }
-    auto admitted = ingress_.admit(message.data);
+    auto admitted =
+        message.channel == kSinksSet ? ingress_.admitSinks(message.data) : ingress_.admit(message.data);
     if (const auto* refusal = std::get_if<Refusal>(&admitted)) {
         refuse(batch, message, *refusal);
         return;

@@ -54,11 +54,14 @@ bool isRequestChannel(std::string_view name) noexcept {
 }
 
 std::optional<yvm::OutputGate::Way> wayOfText(std::string_view channel) noexcept {
-    if (channel.ends_with("/text/output") || channel.ends_with("/text/error")) {
-        return yvm::OutputGate::Way::OwnStreams;
-    }
-    if (channel.ends_with("/yvmSinks/output")) {
+    if (channel.ends_with("/yvmSinks/output") || channel == kSinksResponse) {
         return yvm::OutputGate::Way::ClientWideSinks;
+    }
+    // Behind the prefix itself in r22a0.
+    const auto parts = asClientChannel(channel);
+    const std::string_view rest = parts ? parts->rest : std::string_view();
+    if (rest == "/text/output" || rest == "/text/error" || rest == "/output" || rest == "/error") {
+        return yvm::OutputGate::Way::OwnStreams;
     }
     return std::nullopt;
 }

@@ -26,6 +26,10 @@ inline constexpr std::string_view kAttachResponse = "/yvm/attach/response";
 inline constexpr std::string_view kDetachRequest = "/yvm/detach/request";
 inline constexpr std::string_view kDetachResponse = "/yvm/detach/response";
 
+/// The sinks of r22a0, one pair for all of its clients: what installs them, and the text that they take.
+inline constexpr std::string_view kSinksSet = "/yvm/sinks/set";
+inline constexpr std::string_view kSinksResponse = "/yvm/sinks/response";
+
 /// Which way a text of the engine went that is published on this channel; nothing for other channels.
 std::optional<yvm::OutputGate::Way> wayOfText(std::string_view channel) noexcept;
 

@@ -4,7 +4,6 @@
 #include "server/bayeux/Channels.hpp"
 #include "server/bayeux/JsonText.hpp"
 #include "server/bayeux/Secrets.hpp"
-#include "server/bayeux/ServedVersions.hpp"
 
 #include <simdjson.h>
 
@@ -34,7 +33,7 @@ constexpr std::string_view kSinksRequest = "/yvmSinks/request";
 struct Fields {
     std::string requestID;
     std::optional<std::string> requestIDtoDetach;
-    std::vector<std::string> supportedApiVersions;
+    std::string apiVersion;
     bool hasError = false;
 };
 
@@ -49,12 +48,8 @@ Fields readFields(std::string_view text) {
     if (std::string_view toDetach; !object["requestIDtoDetach"].get(toDetach)) {
         fields.requestIDtoDetach = toDetach;
     }
-    if (simdjson::dom::array versions; !object["supportedApiVersions"].get(versions)) {
-        for (const simdjson::dom::element version : versions) {
-            if (std::string_view name; !version.get(name)) {
-                fields.supportedApiVersions.emplace_back(name);
-            }
-        }
+    if (std::string_view version; !object["apiVersion"].get(version)) {
+        fields.apiVersion = version;
     }
     fields.hasError = object["error"].error() == simdjson::SUCCESS;
     return fields;
@@ -144,9 +139,6 @@ std::optional<Refusal> ClientLifecycle::attach(SessionNumber session, const std:
     if (auto refusal = policy_.mayAttach(session, fields.requestID)) {
         return refusal;
     }
-    if (auto refusal = refuseUnservedVersions(fields.supportedApiVersions)) {
-        return refusal;
-    }
     const bool isNew = !clients_.ownerOf(fields.requestID) || clients_.isDetaching(fields.requestID);
     if (isNew && clients_.countOf(session) >= maxClientsPerSession_) {
         return Refusal{ErrorCode::TooLarge,
@@ -180,8 +172,10 @@ std::optional<Refusal> ClientLifecycle::detach(SessionNumber session, const std:
 
 void ClientLifecycle::observe(std::string_view channel, std::string_view request) {
     const auto parts = asClientChannel(channel);
-    if (parts && parts->rest == kSinksRequest) {
+    if (parts && parts->rest == kSinksRequest && !clients_.isAttached(parts->client, kSharedSinksVersion)) {
         sinks_.requested(std::string(parts->client), request);
+    } else if (channel == kSinksSet) {
+        sinks_.requestedShared();
     }
 }
 
@@ -241,10 +235,14 @@ void ClientLifecycle::onAttachResponse(const DataBuffer& payload) {
         return;
     }
     callbacks_.deliver(*owner, {std::string(kAttachResponse), payload});
-    if (clients_.attachAnswered(fields.requestID, !fields.hasError)) {
+    if (clients_.attachAnswered(fields.requestID, !fields.hasError, fields.apiVersion)) {
         sinks_.forget(fields.requestID);
-        callbacks_.freed(*owner, fields.requestID);
+        callbacks_.freed(fields.requestID);
+    } else if (clients_.isAttached(fields.requestID, kSharedSinksVersion)) {
+        // It has no sinks of its own, whatever it asked for before it could know.
+        sinks_.forget(fields.requestID);
     }
+    callbacks_.rightsChanged(*owner);
 }
 
 void ClientLifecycle::onDetachResponse(const DataBuffer& payload) {
@@ -285,7 +283,8 @@ void ClientLifecycle::onMarker(const std::string& text) {
     markers_.erase(marker);
     const auto owner = clients_.ownerOf(reached.identifier);
     if (owner && reached.detach && clients_.finishDetach(reached.identifier, *reached.detach)) {
-        callbacks_.freed(*owner, reached.identifier);
+        callbacks_.freed(reached.identifier);
+        callbacks_.rightsChanged(*owner);
     }
     const auto unanswered = detachRequests_.find(reached.requestID);
     if (unanswered != detachRequests_.end() && unanswered->second.front().marker == number) {

@@ -26,16 +26,18 @@ namespace server::bayeux {
 /// will be, and the server answers it.
 ///
 /// A client that is detached while the engine writes to its sinks is reverted first, in the same lane: the
-/// text would go nowhere.
+/// text would go nowhere. The sinks of r22a0 outlive their clients, and cannot be reverted.
 ///
-/// All functions and both callbacks run on the server's thread.
+/// All functions and the callbacks run on the server's thread.
 class ClientLifecycle {
   public:
     struct Callbacks {
         /// An answer for this session, which may be gone.
         std::function<void(SessionNumber, Event)> deliver;
         /// The client is no more; another session may now have its identifier.
-        std::function<void(SessionNumber, const std::string& identifier)> freed;
+        std::function<void(const std::string& identifier)> freed;
+        /// A client of the session is attached or no more. What the session may do follows from the clients.
+        std::function<void(SessionNumber)> rightsChanged;
         /// Runs a function on the server's thread. Called from any thread, never blocks.
         std::function<void(std::function<void()>)> post;
     };

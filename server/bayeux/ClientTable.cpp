@@ -1,5 +1,6 @@
 #include "server/bayeux/ClientTable.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace server::bayeux {
@@ -25,7 +26,7 @@ bool ClientTable::reserve(std::string_view identifier, SessionNumber session) {
     return true;
 }
 
-bool ClientTable::attachAnswered(std::string_view identifier, bool successful) {
+bool ClientTable::attachAnswered(std::string_view identifier, bool successful, std::string_view apiVersion) {
     const auto found = clients_.find(identifier);
     if (found == clients_.end()) {
         return false;
@@ -36,7 +37,10 @@ bool ClientTable::attachAnswered(std::string_view identifier, bool successful) {
         return false;
     }
     client.attachesInFlight -= client.attachesInFlight > 0 ? 1 : 0;
-    client.attached = client.attached || successful;
+    if (successful && !client.attached) {
+        client.attached = true;
+        client.apiVersion = apiVersion;
+    }
     if (client.attached || client.attachesInFlight > 0 || client.detach) {
         return false;
     }
@@ -81,6 +85,19 @@ std::vector<std::string> ClientTable::clientsOf(SessionNumber session) const {
     const auto found = active_.find(session);
     return found == active_.end() ? std::vector<std::string>()
                                   : std::vector<std::string>(found->second.begin(), found->second.end());
+}
+
+bool ClientTable::isAttached(std::string_view identifier, std::string_view apiVersion) const {
+    const auto found = clients_.find(identifier);
+    return found != clients_.end() && found->second.attached && !found->second.detach &&
+           found->second.apiVersion == apiVersion;
+}
+
+bool ClientTable::hasAttached(SessionNumber session, std::string_view apiVersion) const {
+    const auto found = active_.find(session);
+    return found != active_.end() &&
+           std::any_of(found->second.begin(), found->second.end(),
+                       [&](const std::string& identifier) { return isAttached(identifier, apiVersion); });
 }
 
 std::size_t ClientTable::countOf(SessionNumber session) const {

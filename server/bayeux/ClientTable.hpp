@@ -14,6 +14,9 @@ namespace server::bayeux {
 /// Names one session for the life of the process. Never reused, unlike a client id never told.
 using SessionNumber = std::uint64_t;
 
+/// The protocol version whose clients share one pair of sinks, on channels that are no client's own.
+inline constexpr std::string_view kSharedSinksVersion = "r22a0";
+
 /// Which session owns which attached client of the module, by attach identifier.
 ///
 /// An identifier is reserved when its attach comes in. It is free again when the attach was refused,
@@ -27,8 +30,9 @@ class ClientTable {
     /// False when another session has the identifier.
     bool reserve(std::string_view identifier, SessionNumber session);
 
-    /// An attach of `identifier` was answered. True when that freed the identifier.
-    bool attachAnswered(std::string_view identifier, bool successful);
+    /// An attach of `identifier` was answered, with the version that was agreed on if it was successful. True
+    /// when that freed the identifier.
+    bool attachAnswered(std::string_view identifier, bool successful, std::string_view apiVersion = {});
 
     /// From now on the client takes no more requests. An identifier that nobody has is taken for
     /// `session` until the detach has been carried out; one that another session has may not come here.
@@ -43,6 +47,12 @@ class ClientTable {
 
     /// The identifiers of `session` that no detach has been started for.
     std::vector<std::string> clientsOf(SessionNumber session) const;
+
+    /// Whether the client is attached with this version, and no detach has been started for it.
+    bool isAttached(std::string_view identifier, std::string_view apiVersion) const;
+
+    /// Whether that holds of one of `clientsOf`.
+    bool hasAttached(SessionNumber session, std::string_view apiVersion) const;
 
     /// How many `clientsOf` would give.
     std::size_t countOf(SessionNumber session) const;
@@ -61,6 +71,8 @@ class ClientTable {
         /// When this detach has been carried out, no stale answer is left to come.
         DetachNumber staleUntil = 0;
         bool attached = false;
+        /// While `attached`: that of the first answer. A further attach is answered, and changes nothing.
+        std::string apiVersion;
         std::optional<DetachNumber> detach;
     };
 

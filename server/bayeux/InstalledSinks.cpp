@@ -45,6 +45,10 @@ void InstalledSinks::requested(const std::string& client, std::string_view reque
     inForce_ = client;
 }
 
+void InstalledSinks::requestedShared() {
+    inForce_.reset();
+}
+
 std::optional<std::string> InstalledSinks::inForce() const {
     return inForce_ && before_.contains(*inForce_) ? inForce_ : std::nullopt;
 }

@@ -11,7 +11,7 @@ void Session::subscribe(connector::message_service::Broker& broker, const std::s
     if (isServiceChannel(pattern) || isSubscribedTo(pattern)) {
         return;
     }
-    if (!asClientChannel(pattern)) {
+    if (pattern == kAttachResponse || pattern == kDetachResponse) {
         subscriptions_.emplace(pattern, nullptr);
         return;
     }
@@ -38,10 +38,9 @@ void Session::unsubscribe(const std::string& pattern) {
     subscriptions_.erase(pattern);
 }
 
-void Session::unsubscribeFromClient(const std::string& identifier) {
+void Session::unsubscribeWhere(const std::function<bool(const std::string& pattern)>& ends) {
     for (auto it = subscriptions_.begin(); it != subscriptions_.end();) {
-        const auto parts = asClientChannel(it->first);
-        if (parts && parts->client == identifier) {
+        if (ends(it->first)) {
             queue_->removePattern(it->first);
             it = subscriptions_.erase(it);
         } else {

@@ -7,6 +7,7 @@
 #include "server/bayeux/UnacknowledgedEvents.hpp"
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -65,8 +66,8 @@ class Session {
     /// that repeat, count once.
     std::size_t subscriptionCountWith(const std::vector<std::string>& patterns) const;
 
-    /// Ends all subscriptions to channels of this client.
-    void unsubscribeFromClient(const std::string& identifier);
+    /// Ends all subscriptions of which `ends` holds.
+    void unsubscribeWhere(const std::function<bool(const std::string& pattern)>& ends);
 
     /// Ends all subscriptions, and forgets what waits.
     void close();

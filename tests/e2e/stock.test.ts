@@ -70,17 +70,6 @@ describe("attach", () => {
         });
     });
 
-    it("is refused by the server when it could only settle on r22a0", async () => {
-        const reply = await client.publish("/yvm/attach/request", {
-            ...request,
-            supportedApiVersions: ["r22a0"],
-        });
-        expect(reply).toMatchObject({
-            successful: false,
-            error: "403::this server does not speak r22a0 yet - offer r24a0",
-        });
-    });
-
     it("is refused when the identifier belongs to another session", async () => {
         const owner = await StockClient.attached(server, "taken");
         const reply = await client.publish("/yvm/attach/request", { ...request, requestID: "taken" });

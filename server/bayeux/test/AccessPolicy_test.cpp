@@ -13,6 +13,8 @@ constexpr const char* kNoRequest = "403::clients publish on request channels onl
 constexpr const char* kDetaching = "403::the client is being detached";
 constexpr const char* kInUse = "403::the requestID is in use by another session";
 constexpr const char* kForeign = "403::the client belongs to another session";
+constexpr const char* kNoSinks =
+    "403::the channel takes a client of this session that is attached with r22a0";
 constexpr const char* kForm =
     "400::the requestID of an attach needs 1 to 64 letters and digits and - or _ and is not attach or detach "
     "or "
@@ -70,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(RequestsOfAClientThatIsBeingDetached, MayPublish,
                                 Row{"/yvm/leaving/a/b/request", kDetaching}));
 
 INSTANTIATE_TEST_SUITE_P(SinksWithoutAClientOfR22a0, MayPublish,
-                         Values(Row{"/yvm/sinks/set", kNoRequest}, Row{"/yvm/sinks/response", kNoRequest},
+                         Values(Row{"/yvm/sinks/set", kNoSinks}, Row{"/yvm/sinks/response", kNoRequest},
                                 Row{"/yvm/sinks/set/request", kNotOwn}));
 
 INSTANTIATE_TEST_SUITE_P(
@@ -121,8 +123,8 @@ INSTANTIATE_TEST_SUITE_P(BelowOwnPrefixes, MaySubscribe,
                                 Row{"/yvm/leaving/**", kAllowed}));
 
 INSTANTIATE_TEST_SUITE_P(SinksWithoutAClientOfR22a0, MaySubscribe,
-                         Values(Row{"/yvm/sinks/response", kNotOwn}, Row{"/yvm/sinks/*", kNotOwn},
-                                Row{"/yvm/sinks/set", kNotOwn}));
+                         Values(Row{"/yvm/sinks/response", kNoSinks}, Row{"/yvm/sinks/*", kNotOwn},
+                                Row{"/yvm/sinks/**", kNotOwn}, Row{"/yvm/sinks/set", kNotOwn}));
 
 INSTANTIATE_TEST_SUITE_P(ServiceChannels, MaySubscribe,
                          Values(Row{"/service/anything", kAllowed}, Row{"/service/**", kAllowed}));
@@ -145,6 +147,91 @@ INSTANTIATE_TEST_SUITE_P(NoChannelNames, MaySubscribe,
                                 Row{"/yvm/own/", "405::no valid channel name - /yvm/own/"},
                                 Row{"**", "405::no valid channel name - **"},
                                 Row{"", "405::no valid channel name - "}));
+
+// --- the sinks of r22a0 ------------------------------------------------------------------------------------
+
+/// What happened to the clients of session 1, and whether it may then use the sinks.
+struct SinksRow {
+    const char* name;
+    std::function<void(ClientTable&)> happened;
+    bool isAllowed;
+};
+
+void PrintTo(const SinksRow& row, std::ostream* out) {
+    *out << row.name;
+}
+
+class SharedSinks : public ::testing::TestWithParam<SinksRow> {};
+
+TEST_P(SharedSinks, TakeAClientThatIsAttachedWithR22a0) {
+    ClientTable clients;
+    const AccessPolicy policy(clients);
+    GetParam().happened(clients);
+    const auto verdict = [](const std::optional<Refusal>& refusal) {
+        return refusal ? errorField(*refusal) : kAllowed;
+    };
+    const char* const expected = GetParam().isAllowed ? kAllowed : kNoSinks;
+    EXPECT_EQ(verdict(policy.mayPublish(1, "/yvm/sinks/set")), expected);
+    EXPECT_EQ(verdict(policy.maySubscribe(1, "/yvm/sinks/response")), expected);
+    // No pattern reaches them, and requests are nobody's to read.
+    EXPECT_EQ(verdict(policy.maySubscribe(1, "/yvm/sinks/*")), kNotOwn);
+    EXPECT_EQ(verdict(policy.maySubscribe(1, "/yvm/sinks/**")), kNotOwn);
+    EXPECT_EQ(verdict(policy.maySubscribe(1, "/yvm/sinks/set")), kNotOwn);
+    EXPECT_EQ(verdict(policy.mayPublish(1, "/yvm/sinks/response")), kNoRequest);
+}
+
+void attachWith(ClientTable& clients, const char* identifier, const char* apiVersion,
+                SessionNumber session = 1) {
+    clients.reserve(identifier, session);
+    clients.attachAnswered(identifier, true, apiVersion);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    WithAClientThat, SharedSinks,
+    Values(SinksRow{"IsNotThere", [](ClientTable&) {}, false},
+           SinksRow{"IsToBeAttached", [](ClientTable& clients) { clients.reserve("a", 1); }, false},
+           SinksRow{"IsAttached", [](ClientTable& clients) { attachWith(clients, "a", "r22a0"); }, true},
+           SinksRow{"SpeaksR24a0", [](ClientTable& clients) { attachWith(clients, "a", "r24a0"); }, false},
+           SinksRow{"IsOneOfSeveral",
+                    [](ClientTable& clients) {
+                        attachWith(clients, "a", "r24a0");
+                        attachWith(clients, "b", "r22a0");
+                        clients.reserve("c", 1);
+                    },
+                    true},
+           SinksRow{"BelongsToAnotherSession",
+                    [](ClientTable& clients) {
+                        attachWith(clients, "a", "r24a0");
+                        attachWith(clients, "b", "r22a0", 2);
+                    },
+                    false},
+           SinksRow{"IsBeingDetached",
+                    [](ClientTable& clients) {
+                        attachWith(clients, "a", "r22a0");
+                        clients.startDetach("a", 1);
+                    },
+                    false},
+           SinksRow{"IsAttachedAgainWithAnotherVersion",
+                    [](ClientTable& clients) {
+                        attachWith(clients, "a", "r22a0");
+                        attachWith(clients, "a", "r24a0");
+                    },
+                    true},
+           SinksRow{"WasDetachedAndIsToBeAttachedAnew",
+                    [](ClientTable& clients) {
+                        attachWith(clients, "a", "r22a0");
+                        clients.startDetach("a", 1);
+                        clients.reserve("a", 1);
+                    },
+                    false},
+           SinksRow{"WasDetachedAndAttachedAnewWithAnotherVersion",
+                    [](ClientTable& clients) {
+                        attachWith(clients, "a", "r22a0");
+                        clients.startDetach("a", 1);
+                        attachWith(clients, "a", "r24a0");
+                    },
+                    false}),
+    [](const auto& row) { return row.param.name; });
 
 // --- identifiers -------------------------------------------------------------------------------------------
 

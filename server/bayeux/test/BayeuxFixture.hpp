@@ -188,6 +188,12 @@ class FakeModule {
         refusing_ = true;
     }
 
+    /// From now on attaches are answered with this version.
+    void agreeOn(const std::string& apiVersion) {
+        const std::lock_guard lock(mutex_);
+        apiVersion_ = apiVersion;
+    }
+
     /// From now on nothing is answered.
     void fallSilent() {
         const std::lock_guard lock(mutex_);
@@ -218,17 +224,21 @@ class FakeModule {
     void answer(const std::string& responseChannel, const std::string& text) {
         simdjson::dom::parser parser;
         const std::string requestID(std::string_view(parser.parse(text)["requestID"]));
-        bool refusing = false;
+        std::string more;
         bool silent = false;
         {
             const std::lock_guard lock(mutex_);
             requests_.push_back(text);
-            refusing = refusing_ && responseChannel == "/yvm/attach/response";
+            const bool isAttach = responseChannel == "/yvm/attach/response";
+            if (isAttach && refusing_) {
+                more = R"(,"error":{"status":5})";
+            } else if (isAttach && !apiVersion_.empty()) {
+                more = R"(,"apiVersion":")" + apiVersion_ + '"';
+            }
             silent = silent_;
             changed_.notify_all();
         }
         if (!silent) {
-            const std::string more = refusing ? R"(,"error":{"status":5})" : "";
             service_->publish(responseChannel, connector::common::DataBuffer(R"({"requestID":")" + requestID +
                                                                              '"' + more + "}"));
         }
@@ -238,6 +248,7 @@ class FakeModule {
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool refusing_ = false;
+    std::string apiVersion_;
     bool silent_ = false;
     std::vector<std::string> requests_;
     std::vector<std::shared_ptr<connector::message_service::Subscription>> subscriptions_;

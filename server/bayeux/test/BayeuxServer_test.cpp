@@ -400,15 +400,11 @@ TEST_F(BayeuxServerTest, RefusesPayloadsThatMayNotReachTheModule) {
     EXPECT_TRUE(fakeModule.requests().empty());
 }
 
-TEST_F(BayeuxServerTest, RefusesAnAttachWithoutIdentifierOrServedVersion) {
+TEST_F(BayeuxServerTest, RefusesAnAttachWithoutIdentifier) {
     const std::string clientId = openSession(connection);
     EXPECT_EQ(
         publish(connection, clientId, "/yvm/attach/request", R"({"yvmID":"user-yvm"})"),
         R"([{"channel":"/yvm/attach/request","id":"7","successful":false,"error":"400::the request needs a requestID - a string"}])");
-    EXPECT_EQ(publish(connection, clientId, "/yvm/attach/request",
-                      R"({"requestID":"a","supportedApiVersions":["r22a0"]})"),
-              R"([{"channel":"/yvm/attach/request","id":"7","successful":false,)"
-              R"("error":"403::this server does not speak r22a0 yet - offer r24a0"}])");
     EXPECT_EQ(server->clientCount(), 0U);
 }
 
@@ -418,6 +414,91 @@ TEST_F(BayeuxServerTest, AnAttachThatOffersNothingKnownIsLeftToTheModule) {
     publish(connection, clientId, "/yvm/attach/request", R"({"requestID":"a","supportedApiVersions":["x"]})");
     publish(connection, clientId, "/yvm/attach/request", R"({"requestID":"b","supportedApiVersions":5})");
     EXPECT_TRUE(fakeModule.waitForRequests(2));
+}
+
+constexpr const char* kNoSinks =
+    "403::the channel takes a client of this session that is attached with r22a0";
+
+class SharedSinksTest : public BayeuxServerTest {
+  protected:
+    SharedSinksTest() : clientId(openSession(connection)) { fakeModule.agreeOn("r22a0"); }
+
+    void attachAndWait(const std::string& identifier) {
+        subscribe(connection, clientId, R"("/yvm/attach/response")");
+        attach(clientId, identifier);
+        EXPECT_THAT(await(*connection), ::testing::HasSubstr(R"("requestID":")" + identifier));
+    }
+    void detach(const std::string& identifier) {
+        publish(connection, clientId, "/yvm/detach/request",
+                R"({"requestID":"d","requestIDtoDetach":")" + identifier + "\"}");
+        EXPECT_TRUE(workQueue.runUntil([&] { return server->clientCount() == 0; }));
+    }
+    std::string subscribeToText() { return subscribe(connection, clientId, R"("/yvm/sinks/response")"); }
+
+    /// What the session is sent of a text on the shared channel.
+    std::string heard() {
+        deliver("/yvm/sinks/response", R"({"stream":0,"text":"t"})");
+        workQueue.runAll();
+        return connection->take();
+    }
+
+    FakeModule fakeModule{broker};
+    const std::string clientId;
+    const std::string subscribed =
+        R"([{"channel":"/meta/subscribe","id":"7","successful":true,"subscription":"/yvm/sinks/response"}])";
+    const std::string text = R"([{"channel":"/yvm/sinks/response","data":{"stream":0,"text":"t"}}])";
+};
+
+TEST_F(SharedSinksTest, AreForSessionsOfWhichAClientIsAttachedWithThatVersion) {
+    const auto other = std::make_shared<FakeConnection>();
+    const std::string otherId = openSession(other);
+    attachAndWait("one");
+    EXPECT_EQ(publish(connection, clientId, "/yvm/sinks/set", "{}"),
+              R"([{"channel":"/yvm/sinks/set","id":"7","successful":true}])");
+    EXPECT_EQ(subscribeToText(), subscribed);
+    EXPECT_EQ(publish(other, otherId, "/yvm/sinks/set", "{}"),
+              R"([{"channel":"/yvm/sinks/set","id":"7","successful":false,"error":")" +
+                  std::string(kNoSinks) + R"("}])");
+    EXPECT_EQ(subscribe(other, otherId, R"("/yvm/sinks/response")"),
+              R"([{"channel":"/meta/subscribe","id":"7","successful":false,"error":")" +
+                  std::string(kNoSinks) + R"(","subscription":"/yvm/sinks/response"}])");
+    EXPECT_EQ(heard(), text);
+    EXPECT_EQ(other->take(), "");
+}
+
+TEST_F(SharedSinksTest, AreSetByTheTextOfTheRequestAsItStands) {
+    attachAndWait("one");
+    std::string set;
+    const auto recording = broker->subscribeInline(
+        "/yvm/sinks/set", [&](const auto& message) { set = std::string(message.payload().view()); });
+    publish(connection, clientId, "/yvm/sinks/set", R"( {"outSinkTraits": {}} )");
+    EXPECT_EQ(set, R"({"outSinkTraits": {}})");
+    EXPECT_EQ(publish(connection, clientId, "/yvm/sinks/set", R"({"outSinkTraits":null})"),
+              R"([{"channel":"/yvm/sinks/set","id":"7","successful":false,)"
+              R"("error":"400::outSinkTraits and errSinkTraits must be objects"}])");
+    EXPECT_EQ(set, R"({"outSinkTraits": {}})");
+}
+
+TEST_F(SharedSinksTest, AreReadUntilTheLastSuchClientIsDetached) {
+    attachAndWait("one");
+    attachAndWait("two");
+    subscribeToText();
+    publish(connection, clientId, "/yvm/detach/request", R"({"requestID":"d","requestIDtoDetach":"one"})");
+    EXPECT_TRUE(workQueue.runUntil([&] { return server->clientCount() == 1; }));
+    EXPECT_EQ(heard(), text);
+    detach("two");
+    EXPECT_EQ(heard(), "");
+    EXPECT_EQ(server->gauges().subscriptions, 1U) << "that to the answers of attaches";
+}
+
+TEST_F(SharedSinksTest, AreReadNoMoreOnceTheClientIsAttachedAnewWithTheNewerVersion) {
+    attachAndWait("one");
+    subscribeToText();
+    publish(connection, clientId, "/yvm/detach/request", R"({"requestID":"d","requestIDtoDetach":"one"})");
+    fakeModule.agreeOn("r24a0");
+    attachAndWait("one");
+    EXPECT_EQ(heard(), "");
+    EXPECT_EQ(server->clientCount(), 1U);
 }
 
 TEST_F(BayeuxServerTest, AnAttachResponseReachesOnlyTheSessionThatAsked) {
@@ -751,6 +832,19 @@ TEST_F(SlowReaderTest, ClientWideTextHoldsAllThatWriteIt) {
     write("/yvmSinks/output", 300);
     EXPECT_FALSE(mayWrite(Way::ClientWideSinks));
     EXPECT_TRUE(mayWrite());
+}
+
+TEST_F(SlowReaderTest, TextOfTheOlderVersionHoldsItsCommandToo) {
+    write("/output", 300);
+    EXPECT_FALSE(mayWrite());
+    EXPECT_TRUE(mayWrite(Way::ClientWideSinks));
+}
+
+TEST_F(SlowReaderTest, PublishedTextOfTheSharedSinksNoLongerCounts) {
+    gate->hasWritten(Way::ClientWideSinks, command, 60);
+    EXPECT_FALSE(mayWrite(Way::ClientWideSinks));
+    deliver("/yvm/sinks/response", "1");
+    EXPECT_TRUE(mayWrite(Way::ClientWideSinks));
 }
 
 TEST_F(SlowReaderTest, PublishedTextNoLongerCounts) {

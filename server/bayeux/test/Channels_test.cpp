@@ -36,6 +36,21 @@ TEST(Channels, FindsTheClientOfAChannel) {
     }
 }
 
+TEST(Channels, KnowsWhichWayTextWentInEitherVersion) {
+    using Way = yvm::OutputGate::Way;
+    for (const char* name :
+         {"/yvm/a/text/output", "/yvm/a/text/error", "/yvm/a/output", "/yvm/a/error", "/yvm/output/output"}) {
+        EXPECT_EQ(wayOfText(name), Way::OwnStreams) << name;
+    }
+    for (const char* name : {"/yvm/a/yvmSinks/output", "/yvm/sinks/response"}) {
+        EXPECT_EQ(wayOfText(name), Way::ClientWideSinks) << name;
+    }
+    for (const char* name : {"/yvm/a/eval/response", "/yvm/a/yvmSinks/response", "/yvm/sinks/set",
+                             "/yvm/a/text/response", "/yvm/attach/output", "/yvm/output"}) {
+        EXPECT_EQ(wayOfText(name), std::nullopt) << name;
+    }
+}
+
 TEST(Channels, KnowsTheFormOfAnAttachIdentifier) {
     EXPECT_TRUE(isClientIdentifier("aZ0_-"));
     EXPECT_TRUE(isClientIdentifier(std::string(64, 'a')));

@@ -38,6 +38,25 @@ TEST_F(ClientTableTest, ARefusedSecondAttachLeavesTheFirstInPlace) {
     EXPECT_EQ(clients.ownerOf("fresh"), 1U);
 }
 
+TEST_F(ClientTableTest, AVersionIsThatOfTheFirstAnswerSinceTheDetach) {
+    clients.reserve("fresh", 1);
+    EXPECT_FALSE(clients.isAttached("fresh", ""));
+    clients.attachAnswered("fresh", true, "r22a0");
+    clients.reserve("fresh", 1);
+    clients.attachAnswered("fresh", true, "r24a0");
+    EXPECT_TRUE(clients.isAttached("fresh", "r22a0"));
+    EXPECT_FALSE(clients.isAttached("fresh", "r24a0"));
+    EXPECT_TRUE(clients.hasAttached(1, "r22a0"));
+    EXPECT_FALSE(clients.hasAttached(2, "r22a0"));
+    clients.startDetach("fresh", 1);
+    EXPECT_FALSE(clients.isAttached("fresh", "r22a0"));
+    EXPECT_FALSE(clients.hasAttached(1, "r22a0"));
+    clients.reserve("fresh", 1);
+    EXPECT_FALSE(clients.isAttached("fresh", "r22a0"));
+    clients.attachAnswered("fresh", true, "r24a0");
+    EXPECT_TRUE(clients.isAttached("fresh", "r24a0"));
+}
+
 TEST_F(ClientTableTest, TheEndOfAnOldDetachLeavesANewAttachInPlace) {
     clients.reserve("fresh", 1);
     clients.attachAnswered("fresh", true);

@@ -11,7 +11,7 @@ using ::testing::TestWithParam;
 using ::testing::Values;
 
 struct HistoryRow {
-    /// By client: "a+" installs, "a-" reverts, "a!" is forgotten.
+    /// By client: "a+" installs, "a-" reverts, "a!" is forgotten. "*+" asks for those of r22a0.
     const char* history;
     /// The client whose sinks are in force then; "" when none's are.
     const char* inForce;
@@ -30,6 +30,10 @@ TEST_P(SinksInForce, FollowTheRequests) {
         const std::string client = step.substr(0, 1);
         switch (step[1]) {
             case '+':
+                if (client == "*") {
+                    sinks.requestedShared();
+                    break;
+                }
                 sinks.requested(client, R"({"requestID":"s"})");
                 break;
             case '-':
@@ -62,6 +66,13 @@ INSTANTIATE_TEST_SUITE_P(ClientsThatAreGone, SinksInForce,
                                 HistoryRow{"a+ b+ a!", "b"}, HistoryRow{"a+ b+ b!", "a"},
                                 HistoryRow{"a+ b+ a! b-", ""}, HistoryRow{"a+ b+ c+ b! c-", "a"},
                                 HistoryRow{"a+ b+ a- b+ a+ b! a-", ""}));
+
+INSTANTIATE_TEST_SUITE_P(SharedOnes, SinksInForce,
+                         Values(HistoryRow{"*+", ""}, HistoryRow{"a+ *+", ""}, HistoryRow{"a+ *+ a+", "a"},
+                                HistoryRow{"*+ a+", "a"}, HistoryRow{"*+ a+ a-", ""},
+                                HistoryRow{"a+ *+ b+ b-", ""}, HistoryRow{"a+ *+ a!", ""},
+                                // What was there before the first install.
+                                HistoryRow{"a+ b+ *+ b-", "a"}));
 
 struct ShapeRow {
     const char* request;

@@ -569,6 +569,42 @@ TEST_F(SinksOfWhoLeavesTest, OfAClientWhoseAttachWasRefusedAreNone) {
     EXPECT_THAT(asked(), ElementsAre("install one", "install two", "revert one", "detach one"));
 }
 
+TEST_F(SinksOfWhoLeavesTest, AreLeftAloneWhereThoseOfR22a0WereInstalledSince) {
+    const std::string first = openSession(connection);
+    const std::string second = openSession(connection);
+    attach(first, "one");
+    ASSERT_TRUE(module->waitForRequests(1));
+    module->agreeOn("r22a0");
+    attach(second, "two");
+    ASSERT_TRUE(workQueue.runUntil([&] {
+        return publish(connection, second, "/yvm/sinks/set", "{}").find(R"("successful":true)") !=
+               std::string::npos;
+    }));
+    disconnect(second);
+    disconnect(first);
+    EXPECT_THAT(asked(), ElementsAre("detach two", "detach one"));
+}
+
+TEST_F(SinksOfWhoLeavesTest, AreNotThoseOfAClientOfR22a0) {
+    const std::string first = openSession(connection);
+    const std::string second = openSession(connection);
+    attach(first, "one");
+    install(first, "one");
+    ASSERT_TRUE(module->waitForRequests(1));
+    module->agreeOn("r22a0");
+    attach(second, "two");
+    install(second, "two");  // before it can know what was agreed on
+    ASSERT_TRUE(workQueue.runUntil([&] {
+        return subscribe(connection, second, R"("/yvm/sinks/response")").find(R"("successful":true)") !=
+               std::string::npos;
+    }));
+    install(second, "two");
+    disconnect(second);
+    disconnect(first);
+    EXPECT_THAT(asked(), ElementsAre("install one", "install two", "install two", "detach two", "revert one",
+                                     "detach one"));
+}
+
 TEST_F(SinksOfWhoLeavesTest, AreRevertedInTheLaneOfTheSessionByARequestOfTheServer) {
     const std::string clientId = openSession(connection);
     attach(clientId, "one");
