@@ -23,6 +23,13 @@ void FakeDebugger::fail(std::size_t index, const std::exception_ptr& error) {
     completionOf(index)->fail(error);
 }
 
+void FakeDebugger::dropOperations() {
+    std::vector<Completion> dropped;
+    const std::lock_guard lock(mutex_);
+    operations_.clear();
+    dropped.swap(completions_);
+}
+
 void FakeDebugger::answerAtOnce(std::exception_ptr error) {
     const std::lock_guard lock(mutex_);
     answersAtOnce_ = true;

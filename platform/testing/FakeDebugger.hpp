@@ -36,6 +36,9 @@ class FakeDebugger final : public ylutil::debugger::Debugger {
     void succeed(std::size_t index);
     void fail(std::size_t index, const std::exception_ptr& error);
 
+    /// Forgets the operations so far; those that are unsettled fail.
+    void dropOperations();
+
     /// From now on operations are settled as they come, inside the call; without `error` they succeed.
     void answerAtOnce(std::exception_ptr error = {});
 

@@ -1,6 +1,7 @@
 #include "r24a0/AttachedClient.hpp"
 
 #include "foundation/log/basic_diagnostic_logger.hpp"
+#include "r24a0/Debugger.hpp"
 #include "r24a0/EvalFevalCancel.hpp"
 #include "r24a0/EventManagerConnection.hpp"
 #include "r24a0/YVMSink.hpp"
@@ -28,7 +29,8 @@ AttachedClient::AttachedClient(std::string channelPrefix, std::shared_ptr<yvm::Y
       eventManagerConnection_(
           EventManagerConnection::create(channelPrefix_, yvm_->getEventMgr(), messageService_, yvmSink_)),
       evalFevalCancel_(
-          EvalFevalCancel::create(channelPrefix_, yvm_, messageService_, eventManagerConnection_)) {
+          EvalFevalCancel::create(channelPrefix_, yvm_, messageService_, eventManagerConnection_)),
+      debugger_(Debugger::create(channelPrefix_, yvm_, messageService_)) {
     if (disconnectHandler) {
         monitor_.emplace(channelPrefix_ + "/connection/stillAlive", messageService_,
                          std::move(disconnectHandler));

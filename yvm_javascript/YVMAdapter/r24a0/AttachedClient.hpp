@@ -12,6 +12,7 @@
 
 namespace yvm::JSClient::r24a0 {
 
+class Debugger;
 class EvalFevalCancel;
 class EventManagerConnection;
 class YVMSink;
@@ -41,6 +42,7 @@ class AttachedClient final : public AttachedClientInterface {
     const std::shared_ptr<YVMSink> yvmSink_;
     const std::shared_ptr<EventManagerConnection> eventManagerConnection_;
     const std::shared_ptr<EvalFevalCancel> evalFevalCancel_;
+    const std::shared_ptr<Debugger> debugger_;
     std::optional<SubscriptionCountMonitor> monitor_;
 };
 

@@ -151,14 +151,20 @@ TEST_F(YVMAdapterTest, TheChannelsOfAClientStandBeforeItsAttachIsAnswered) {
             order.push_back(record.text);
         }
     }
-    EXPECT_EQ(order,
-              (std::vector<std::string>{
-                  "subscribe to /yvm/a/yvmSinks/request", "subscribe to /yvm/a/subscribeEvent/request",
-                  "subscribe to /yvm/a/disconnectEvent/request", "subscribe to /yvm/a/cancel/request",
-                  "subscribe to /yvm/a/cancelGroup/request", "subscribe to /yvm/a/feval/request",
-                  "subscribe to /yvm/a/eval/request", "subscribe to /yvm/a/interrupt/request",
-                  "New attached client for YVM " + std::to_string(engine->getIdentifier()) + " at /yvm/a",
-                  "response id = a for /yvm/attach/response"}));
+    EXPECT_EQ(
+        order,
+        (std::vector<std::string>{
+            "subscribe to /yvm/a/yvmSinks/request", "subscribe to /yvm/a/subscribeEvent/request",
+            "subscribe to /yvm/a/disconnectEvent/request", "subscribe to /yvm/a/cancel/request",
+            "subscribe to /yvm/a/cancelGroup/request", "subscribe to /yvm/a/feval/request",
+            "subscribe to /yvm/a/eval/request", "subscribe to /yvm/a/interrupt/request",
+            "subscribe to /yvm/a/setGlobalBreakpoint/request",
+            "subscribe to /yvm/a/clearGlobalBreakpoint/request",
+            "subscribe to /yvm/a/setLineBreakpoint/request",
+            "subscribe to /yvm/a/clearLineBreakpoint/request",
+            "subscribe to /yvm/a/clearAllBreakpoints/request", "subscribe to /yvm/a/breakInDebugger/request",
+            "New attached client for YVM " + std::to_string(engine->getIdentifier()) + " at /yvm/a",
+            "response id = a for /yvm/attach/response"}));
     EXPECT_EQ(log.texts(logChannel, 8), std::vector<std::string>{"/yvm/a has requested attach"});
 }
 
@@ -173,13 +179,17 @@ TEST_F(YVMAdapterTest, AnAttachedClientCanEvaluate) {
 TEST_F(YVMAdapterTest, TheLivenessChannelOfAnAttachedClientIsLeftAlone) {
     startWithEngine();
     attach(attachMessage("a"));
-    EXPECT_EQ(service->subscriptionLog(),
-              (std::vector<std::string>{
-                  "subscribe /yvm/attach/request", "subscribe /yvm/detach/request",
-                  "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/subscribeEvent/request",
-                  "subscribe /yvm/a/disconnectEvent/request", "subscribe /yvm/a/cancel/request",
-                  "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
-                  "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request"}));
+    EXPECT_EQ(
+        service->subscriptionLog(),
+        (std::vector<std::string>{
+            "subscribe /yvm/attach/request", "subscribe /yvm/detach/request",
+            "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/subscribeEvent/request",
+            "subscribe /yvm/a/disconnectEvent/request", "subscribe /yvm/a/cancel/request",
+            "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
+            "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request",
+            "subscribe /yvm/a/setGlobalBreakpoint/request", "subscribe /yvm/a/clearGlobalBreakpoint/request",
+            "subscribe /yvm/a/setLineBreakpoint/request", "subscribe /yvm/a/clearLineBreakpoint/request",
+            "subscribe /yvm/a/clearAllBreakpoints/request", "subscribe /yvm/a/breakInDebugger/request"}));
 }
 
 TEST_F(YVMAdapterTest, AnUnknownVersionHidesNoKnownOne) {
@@ -489,12 +499,18 @@ TEST_F(YVMAdapterTest, DestructionSilencesThePublicChannelsBeforeAnyClientGoes) 
     adapter.reset();
     auto log = service->subscriptionLog();
     log.erase(log.begin(), log.begin() + static_cast<std::ptrdiff_t>(before));
-    EXPECT_EQ(log, (std::vector<std::string>{
-                       "unsubscribe /yvm/detach/request", "unsubscribe /yvm/attach/request",
-                       "unsubscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/eval/request",
-                       "unsubscribe /yvm/a/feval/request", "unsubscribe /yvm/a/cancelGroup/request",
-                       "unsubscribe /yvm/a/cancel/request", "unsubscribe /yvm/a/disconnectEvent/request",
-                       "unsubscribe /yvm/a/subscribeEvent/request", "unsubscribe /yvm/a/yvmSinks/request"}));
+    EXPECT_EQ(
+        log,
+        (std::vector<std::string>{
+            "unsubscribe /yvm/detach/request", "unsubscribe /yvm/attach/request",
+            "unsubscribe /yvm/a/breakInDebugger/request", "unsubscribe /yvm/a/clearAllBreakpoints/request",
+            "unsubscribe /yvm/a/clearLineBreakpoint/request", "unsubscribe /yvm/a/setLineBreakpoint/request",
+            "unsubscribe /yvm/a/clearGlobalBreakpoint/request",
+            "unsubscribe /yvm/a/setGlobalBreakpoint/request", "unsubscribe /yvm/a/interrupt/request",
+            "unsubscribe /yvm/a/eval/request", "unsubscribe /yvm/a/feval/request",
+            "unsubscribe /yvm/a/cancelGroup/request", "unsubscribe /yvm/a/cancel/request",
+            "unsubscribe /yvm/a/disconnectEvent/request", "unsubscribe /yvm/a/subscribeEvent/request",
+            "unsubscribe /yvm/a/yvmSinks/request"}));
 }
 
 /// Does what the test says when it is asked who it is, as a client asks that is being built.

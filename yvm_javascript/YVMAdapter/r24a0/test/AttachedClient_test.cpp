@@ -35,12 +35,16 @@ class AttachedClientTest : public testing::Test {
 
 TEST_F(AttachedClientTest, WithoutAHandlerTheLivenessChannelIsLeftAlone) {
     const auto client = create({});
-    EXPECT_EQ(service->subscriptionLog(),
-              (std::vector<std::string>{
-                  "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/subscribeEvent/request",
-                  "subscribe /yvm/a/disconnectEvent/request", "subscribe /yvm/a/cancel/request",
-                  "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
-                  "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request"}));
+    EXPECT_EQ(
+        service->subscriptionLog(),
+        (std::vector<std::string>{
+            "subscribe /yvm/a/yvmSinks/request", "subscribe /yvm/a/subscribeEvent/request",
+            "subscribe /yvm/a/disconnectEvent/request", "subscribe /yvm/a/cancel/request",
+            "subscribe /yvm/a/cancelGroup/request", "subscribe /yvm/a/feval/request",
+            "subscribe /yvm/a/eval/request", "subscribe /yvm/a/interrupt/request",
+            "subscribe /yvm/a/setGlobalBreakpoint/request", "subscribe /yvm/a/clearGlobalBreakpoint/request",
+            "subscribe /yvm/a/setLineBreakpoint/request", "subscribe /yvm/a/clearLineBreakpoint/request",
+            "subscribe /yvm/a/clearAllBreakpoints/request", "subscribe /yvm/a/breakInDebugger/request"}));
 }
 
 TEST_F(AttachedClientTest, AHandlerIsCalledWithTheFullNameOfTheLivenessChannel) {
@@ -63,10 +67,22 @@ TEST_F(AttachedClientTest, BuildsTheServicesBeforeTheMonitorAndDestroysItFirst) 
                                         "subscribe /yvm/a/feval/request",
                                         "subscribe /yvm/a/eval/request",
                                         "subscribe /yvm/a/interrupt/request",
+                                        "subscribe /yvm/a/setGlobalBreakpoint/request",
+                                        "subscribe /yvm/a/clearGlobalBreakpoint/request",
+                                        "subscribe /yvm/a/setLineBreakpoint/request",
+                                        "subscribe /yvm/a/clearLineBreakpoint/request",
+                                        "subscribe /yvm/a/clearAllBreakpoints/request",
+                                        "subscribe /yvm/a/breakInDebugger/request",
                                         "onSubscribe " + liveness,
                                         "onUnsubscribe " + liveness,
                                         "endOnUnsubscribe " + liveness,
                                         "endOnSubscribe " + liveness,
+                                        "unsubscribe /yvm/a/breakInDebugger/request",
+                                        "unsubscribe /yvm/a/clearAllBreakpoints/request",
+                                        "unsubscribe /yvm/a/clearLineBreakpoint/request",
+                                        "unsubscribe /yvm/a/setLineBreakpoint/request",
+                                        "unsubscribe /yvm/a/clearGlobalBreakpoint/request",
+                                        "unsubscribe /yvm/a/setGlobalBreakpoint/request",
                                         "unsubscribe /yvm/a/interrupt/request",
                                         "unsubscribe /yvm/a/eval/request",
                                         "unsubscribe /yvm/a/feval/request",
@@ -78,7 +94,7 @@ TEST_F(AttachedClientTest, BuildsTheServicesBeforeTheMonitorAndDestroysItFirst) 
 }
 
 TEST_F(AttachedClientTest, AFailedStepLeavesNothingBehind) {
-    for (std::size_t after = 0; after < 8; ++after) {
+    for (std::size_t after = 0; after < 14; ++after) {
         service->failNextSubscribe(FakeMessageService::Failure::invalidFuture, after);
         EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create([](const std::string&) {}); }),
                   "Future state isn't valid!");
