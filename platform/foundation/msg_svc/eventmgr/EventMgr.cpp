@@ -2,6 +2,7 @@
 
 #include "foundation/log/basic_diagnostic_logger.hpp"
 
+#include <boost/container/small_vector.hpp>
 #include <boost/exception/diagnostic_information.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/smart_ptr/enable_shared_from_this.hpp>
@@ -9,11 +10,13 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
-#include <map>
 #include <mutex>
+#include <span>
 #include <stdexcept>
 #include <thread>
+#include <unordered_map>
 
 namespace foundation::msg_svc::eventmgr {
 
@@ -24,81 +27,112 @@ const log::diagnostic_logger& logger() {
     return *instance;
 }
 
-/// The live subscriptions of one manager, shared with its connections, which may outlive it.
+/// The live subscriptions of one manager by their tags, shared with its connections, which may outlive it.
 ///
-/// The list is replaced, never changed in place, so that a dispatch walks the list of its moment
+/// The list of a tag is replaced, never changed in place, so that a dispatch walks the list of its moment
 /// with no lock held.
-class SubscriptionList {
+class SubscriptionTable {
   public:
     struct Entry {
         EventHandler handler;
-        std::vector<std::u16string> tags;
+        std::vector<std::u16string> tags;  // without repetitions
+        std::uint64_t order = 0;           // grows from subscription to subscription; constant once added
         // Relaxed suffices: a dispatch that just misses the end of a subscription is allowed.
         std::atomic<bool> live{true};
     };
     using Entries = std::vector<std::shared_ptr<Entry>>;
+    using EntriesPtr = std::shared_ptr<const Entries>;
 
-    void add(std::shared_ptr<Entry> entry) {
+    void add(const std::shared_ptr<Entry>& entry) {
         const std::lock_guard lock(mutex_);
-        auto next = std::make_shared<Entries>(*entries_);
+        entry->order = nextOrder_++;
         for (const auto& tag : entry->tags) {
-            ++counts_[tag];
+            auto& entries = lists_[tag];
+            auto next = entries ? std::make_shared<Entries>(*entries) : std::make_shared<Entries>();
+            next->push_back(entry);
+            entries = std::move(next);
         }
-        next->push_back(std::move(entry));
-        entries_ = std::move(next);
     }
 
     void remove(const std::shared_ptr<Entry>& entry) {
-        // Outlives the lock: what dies with the old list may end further subscriptions.
-        std::shared_ptr<const Entries> previous;
+        // Outlives the lock: what dies with the old lists may end further subscriptions.
+        std::vector<EntriesPtr> previous;
         const std::lock_guard lock(mutex_);
-        auto next = std::make_shared<Entries>(*entries_);
-        std::erase(*next, entry);
         for (const auto& tag : entry->tags) {
-            const auto count = counts_.find(tag);
-            if (--count->second == 0) {
-                counts_.erase(count);
+            const auto list = lists_.find(tag);
+            auto next = std::make_shared<Entries>(*list->second);
+            std::erase(*next, entry);
+            previous.push_back(std::exchange(list->second, std::move(next)));
+            if (list->second->empty()) {
+                lists_.erase(list);
             }
         }
-        previous = std::exchange(entries_, std::move(next));
     }
 
-    std::shared_ptr<const Entries> entries() const {
-        const std::lock_guard lock(mutex_);
-        return entries_;
+    /// The subscriptions to any tag of `event`, each once, in the order in which they were made; null where
+    /// there is none.
+    EntriesPtr wanting(const BaseEvent& event) const {
+        const auto& staticTags = event.getStaticTags();
+        // Most often there is one: who subscribes to a type seldom meets subscribers to its base.
+        boost::container::small_vector<EntriesPtr, 2> found;
+        {
+            const std::lock_guard lock(mutex_);
+            for (const auto* tags : {&staticTags, &event.getUserTags()}) {
+                for (const auto& tag : *tags) {
+                    if (const auto list = lists_.find(tag); list != lists_.end()) {
+                        found.push_back(list->second);
+                    }
+                }
+            }
+        }
+        if (found.empty()) {
+            return nullptr;
+        }
+        return found.size() == 1 ? found.front() : merged(found);
     }
 
     std::size_t count(const std::u16string& tag) const {
         const std::lock_guard lock(mutex_);
-        const auto found = counts_.find(tag);
-        return found == counts_.end() ? 0 : found->second;
+        const auto list = lists_.find(tag);
+        return list == lists_.end() ? 0 : list->second->size();
     }
 
   private:
+    static EntriesPtr merged(std::span<const EntriesPtr> lists) {
+        auto all = std::make_shared<Entries>();
+        for (const auto& list : lists) {
+            all->insert(all->end(), list->begin(), list->end());
+        }
+        std::ranges::sort(*all, {}, [](const auto& entry) { return entry->order; });
+        const auto repeated = std::ranges::unique(*all);
+        all->erase(repeated.begin(), repeated.end());
+        return all;
+    }
+
     mutable std::mutex mutex_;
-    // Both guarded by mutex_.
-    std::shared_ptr<const Entries> entries_ = std::make_shared<const Entries>();
-    std::map<std::u16string, std::size_t> counts_;
+    // Both guarded by mutex_. No list is empty.
+    std::unordered_map<std::u16string, EntriesPtr> lists_;
+    std::uint64_t nextOrder_ = 0;
 };
 
-class ListConnection final : public Connection {
+class TableConnection final : public Connection {
   public:
-    ListConnection(std::weak_ptr<SubscriptionList> list, std::shared_ptr<SubscriptionList::Entry> entry)
-        : list_(std::move(list)), entry_(std::move(entry)) {}
-    ~ListConnection() override { disconnect(); }
+    TableConnection(std::weak_ptr<SubscriptionTable> table, std::shared_ptr<SubscriptionTable::Entry> entry)
+        : table_(std::move(table)), entry_(std::move(entry)) {}
+    ~TableConnection() override { disconnect(); }
 
     void disconnect() noexcept override {
         if (!entry_->live.exchange(false, std::memory_order_relaxed)) {
             return;
         }
-        if (const auto list = list_.lock()) {
-            list->remove(entry_);
+        if (const auto table = table_.lock()) {
+            table->remove(entry_);
         }
     }
 
   private:
-    std::weak_ptr<SubscriptionList> list_;
-    std::shared_ptr<SubscriptionList::Entry> entry_;
+    std::weak_ptr<SubscriptionTable> table_;
+    std::shared_ptr<SubscriptionTable::Entry> entry_;
 };
 
 /// Runs tasks one after the other on a thread of its own, which starts with the first.
@@ -161,14 +195,6 @@ class SerialThread {
     std::thread thread_;  // guarded by work_->mutex until the destructor
 };
 
-bool wants(const SubscriptionList::Entry& entry, const BaseEvent& event) {
-    const auto isTagOfEvent = [&event](const std::u16string& tag) {
-        const auto& userTags = event.getUserTags();
-        return event.isKindOf(tag) || std::ranges::find(userTags, tag) != userTags.end();
-    };
-    return entry.live.load(std::memory_order_relaxed) && std::ranges::any_of(entry.tags, isTagOfEvent);
-}
-
 class LocalEventMgr final : public EventMgr, public boost::enable_shared_from_this<LocalEventMgr> {
   public:
     void deliver(std::shared_ptr<const BaseEvent> event, DeliveryMode mode) override {
@@ -198,19 +224,25 @@ class LocalEventMgr final : public EventMgr, public boost::enable_shared_from_th
   private:
     std::unique_ptr<Connection> subscribeGuarded(EventHandler handler,
                                                  std::vector<std::u16string> tags) override {
-        auto entry = std::make_shared<SubscriptionList::Entry>();
+        auto entry = std::make_shared<SubscriptionTable::Entry>();
         entry->handler = std::move(handler);
+        std::ranges::sort(tags);
+        const auto repeated = std::ranges::unique(tags);
+        tags.erase(repeated.begin(), repeated.end());
         entry->tags = std::move(tags);
-        auto connection = std::make_unique<ListConnection>(subscriptions_, entry);
-        subscriptions_->add(std::move(entry));
+        auto connection = std::make_unique<TableConnection>(subscriptions_, entry);
+        subscriptions_->add(entry);
         return connection;
     }
 
     void dispatch(const BaseEvent& event) noexcept {
-        const auto entries = subscriptions_->entries();
+        const auto entries = subscriptions_->wanting(event);
         callCommandHandler(event);
+        if (!entries) {
+            return;
+        }
         for (const auto& entry : *entries) {
-            if (wants(*entry, event)) {
+            if (entry->live.load(std::memory_order_relaxed)) {
                 entry->handler(event);
             }
         }
@@ -240,7 +272,7 @@ class LocalEventMgr final : public EventMgr, public boost::enable_shared_from_th
         return lookup_;
     }
 
-    const std::shared_ptr<SubscriptionList> subscriptions_ = std::make_shared<SubscriptionList>();
+    const std::shared_ptr<SubscriptionTable> subscriptions_ = std::make_shared<SubscriptionTable>();
     mutable std::mutex lookupMutex_;
     std::shared_ptr<const CommandHandlerLookup> lookup_;  // guarded by lookupMutex_
     SerialThread thread_;                                 // last: its tasks use all of the above

@@ -5,9 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -73,6 +75,17 @@ TEST_F(EventMgrTest, DeliversByClassAndBasesOnceEachInTheOrderOfSubscription) {
     EXPECT_THAT(calls_, ElementsAre("command", "root and text"));
     fire<sample::TextEvent>();
     EXPECT_THAT(calls_, ElementsAre("command", "root and text", "root and text"));
+}
+
+TEST_F(EventMgrTest, ServesInTheOrderOfSubscriptionWhateverTheTags) {
+    const auto first = subscribe({textTag}, recorder("text"));
+    const auto second = subscribe({rootTag}, recorder("root"));
+    const auto third = subscribe({u"loud", textTag, u"loud"}, recorder("loud and text"));
+    const auto fourth = subscribe({rootTag}, recorder("root again"));
+    const auto event = std::make_shared<sample::TextEvent>();
+    event->addUserTags(std::vector<std::u16string>{u"loud", textTag, u"loud"});
+    manager_->deliver(event, DeliveryMode::synchronous);
+    EXPECT_THAT(calls_, ElementsAre("text", "root", "loud and text", "root again"));
 }
 
 TEST_F(EventMgrTest, DeliversByUserTag) {
@@ -210,6 +223,49 @@ TEST_F(EventMgrTest, AHandlerMayDeliver) {
     EXPECT_THAT(calls_, ElementsAre("outer", "inner"));
 }
 
+TEST_F(EventMgrTest, AHandlerThatQueuesAnEventIsThroughBeforeThatIsDelivered) {
+    std::promise<void> last;
+    const auto connection = subscribe({textTag}, [&](const BaseEvent& event) {
+        const bool isInner = event.isKindOf(commandTag);
+        calls_.push_back(isInner ? "inner" : "outer begins");
+        if (isInner) {
+            last.set_value();
+            return;
+        }
+        manager_->deliver(std::make_shared<const sample::CommandEvent>(exchange::IDType()),
+                          DeliveryMode::queued);
+        calls_.push_back("outer ends");
+    });
+    manager_->deliver(std::make_shared<const sample::TextEvent>(), DeliveryMode::queued);
+    ASSERT_EQ(last.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_THAT(calls_, ElementsAre("outer begins", "outer ends", "inner"));
+}
+
+TEST_F(EventMgrTest, AHandlerMayWaitForAThreadThatUsesTheManager) {
+    std::unique_ptr<Connection> self;
+    self = subscribe({textTag}, [&](const BaseEvent&) {
+        calls_.push_back("text");
+        std::thread([&] {
+            const auto other = subscribe({commandTag}, recorder("command"));
+            self.reset();
+            fire<sample::CommandEvent>(exchange::IDType());
+            manager_->setCommandHandlerLookup({});
+            EXPECT_EQ(manager_->subscriptionCount(textTag), 0U);
+        }).join();
+    });
+    fire<sample::TextEvent>();
+    EXPECT_THAT(calls_, ElementsAre("text", "command"));
+}
+
+TEST_F(EventMgrTest, WhatDiesWithAHandlerMayEndFurtherSubscriptions) {
+    auto second = std::make_shared<std::unique_ptr<Connection>>(subscribe({textTag}, recorder("second")));
+    auto first = subscribe({textTag}, [second](const BaseEvent&) {});
+    second.reset();
+    EXPECT_EQ(manager_->subscriptionCount(textTag), 2U);
+    first.reset();
+    EXPECT_EQ(manager_->subscriptionCount(textTag), 0U);
+}
+
 TEST_F(EventMgrTest, DisconnectDoesNotWaitForARunningHandler) {
     std::promise<void> entered;
     std::promise<void> release;
@@ -252,6 +308,8 @@ TEST_F(EventMgrTest, CountsTheLiveSubscriptionsOfATag) {
     second.reset();
     EXPECT_EQ(manager_->subscriptionCount(textTag), 1U);
     EXPECT_EQ(manager_->subscriptionCount(u"loud"), 0U);
+    const auto repeated = subscribe({u"loud", u"loud"}, recorder(""));
+    EXPECT_EQ(manager_->subscriptionCount(u"loud"), 1U);
 }
 
 TEST_F(EventMgrTest, AsksTheCommandsHandlersFirstAndTheGeneralOnesAfterwards) {
@@ -313,6 +371,68 @@ TEST_F(EventMgrTest, StandsSubscribersThatComeAndGoDuringDelivery) {
     working = false;
     churn.join();
     EXPECT_EQ(calls, 2000);
+}
+
+TEST_F(EventMgrTest, StandsManyThreadsThatDeliverSubscribeAndEndThemselves) {
+    constexpr int eventsOfEach = 300;
+    std::atomic<int> permanentCalls = 0;
+    std::atomic<int> briefCalls = 0;
+    std::atomic<int> nested = 0;
+    std::atomic<int> ended = 0;
+    struct Slot {
+        std::mutex mutex;
+        std::unique_ptr<Connection> connection;  // guarded by mutex
+    };
+    std::array<std::vector<std::unique_ptr<Slot>>, 2> selfEnding;
+    const auto permanent = subscribe({textTag}, [&](const BaseEvent&) { ++permanentCalls; });
+    const auto nesting = subscribe({commandTag}, [&](const BaseEvent& event) {
+        // An event from inside a handler, now and then.
+        if (event.getUserTags().empty() && nested++ % 10 == 0) {
+            fire<sample::TextEvent>();
+        }
+    });
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < selfEnding.size(); ++i) {
+        threads.emplace_back([&] {
+            for (int j = 0; j < eventsOfEach; ++j) {
+                manager_->deliver(std::make_shared<const sample::CommandEvent>(exchange::IDType()),
+                                  j % 2 == 0 ? DeliveryMode::synchronous : DeliveryMode::queued);
+            }
+        });
+        threads.emplace_back([&, &own = selfEnding[i]] {
+            for (int j = 0; j < eventsOfEach; ++j) {
+                auto& slot = *own.emplace_back(std::make_unique<Slot>());
+                const std::lock_guard lock(slot.mutex);
+                slot.connection = subscribe({textTag, rootTag}, [&slot, &ended](const BaseEvent&) {
+                    const std::lock_guard handlersLock(slot.mutex);
+                    ended += slot.connection ? 1 : 0;
+                    slot.connection.reset();
+                });
+            }
+        });
+        threads.emplace_back([&] {
+            for (int j = 0; j < eventsOfEach; ++j) {
+                const auto brief = subscribe({u"brief", commandTag}, [&](const BaseEvent&) { ++briefCalls; });
+                EXPECT_GE(manager_->subscriptionCount(u"brief"), 1U);
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    // Dispatched behind all that is queued, to this one last.
+    std::promise<void> last;
+    const auto end = subscribe({u"end"}, [&](const BaseEvent&) { last.set_value(); });
+    const auto event = std::make_shared<sample::TextEvent>();
+    event->addUserTags(std::vector<std::u16string>{u"end"});
+    manager_->deliver(event, DeliveryMode::queued);
+    ASSERT_EQ(last.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    EXPECT_EQ(nested, 2 * eventsOfEach);
+    EXPECT_EQ(permanentCalls, 2 * eventsOfEach + nested / 10 + 1);
+    EXPECT_EQ(ended, 2 * eventsOfEach);
+    EXPECT_EQ(manager_->subscriptionCount(u"brief"), 0U);
+    EXPECT_EQ(manager_->subscriptionCount(rootTag), 0U);
+    EXPECT_EQ(manager_->subscriptionCount(textTag), 1U);
 }
 
 TEST_F(EventMgrTest, AScopedConnectionEndsWhatItHeldWhenItIsAssignedOrDies) {
