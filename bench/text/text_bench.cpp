@@ -14,7 +14,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <random>
 #include <string>
@@ -24,15 +23,9 @@ namespace {
 
 using bench::goal;
 using bench::median;
+using bench::processorTime;
 using yvm::JSClient::JsonObject;
 using yvm::JSClient::r24a0::TextJSBufferPublisher;
-
-/// Seconds that this thread has had of a processor.
-double processorTime() {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
 
 void expectSize(const char* what, std::size_t size, std::size_t expected) {
     if (size != expected) {
