@@ -5,9 +5,8 @@
 namespace converters {
 
 /// A command's error: `{"identifier": "...", "message": "...", "stackFrames": [{"fileName": "...",
-/// "functionName":
-/// "...", "lineNumber": 1, "sourceLine": "..."}]}`, spelled as in the error of a response, innermost frame
-/// last.
+/// "functionName": "...", "lineNumber": 1, "sourceLine": "..."}]}`, spelled as in the error of a response,
+/// innermost frame last.
 class PrintableErrorEventConverter final : public event_json_converter::EventToJsonConverter {
   public:
     std::map<std::string, foundation::json::Value> convert(

@@ -1,4 +1,7 @@
+#include "converters/BreakpointsChangedEventConverter.hpp"
 #include "converters/CLCEventConverter.hpp"
+#include "converters/DebuggerResumedEventConverter.hpp"
+#include "converters/DebuggerStoppedEventConverter.hpp"
 #include "converters/HomeEventConverter.hpp"
 #include "converters/InputRequestEventConverter.hpp"
 #include "converters/PrintableErrorEventConverter.hpp"
@@ -35,4 +38,13 @@ CPPMICROSERVICES_EXPORT_COMPONENT(converters_HomeEventConverter, converters::Hom
 CPPMICROSERVICES_EXPORT_COMPONENT(converters_ProgressEventConverter, converters::ProgressEventConverter,
                                   event_json_converter::EventToJsonConverter);
 CPPMICROSERVICES_EXPORT_COMPONENT(converters_WorkspaceEventConverter, converters::WorkspaceEventConverter,
+                                  event_json_converter::EventToJsonConverter);
+CPPMICROSERVICES_EXPORT_COMPONENT(converters_DebuggerStoppedEventConverter,
+                                  converters::DebuggerStoppedEventConverter,
+                                  event_json_converter::EventToJsonConverter);
+CPPMICROSERVICES_EXPORT_COMPONENT(converters_DebuggerResumedEventConverter,
+                                  converters::DebuggerResumedEventConverter,
+                                  event_json_converter::EventToJsonConverter);
+CPPMICROSERVICES_EXPORT_COMPONENT(converters_BreakpointsChangedEventConverter,
+                                  converters::BreakpointsChangedEventConverter,
                                   event_json_converter::EventToJsonConverter);

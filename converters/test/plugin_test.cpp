@@ -13,6 +13,9 @@
 #include "ylutil/io/StructuredOutputEvent.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
 #include "ylutil/prompt/PromptEvent.hpp"
+#include "yvm/BreakpointsChangedEvent.hpp"
+#include "yvm/DebuggerResumedEvent.hpp"
+#include "yvm/DebuggerStoppedEvent.hpp"
 #include "yvm/ProgressEvent.hpp"
 #include "yvm/WorkspaceEvent.hpp"
 
@@ -84,7 +87,8 @@ TEST_F(ConvertersTest, ThereIsOneForEachEventAndNoOther) {
                   "services::io::CLCEvent", "services::io::HomeEvent", "services::prompt::InputRequestEvent",
                   "ylutil::io::PrintableErrorEvent", "ylutil::io::SinkTextEvent",
                   "ylutil::io::StructuredOutputEvent", "ylutil::io::TextBaseEvent",
-                  "ylutil::prompt::PromptEvent", "yvm::ProgressEvent", "yvm::WorkspaceEvent"));
+                  "ylutil::prompt::PromptEvent", "yvm::BreakpointsChangedEvent", "yvm::DebuggerResumedEvent",
+                  "yvm::DebuggerStoppedEvent", "yvm::ProgressEvent", "yvm::WorkspaceEvent"));
 }
 
 TEST_F(ConvertersTest, TextIsToldWithItsStream) {
@@ -171,6 +175,65 @@ TEST_F(ConvertersTest, ChangesOfTheWorkspaceAreListsOfNames) {
               "{\"appeared\":[\"a\",\"\xC3\xA4\"],\"changed\":[\"b\"],\"gone\":[\"c\"]}");
     EXPECT_EQ(jsonOf(yvm::WorkspaceEvent(std::nullopt, {}, {}, {})),
               R"({"appeared":[],"changed":[],"gone":[]})");
+}
+
+TEST_F(ConvertersTest, AStopIsToldWithItsReasonAndPlace) {
+    using Event = yvm::DebuggerStoppedEvent;
+    EXPECT_EQ(jsonOf(Event(IDType(), Event::Reason::Breakpoint, 2,
+                           {{"<command>", "<module>", 1, "f"}, {"a.py", "f", 3, "x = 1"}}, oddText)),
+              R"({"fileName":"a.py","level":2,"lineNumber":3,"message":)" + oddJson +
+                  R"(,"reason":"breakpoint","stackFrames":[{"fileName":"<command>",)"
+                  R"("functionName":"<module>","lineNumber":1,"sourceLine":"f"},{"fileName":"a.py",)"
+                  R"("functionName":"f","lineNumber":3,"sourceLine":"x = 1"}]})");
+    EXPECT_EQ(jsonOf(Event(std::nullopt, Event::Reason::Break, 1, {}, u"")),
+              R"({"fileName":"","level":1,"lineNumber":0,"message":"","reason":"break","stackFrames":[]})");
+}
+
+TEST_F(ConvertersTest, EachReasonOfAStopHasItsWord) {
+    using Event = yvm::DebuggerStoppedEvent;
+    using Reason = Event::Reason;
+    const std::vector<std::pair<Reason, std::string>> reasons = {
+        {Reason::Breakpoint, "breakpoint"}, {Reason::Step, "step"},
+        {Reason::Break, "break"},           {Reason::Error, "error"},
+        {Reason::Warning, "warning"},       {Reason::CaughtError, "caughtError"},
+        {Reason::NanInf, "nanInf"},         {Reason::Output, "output"}};
+    for (const auto& [reason, word] : reasons) {
+        EXPECT_THAT(jsonOf(Event(IDType(), reason, 1, {}, u"")),
+                    testing::HasSubstr(R"("reason":")" + word + R"(",)"));
+    }
+}
+
+TEST_F(ConvertersTest, AResumeIsToldWithTheLevelOfItsStop) {
+    EXPECT_EQ(jsonOf(yvm::DebuggerResumedEvent(IDType(), 2)), R"({"level":2})");
+}
+
+TEST_F(ConvertersTest, BreakpointsAreToldAsTheRequestsSpellThem) {
+    using YorWorks::lxe::GlobalBreakpoint;
+    using YorWorks::lxe::LineBreakpoint;
+    using Condition = GlobalBreakpoint::Condition;
+    using Location = LineBreakpoint::Location;
+    EXPECT_EQ(jsonOf(yvm::BreakpointsChangedEvent(std::nullopt, {})), R"({"breakpoints":[]})");
+    EXPECT_EQ(jsonOf(yvm::BreakpointsChangedEvent(IDType(),
+                                                  {{LineBreakpoint(u"a.py", Location(3, 1), oddText), 4},
+                                                   {LineBreakpoint(u"a.py", Location("f")), std::nullopt},
+                                                   {LineBreakpoint(u"\u00e9", Location(3)), 3},
+                                                   {LineBreakpoint(u""), std::nullopt},
+                                                   {GlobalBreakpoint(Condition::Error, ""), std::nullopt}})),
+              R"({"breakpoints":[{"expression":)" + oddJson +
+                  R"(,"fileName":"a.py","lineNumber":4,"location":{"anonymousIndex":1,"lineNumber":3}},)"
+                  R"({"fileName":"a.py","location":{"localFunction":"f"}},)"
+                  "{\"fileName\":\"\xC3\xA9\",\"lineNumber\":3,\"location\":{\"lineNumber\":3}},"
+                  R"({"fileName":""},{"messageId":"","type":"ERROR"}]})");
+    for (const auto& [condition, word] : std::vector<std::pair<Condition, std::string>>{
+             {Condition::Error, "ERROR"},
+             {Condition::Warning, "WARNING"},
+             {Condition::CaughtError, "CAUGHT_ERROR"},
+             {Condition::NanInf, "NAN_INF"},
+             {Condition::UnsuppressedOutput, "UNSUPPRESSED_OUTPUT"}}) {
+        EXPECT_EQ(
+            jsonOf(yvm::BreakpointsChangedEvent(IDType(), {{GlobalBreakpoint(condition), std::nullopt}})),
+            R"({"breakpoints":[{"type":")" + word + R"("}]})");
+    }
 }
 
 TEST_F(ConvertersTest, AnEventOfAnotherTypeIsRefusedByItsName) {
