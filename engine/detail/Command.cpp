@@ -7,6 +7,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <optional>
+#include <sstream>
 #include <utility>
 
 namespace yvm::engine {
@@ -94,6 +95,12 @@ void Command::insist() {
 void Command::setInterruptible(bool interruptible) noexcept {
     insistence_.reset();
     interruptible_ = interruptible;
+}
+
+std::string toText(const Command::IDType& id) {
+    std::ostringstream text;
+    text << id;
+    return text.str();
 }
 
 CommandScope::CommandScope(std::shared_ptr<Command> command)

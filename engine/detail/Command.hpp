@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <string_view>
 
 namespace yvm::engine {
@@ -112,6 +113,9 @@ class Command {
     bool mustNotSwallow_ = false;
     std::unique_ptr<Insistence> insistence_;
 };
+
+/// The identity as Python code and clients see it.
+std::string toText(const Command::IDType& id);
 
 /// Marks the calling thread as working for a command while the scope lasts: its text goes to that command's
 /// streams, and its events carry that command's identity. Scopes nest.

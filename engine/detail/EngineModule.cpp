@@ -5,6 +5,8 @@
 #include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/Gil.hpp"
 #include "engine/detail/PythonText.hpp"
+#include "services/io/CLCEvent.hpp"
+#include "services/io/HomeEvent.hpp"
 
 #include <pybind11/stl.h>
 #include <unistd.h>
@@ -13,8 +15,10 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace yvm::engine {
 
@@ -149,7 +153,8 @@ void createEngineModule(EngineThread& engine) {
     addOutputFile(module, engine.output(), StreamTypeEnum::Output, "write_output", "flush_output");
     addOutputFile(module, engine.output(), StreamTypeEnum::Error, "write_error", "flush_error");
 
-    const py::class_<Command, std::shared_ptr<Command>> commandType(module, "Command");
+    py::class_<Command, std::shared_ptr<Command>>(module, "Command")
+        .def_property_readonly("id", [](const Command& command) { return toText(command.id()); });
     module.def("current_command", [] { return CommandScope::current(); });
     module.def("run_thread", [&engine](const std::shared_ptr<Command>& command, const py::object& function,
                                        const py::tuple& arguments, const py::dict& keywords) {
@@ -167,6 +172,38 @@ void createEngineModule(EngineThread& engine) {
     module.def("pause", [&engine](double seconds) { engine.pause(seconds); });
     module.def("running", [&engine] { return engine.runningIds(); });
     module.def("waiting", [&engine] { return engine.waitingIds(); });
+    module.def("prompt_state", [&engine] { return std::string(toString(engine.prompt().state())); });
+    module.def("ask_for_line", [&engine](const py::str& prompt, bool password) {
+        const auto line = engine.askForLine(toUtf16(prompt), password);
+        return line ? py::object(toPythonText(*line)) : py::none();
+    });
+    module.def("answer", [&engine](const std::string& id, const py::object& line) {
+        if (ForkedChild::isThis()) {
+            throw std::runtime_error("a forked process cannot answer requests for input");
+        }
+        engine.inputs().answer(id, line.is_none() ? InputRequests::Answer() : toUtf16(line));
+    });
+    module.def("input_requests", [&engine] {
+        py::list requests;
+        const auto open =
+            ForkedChild::isThis() ? std::vector<InputRequests::Request>() : engine.inputs().open();
+        for (const auto& request : open) {
+            py::dict description;
+            description["id"] = request.id;
+            description["prompt"] = toPythonText(request.prompt);
+            description["password"] = request.password;
+            requests.append(description);
+        }
+        return requests;
+    });
+    module.def("clear_console", [&engine] {
+        const WithoutGil released;
+        engine.events().fire<services::io::CLCEvent>();
+    });
+    module.def("home_cursor", [&engine] {
+        const WithoutGil released;
+        engine.events().fire<services::io::HomeEvent>();
+    });
     module.def("after_fork_in_child", &ForkedChild::restoreSignals);
 
     module.def("on_interrupt_signal",
@@ -186,6 +223,11 @@ void endForkedChild(py::handle exception) noexcept {
         }
     }
     ::_exit(EXIT_SUCCESS);
+}
+
+void raiseEndOfInput(const char* reason) {
+    PyErr_SetString(PyExc_EOFError, reason);
+    throw py::error_already_set();
 }
 
 void setInterrupt() noexcept {

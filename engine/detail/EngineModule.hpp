@@ -16,6 +16,9 @@ void createEngineModule(EngineThread& engine);
 /// The same for callers in C: sets it as Python's current error.
 void setInterrupt() noexcept;
 
+/// Raises Python's EOFError. With the GIL held.
+[[noreturn]] void raiseEndOfInput(const char* reason);
+
 /// Ends this process, a child whose forked code has come to its end by `exception` or with None, as Python
 /// would end it. With the GIL held.
 [[noreturn]] void endForkedChild(pybind11::handle exception) noexcept;

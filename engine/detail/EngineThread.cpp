@@ -8,6 +8,8 @@
 #include "engine/detail/ImportFrames.hpp"
 #include "engine/detail/Interpreter.hpp"
 #include "engine/detail/PythonText.hpp"
+#include "services/prompt/InputRequestEvent.hpp"
+#include "ylutil/io/PrintableErrorEvent.hpp"
 
 #include <boost/make_shared.hpp>
 #include <pthread.h>
@@ -28,12 +30,6 @@ using cmddistributor::FEvalResult;
 using cmddistributor::RuntimeException;
 
 namespace {
-
-std::string toText(const EngineThread::IDType& id) {
-    std::ostringstream text;
-    text << id;
-    return text.str();
-}
 
 std::vector<std::string> toTexts(const std::vector<EngineThread::IDType>& ids) {
     std::vector<std::string> texts;
@@ -57,7 +53,8 @@ class HandledException {
     const py::object handled_;
 };
 
-/// Keeps from a nested command the redirections of text that the one beneath it has set up for itself.
+/// Keeps from a nested command the redirections of text and input that the one beneath it has set up for
+/// itself.
 ///
 /// By the interpreter's own table of `sys`, which knows no error when a user has deleted a name.
 class NestedState {
@@ -81,8 +78,10 @@ class NestedState {
         const char* used;
         const char* original;
     };
-    static constexpr std::array<Name, 3> names{
-        {{"stdout", "__stdout__"}, {"stderr", "__stderr__"}, {"displayhook", "__displayhook__"}}};
+    static constexpr std::array<Name, 4> names{{{"stdin", "__stdin__"},
+                                                {"stdout", "__stdout__"},
+                                                {"stderr", "__stderr__"},
+                                                {"displayhook", "__displayhook__"}}};
 
     std::array<py::object, names.size()> saved_;
 };
@@ -112,6 +111,21 @@ void echo(Command& command) {
             command.output().write(stream, withPrompts(eval->command));
         }
     }
+}
+
+/// For those who watch commands: who sent this one has the error as its answer. That it was stopped is no
+/// error.
+void fireFailure(EngineEvents& events, const Outcome& outcome) {
+    using ylutil::io::PrintableErrorEvent;
+    const auto* error = std::get_if<RuntimeException>(&outcome.value);
+    if (error == nullptr || outcome.stoppedByInterrupt || !events.isWanted<PrintableErrorEvent>()) {
+        return;
+    }
+    std::vector<PrintableErrorEvent::Frame> stack;
+    for (const auto& frame : error->getStackFrames()) {
+        stack.push_back({frame.fileName, frame.functionName, frame.lineNumber, frame.sourceLine});
+    }
+    events.fire<PrintableErrorEvent>(error->GetID(), error->GetUnicodeMessageTxt(), std::move(stack));
 }
 
 /// How many commands run at one pre-emption point, so that the command beneath goes on, if slowly, however
@@ -150,6 +164,7 @@ EngineThread::EngineThread(const ConsoleBuffer::Console& console, std::shared_pt
       output_(*this, console, std::move(gate)),
       events_(output_),
       prompt_(events_),
+      inputs_([this] { wake(); }),
       queue_(cmddistributor::CommandQueue::create(*this, std::move(commandEnded))) {}
 
 EngineThread::~EngineThread() = default;
@@ -295,6 +310,42 @@ void EngineThread::pause(double seconds) {
         serve(Moment::Pause, deadline);
     }
     raiseDueInterrupt();
+}
+
+InputRequests::Answer EngineThread::askForLine(const std::u16string& prompt, bool password) {
+    using services::prompt::InputRequestEvent;
+    const auto& command = CommandScope::current();
+    if (command != nullptr && !command->runOptions().getCapabilities().allows("input")) {
+        throw std::runtime_error("the command may not ask for input: its run options give it no \"input\"");
+    }
+    if (!events_.isWanted<InputRequestEvent>()) {
+        raiseEndOfInput("the engine has no input to read: nobody answers requests for a line");
+    }
+    std::optional<InputRequests::Answer> answer;
+    {
+        const WithoutGil released;
+        const InputRequests::Wait wait(inputs_, prompt, password);
+        if (isEngineThread()) {
+            const Prompt::Stay stay(prompt_, Prompt::State::paused);
+            events_.fire<InputRequestEvent>(wait.id(), prompt, password);
+            answer = serveUntilAnswered(wait);
+        } else {
+            events_.fire<InputRequestEvent>(wait.id(), prompt, password);
+            answer = wait.awaitAnswer();
+        }
+    }
+    if (!answer) {
+        raiseDueInterrupt();
+        raiseEndOfInput("the engine stops");
+    }
+    return *answer;
+}
+
+std::optional<InputRequests::Answer> EngineThread::serveUntilAnswered(const InputRequests::Wait& wait) {
+    serveUntil(Moment::Input, std::nullopt, [&] {
+        return stopping_ || (!frames_.empty() && frames_.back()->isInterruptRequested()) || wait.answer();
+    });
+    return wait.answer();
 }
 
 std::vector<std::string> EngineThread::runningIds() const {
@@ -503,6 +554,7 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
             output_.drainDescriptors();
         }
         command->output().synchroniseAll();
+        fireFailure(events_, outcome);
     }
     popFrame();
     if (auto* result = std::get_if<FEvalResult>(&outcome.value)) {

@@ -5,6 +5,7 @@
 #include "engine/detail/CommandRunner.hpp"
 #include "engine/detail/EngineEvents.hpp"
 #include "engine/detail/EngineOutput.hpp"
+#include "engine/detail/InputRequests.hpp"
 #include "engine/detail/Prompt.hpp"
 #include "engine/detail/ReleaseQueue.hpp"
 #include "engine/detail/SignalRepeater.hpp"
@@ -58,6 +59,7 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     EngineOutput& output() noexcept { return output_; }
     EngineEvents& events() noexcept { return events_; }
     const Prompt& prompt() const noexcept { return prompt_; }
+    InputRequests& inputs() noexcept { return inputs_; }
 
     /// The body of the thread. Reports to `ready` when commands can run, or why they never will, and to
     /// `ended` at its end, from where on the GIL is held for good.
@@ -87,6 +89,10 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     /// Serves commands for that long. Throws `std::runtime_error` off the engine thread, and Python's
     /// exception when the command is interrupted.
     void pause(double seconds);
+    /// Asks whoever takes input requests for a line, and waits for it; on the engine thread, serves commands
+    /// meanwhile. Throws Python's EOFError when nobody takes them or the engine stops, `std::runtime_error`
+    /// when the command may not ask, and Python's exception when it is interrupted.
+    InputRequests::Answer askForLine(const std::u16string& prompt, bool password);
     /// Empty, like the next, in a forked child.
     std::vector<std::string> runningIds() const;
     std::vector<std::string> waitingIds() const;
@@ -118,6 +124,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     bool takePreemptionBatch(const Command& beneath);
     Outcome runInPython(Command& command);
     void popFrame();
+    /// The answer to a request that was fired, empty when something else ended the wait. Without the GIL.
+    std::optional<InputRequests::Answer> serveUntilAnswered(const InputRequests::Wait& wait);
     /// Raises the interrupt of the innermost command if one is due.
     void raiseDueInterrupt();
     void requestInterruptLocked(Command& command);
@@ -132,6 +140,7 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     EngineOutput output_;
     EngineEvents events_;
     Prompt prompt_;
+    InputRequests inputs_;
     const boost::shared_ptr<cmddistributor::CommandQueue> queue_;
 
     std::unique_ptr<CommandRunner> runner_;  // engine thread; made when Python has started

@@ -222,7 +222,7 @@ TEST_F(EngineTest, TheWorkspaceIsListedAndReset) {
 
 TEST_F(EngineTest, StateAndQueueTellWhatRunsAndWaits) {
     const Array idle = feval("yvm.state");
-    ASSERT_EQ(idle.record().size(), 2U);
+    ASSERT_EQ(idle.record().size(), 4U);
     EXPECT_EQ(idle.record()[0].first, "running");
     EXPECT_EQ(idle.record()[0].second.size(), 1U) << "the query itself";
 
@@ -266,7 +266,7 @@ TEST_F(EngineTest, NamesAreInspectedAndCompletedWithoutRunningCodeOfTheUser) {
 }
 
 TEST_F(EngineTest, HelpersThatAreNotBuiltDoNotExist) {
-    for (const char* name : {"yvm.progress", "yvm.display", "yvm.input", "yvm.answer", "yvm.debug.resume"}) {
+    for (const char* name : {"yvm.progress", "yvm.display", "yvm.debug.resume"}) {
         EXPECT_EQ(submitFeval(name, {}).error().GetID(), "NameError") << name;
     }
 }

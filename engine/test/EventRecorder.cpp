@@ -23,6 +23,17 @@ std::string EventNotes::text() const {
     return textLocked();
 }
 
+std::size_t EventNotes::count(const std::string& note) const {
+    const std::lock_guard lock(mutex_);
+    return static_cast<std::size_t>(std::ranges::count(notes_, note));
+}
+
+void EventNotes::waitForCount(std::size_t count) const {
+    std::unique_lock lock(mutex_);
+    const bool came = changed_.wait_for(lock, deadline, [&] { return notes_.size() >= count; });
+    ASSERT_TRUE(came) << "only: " << textLocked();
+}
+
 void EventNotes::waitFor(const std::string& note, std::size_t times) const {
     std::unique_lock lock(mutex_);
     const bool found = changed_.wait_for(

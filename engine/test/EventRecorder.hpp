@@ -4,6 +4,7 @@
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
 
 #include <condition_variable>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -19,6 +20,9 @@ class EventNotes {
     std::vector<std::string> all() const;
     /// All so far, separated by blanks.
     std::string text() const;
+    std::size_t count(const std::string& note) const;
+    /// Waits until so many have come. Fails the test at the deadline.
+    void waitForCount(std::size_t count) const;
     /// Waits until `note` has come as often as said. Fails the test at the deadline.
     void waitFor(const std::string& note, std::size_t times = 1) const;
 

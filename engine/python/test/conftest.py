@@ -31,6 +31,23 @@ _native.paused = []
 _native.pause = _native.paused.append
 _native.running = lambda: ["1:1"]
 _native.waiting = lambda: ["1:2", "1:3"]
+_native.prompt_state = lambda: "busy"
+_native.input_requests = lambda: [{"id": "1", "prompt": "? ", "password": False}]
+_native.lines = []
+_native.asked = []
+_native.answered = []
+
+
+def _ask_for_line(prompt, password):
+    _native.asked.append((prompt, password))
+    return _native.lines.pop(0)
+
+
+_native.ask_for_line = _ask_for_line
+_native.answer = lambda id, line: _native.answered.append((id, line))
+_native.current_command = lambda: None
+_native.clear_console = lambda: None
+_native.home_cursor = lambda: None
 sys.modules["_yvm"] = _native
 
 

@@ -39,7 +39,12 @@ def test_pause_of_bad_length_is_refused(seconds, native):
 
 
 def test_state_and_queue(native):
-    assert yvm.state() == {"running": ["1:1"], "waiting": 2}
+    assert yvm.state() == {
+        "running": ["1:1"],
+        "waiting": 2,
+        "prompt": "busy",
+        "inputs": [{"id": "1", "prompt": "? ", "password": False}],
+    }
     assert yvm.queue() == ["1:2", "1:3"]
 
 

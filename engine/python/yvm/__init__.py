@@ -4,6 +4,22 @@ Every function here can also be called by clients, by its dotted name.
 """
 
 from yvm._display import more
-from yvm._helpers import complete, history, inspect, pause, queue, reset, state, who
+from yvm._helpers import clc, complete, history, home, inspect, pause, queue, reset, state, who
+from yvm._input import answer
+from yvm._input import ask as input
 
-__all__ = ["complete", "history", "inspect", "more", "pause", "queue", "reset", "state", "who"]
+__all__ = [
+    "answer",
+    "clc",
+    "complete",
+    "history",
+    "home",
+    "input",
+    "inspect",
+    "more",
+    "pause",
+    "queue",
+    "reset",
+    "state",
+    "who",
+]

@@ -42,8 +42,25 @@ def pause(seconds=0.0):
 
 def state():
     """What the engine does: `running` are the identities of the running commands, outermost first, this
-    query last; `waiting` is the number of commands in the queue."""
-    return {"running": _yvm.running(), "waiting": len(_yvm.waiting())}
+    query last; `waiting` is the number of commands in the queue; `prompt` is the state that the latest
+    PromptEvent told, or would have; `inputs` are the requests for input that wait for an answer: `id`,
+    `prompt`, `password`."""
+    return {
+        "running": _yvm.running(),
+        "waiting": len(_yvm.waiting()),
+        "prompt": _yvm.prompt_state(),
+        "inputs": _yvm.input_requests(),
+    }
+
+
+def clc():
+    """Asks the pages that show this command's console to clear it."""
+    _yvm.clear_console()
+
+
+def home():
+    """Asks the pages that show this command's console to begin again at its top."""
+    _yvm.home_cursor()
 
 
 def queue():
