@@ -204,7 +204,7 @@ describe("attach and detach", () => {
         expect(server.subscribed).toEqual(["/yvm/attach/response", "/yvm/detach/response", "/yvm/c1/**"]);
         expect(server.published[0]).toEqual({
             channel: "/yvm/attach/request",
-            data: { requestID: "c1", yvmID: "user-yvm", supportedApiVersions: ["r24a0"] },
+            data: { requestID: "c1", yvmID: "user-yvm", supportedApiVersions: ["r24a0", "r22a0"] },
         });
         expect(client.apiVersion).toBe("r24a0");
         expect(client.channelPrefix).toBe("/yvm/c1");

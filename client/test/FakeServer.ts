@@ -20,10 +20,13 @@ interface Message {
 export class FakeServer {
     /** Refuses handshakes with another token. */
     token = "secret";
+    /** The version that attaches are answered with. */
+    apiVersion = "r24a0";
     /** Publishes in the order of arrival. */
     readonly published: { channel: string; data: Record<string, unknown> }[] = [];
     /** Subscriptions in the order of arrival, those of all sessions. */
     readonly subscribed: string[] = [];
+    readonly unsubscribed: string[] = [];
     /** How many handshakes have arrived. */
     handshakes = 0;
     /** Error texts of publishes that are to be refused, by channel. */
@@ -75,7 +78,11 @@ export class FakeServer {
         const { requestID } = data;
         if (channel === "/yvm/attach/request") {
             const channelPrefix = `/yvm/${requestID as string}`;
-            this.push("/yvm/attach/response", { requestID, apiVersion: "r24a0", channelPrefix });
+            this.push("/yvm/attach/response", {
+                requestID,
+                apiVersion: this.apiVersion,
+                channelPrefix,
+            });
         } else if (channel === "/yvm/detach/request") {
             this.push("/yvm/detach/response", { requestID });
         }
@@ -179,6 +186,8 @@ export class FakeServer {
         } else if (channel === "/meta/subscribe" || channel === "/meta/unsubscribe") {
             if (channel === "/meta/subscribe" && message.subscription !== undefined) {
                 this.subscribed.push(message.subscription);
+            } else if (message.subscription !== undefined) {
+                this.unsubscribed.push(message.subscription);
             }
             reply({ successful: true, subscription: message.subscription });
         } else {

@@ -21,4 +21,11 @@ export type CancelStatus =
 export interface CancelOptions extends AbortOptions {
     /** Stop what runs already, too. Default false: only what waits is cancelled. */
     readonly interrupt?: boolean;
+    /** Whether to be told what became of the request. Default true, which r22a0 cannot do. */
+    readonly status?: true;
+}
+
+/** A cancel that does not ask what became of the request, in any version. */
+export interface PlainCancelOptions extends Omit<CancelOptions, "status"> {
+    readonly status: false;
 }

@@ -1,5 +1,5 @@
 import { startAbortable, type AbortOptions } from "./abort.js";
-import type { CancelOptions, CancelStatus } from "./CancelStatus.js";
+import type { CancelOptions, CancelStatus, PlainCancelOptions } from "./CancelStatus.js";
 import {
     asArray,
     asString,
@@ -13,7 +13,8 @@ import type { ClientOutput, ClientOutputOptions } from "./ClientOutput.js";
 import { ClientEvents, type RunConnections } from "./ClientEvents.js";
 import { ClientSinks } from "./ClientSinks.js";
 import type { Disposable } from "./Disposable.js";
-import { AbortedError, ClosedError, ConnectionError, YvmError } from "./errors.js";
+import { AbortedError, ClosedError, ConnectionError, UnsupportedError, YvmError } from "./errors.js";
+import { handled } from "./handled.js";
 import type { EventName } from "./events.js";
 import type { EventOptions, EventSubscription } from "./EventSubscription.js";
 import {
@@ -23,7 +24,8 @@ import {
     type RequestOptions,
 } from "./RequestFuture.js";
 import type { RunOptions } from "./RunOptions.js";
-import { decodeYda, encodeYda, type YdaInput, type YdaValue } from "./yda.js";
+import { dialects, type ApiVersion, type Dialect, type Feature } from "./versions.js";
+import { decodeYda, type YdaInput, type YdaValue } from "./yda.js";
 
 export interface EvalOptions<N extends EventName = never> extends RequestOptions<N> {
     /** Enter the command into the engine's history, as one that a person typed. Default false. */
@@ -57,8 +59,14 @@ export interface ClientHost {
      * which means that it has stopped all requests, and if the connection is closed.
      */
     untilLinkIsBack(): Promise<void>;
+    /** Has the text of the sinks that all clients of r22a0 share come to this one, too. */
+    readSharedSinks(client: Client): Promise<void>;
+    leaveSharedSinks(client: Client): void;
     detach(client: Client): Promise<void>;
 }
+
+/** Installs the sinks that all clients of r22a0 share. Not answered. */
+const sharedSinks = "/yvm/sinks/set";
 
 /**
  * A client attached to the engine, made by `Connection.attach`. All clients of an engine share one
@@ -72,10 +80,11 @@ export class Client {
     /** The identifier of the attach. */
     readonly requestID: string;
     /** The protocol version agreed on. */
-    readonly apiVersion: string;
+    readonly apiVersion: ApiVersion;
     /** The channels of this client all start with this, e.g. `/yvm/abc`. */
     readonly channelPrefix: string;
     readonly #host: ClientHost;
+    readonly #dialect: Dialect;
     readonly #open = new Map<string, RequestDriver>();
     readonly #sinks: ClientSinks;
     readonly #events: ClientEvents;
@@ -84,13 +93,27 @@ export class Client {
     #closed: Error | undefined;
 
     /** @internal Use `Connection.attach`. */
-    constructor(requestID: string, apiVersion: string, channelPrefix: string, host: ClientHost) {
+    constructor(requestID: string, apiVersion: ApiVersion, channelPrefix: string, host: ClientHost) {
         this.requestID = requestID;
         this.apiVersion = apiVersion;
         this.channelPrefix = channelPrefix;
         this.#host = host;
+        const dialect = dialects[apiVersion];
+        this.#dialect = dialect;
+        const isShared = dialect.lacks.has("revertSinks");
         this.#sinks = new ClientSinks({
-            request: (keys) => this.#request("/yvmSinks", keys),
+            request: isShared
+                ? (keys) => ({ requestID: "", answered: this.#setSharedSinks(keys) })
+                : (keys) => this.#request("/yvmSinks", keys),
+            requireRevert: () => {
+                this.#require("revertSinks", "way back to the engine's own sinks: say revert: false");
+            },
+            traits: (traits) => dialect.traits(traits),
+            released: () => {
+                if (isShared) {
+                    host.leaveSharedSinks(this);
+                }
+            },
             untilLinkIsBack: () => host.untilLinkIsBack(),
         });
         this.#events = new ClientEvents({
@@ -122,7 +145,8 @@ export class Client {
      *
      * @param args inputs, see `YdaInput` for what each JavaScript type becomes
      * @returns the outputs, in order
-     * @throws TypeError or RangeError at once, if an argument has no counterpart in the engine
+     * @throws TypeError or RangeError at once, if an argument has no counterpart in the engine;
+     * UnsupportedError with r22a0, if one holds integers beyond 2^53
      */
     feval<N extends EventName = never>(
         name: string,
@@ -134,7 +158,7 @@ export class Client {
             {
                 function: name,
                 numOutputsExpected: options.numOutputs ?? 1,
-                rhsArgs: args.map(encodeYda),
+                rhsArgs: args.map((value) => this.#dialect.encodeArgument(value)),
                 ydaOutputFormat: options.format ?? "preferYDAShort",
             },
             options,
@@ -147,28 +171,41 @@ export class Client {
      * `RequestFuture.cancel`, which is the same.
      *
      * The answer comes when the request has really stopped. A command that cannot be interrupted puts it off.
+     *
+     * @throws UnsupportedError with r22a0, unless the options say `status: false`; its answer comes at once
      */
+    cancel(requestID: string, options?: CancelOptions): Promise<CancelStatus>;
+    cancel(requestID: string, options: PlainCancelOptions): Promise<undefined>;
     async cancel(
         requestID: string,
-        { interrupt = false, signal }: CancelOptions = {},
-    ): Promise<CancelStatus> {
+        { interrupt = false, status = true, signal }: CancelOptions | PlainCancelOptions = {},
+    ): Promise<CancelStatus | undefined> {
+        if (status) {
+            this.#require("cancelStatus", "status of cancelled requests: say status: false");
+        }
         const body = await this.#ask("/cancel", { requestIDtoCancel: requestID, interrupt }, signal);
-        return asString(body["cancelStatus"], "cancelStatus");
+        return status ? asString(body["cancelStatus"], "cancelStatus") : undefined;
     }
 
     /**
      * Stops all requests whose run options name the group in `groupNames`, those of other clients too. Each
      * of them settles by its own answer. Resolves when the engine was asked, whether there were any or not.
+     *
+     * @throws UnsupportedError with r22a0
      */
     async cancelGroup(name: string, { interrupt = false, signal }: CancelOptions = {}): Promise<void> {
+        this.#require("cancelGroup", "cancelGroup");
         await this.#ask("/cancelGroup", { requestGroupNametoCancel: name, interrupt }, signal);
     }
 
     /**
      * Interrupts the command that the engine runs, whoever sent it; what waits is not touched. Resolves when
      * the engine was asked, whether it runs something or not. The signal ends the wait for that.
+     *
+     * @throws UnsupportedError with r22a0
      */
     async interrupt({ signal }: AbortOptions = {}): Promise<void> {
+        this.#require("interrupt", "interrupt");
         await this.#ask("/interrupt", {}, signal);
     }
 
@@ -180,6 +217,9 @@ export class Client {
      * It begins with the call: of what is sent after it, nothing is missed. Any number may read at the same
      * time. What has not been read yet waits without bound. When the last reader ends, text that the engine
      * has not sent yet is dropped.
+     *
+     * Clients of r22a0 share one pair of sinks: each that reads gets all of the text. They cannot be put back,
+     * which has to be agreed to by `revert: false`.
      *
      * @throws TypeError if it is being read with other traits
      */
@@ -229,18 +269,11 @@ export class Client {
     /** @internal A message on a channel below the prefix; throws ProtocolError. */
     handleMessage(channel: string, data: unknown): void {
         const suffix = channel.slice(this.channelPrefix.length);
+        if (this.#dialect.textChannels.includes(suffix)) {
+            this.#onText(readTextMessage(data, channel));
+            return;
+        }
         switch (suffix) {
-            case "/text/output":
-            case "/text/error": {
-                const message = readTextMessage(data, channel);
-                const request = this.#open.get(message.requestID);
-                if (request) {
-                    request.pushText({ stream: message.stream, text: message.text });
-                } else {
-                    this.#tellLateText(message);
-                }
-                break;
-            }
             case "/yvmSinks/output":
                 this.#sinks.onText(readTextChunk(data, channel));
                 break;
@@ -276,6 +309,11 @@ export class Client {
         }
     }
 
+    /** @internal Text of the sinks that all clients of r22a0 share; throws ProtocolError. */
+    handleSharedText(channel: string, data: unknown): void {
+        this.#sinks.onText(readTextChunk(data, channel));
+    }
+
     /** @internal Rejects everything that is open; new requests are still taken. */
     failOpenRequests(reason: Error): void {
         this.#sinks.end(reason);
@@ -301,6 +339,15 @@ export class Client {
     /** Why the client takes no more requests; undefined while it does. */
     get closed(): Error | undefined {
         return this.#closed;
+    }
+
+    #onText(message: TextMessage): void {
+        const request = this.#open.get(message.requestID);
+        if (request) {
+            request.pushText({ stream: message.stream, text: message.text });
+        } else {
+            this.#tellLateText(message);
+        }
     }
 
     #tellLateText(message: TextMessage): void {
@@ -331,7 +378,7 @@ export class Client {
             channel,
             isAborted ? rest : options,
             {
-                cancel: (cancelOptions) => this.cancel(requestID, cancelOptions),
+                cancel: (cancelOptions) => this.cancel(requestID, cancelOptions as CancelOptions),
                 abort: (driver, reason) => {
                     this.#open.delete(requestID);
                     driver.fail(new AbortedError(reason, this.#cancelAborted(requestID)));
@@ -347,7 +394,7 @@ export class Client {
                         connections = this.#events.openRun(options.events, driver);
                     }
                     const runOptions = {
-                        ...withText(options),
+                        ...this.#dialect.runOptions(withText(options)),
                         ...(connections && { eventConnections: connections.eventConnections }),
                     };
                     this.#publish(requestID, { ...keys, runOptions }, driver);
@@ -398,11 +445,36 @@ export class Client {
             });
     }
 
+    /** @throws UnsupportedError if the version lacks the feature, of which `what` tells the reader */
+    #require(feature: Feature, what: string): void {
+        if (this.#dialect.lacks.has(feature)) {
+            throw new UnsupportedError(this.apiVersion, what);
+        }
+    }
+
+    /** Resolves when the server took the request: no answer follows. */
+    async #setSharedSinks(keys: JsonObject): Promise<void> {
+        if (this.#closed) {
+            throw new ClosedError("The client is detached", { cause: this.#closed });
+        }
+        // The subscription goes first, but nobody waits for it in between: what is sent next keeps its place.
+        await Promise.all([this.#host.readSharedSinks(this), this.#host.publish(sharedSinks, keys)]);
+    }
+
+    /** @returns what became of the request, if the version tells */
+    #cancelAborted(requestID: string): Promise<CancelStatus> | undefined {
+        if (this.#dialect.lacks.has("cancelStatus")) {
+            void handled(this.#untilSent(() => this.cancel(requestID, { interrupt: true, status: false })));
+            return undefined;
+        }
+        return this.#untilSent(() => this.cancel(requestID, { interrupt: true }));
+    }
+
     /** Whoever aborted a request no longer looks after it, so a cancel that was lost is sent again. */
-    async #cancelAborted(requestID: string): Promise<CancelStatus> {
+    async #untilSent<T>(cancel: () => Promise<T>): Promise<T> {
         for (;;) {
             try {
-                return await this.cancel(requestID, { interrupt: true });
+                return await cancel();
             } catch (error) {
                 if (!(error instanceof ConnectionError)) {
                     throw error;
@@ -412,6 +484,12 @@ export class Client {
         }
     }
 }
+
+/** A client that speaks r22a0, without the calls that the version lacks. */
+export type R22a0Client = Omit<Client, "cancelGroup" | "interrupt" | "cancel" | "output"> & {
+    cancel(requestID: string, options: PlainCancelOptions): Promise<undefined>;
+    output(options: ClientOutputOptions & { readonly revert: false }): ClientOutput;
+};
 
 interface TextOptions {
     readonly output?: OutputTarget | undefined;

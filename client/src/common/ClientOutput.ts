@@ -9,6 +9,11 @@ export interface ClientOutputOptions extends AbortOptions {
      * same time share one installation, so that traits other than those that hold are a TypeError.
      */
     readonly traits?: { readonly out?: SinkTraits; readonly err?: SinkTraits };
+    /**
+     * Whether the last reader puts the engine's own sinks back, which r22a0 cannot do. Default true. Otherwise
+     * they stay until somebody installs others or, but for r22a0, the client is detached.
+     */
+    readonly revert?: boolean;
 }
 
 /**
@@ -17,6 +22,7 @@ export interface ClientOutputOptions extends AbortOptions {
  * It ends without an error when it is closed, or when the client is detached or the connection closed from
  * this side. It throws
  * - YvmError or RefusedError if the text could not be had,
+ * - UnsupportedError with r22a0, unless the options say `revert: false`,
  * - AbortedError if the signal was aborted,
  * - ConnectionError if the connection was lost, and text may be lost with it.
  */
@@ -52,8 +58,8 @@ export class ClientOutput implements AsyncIterableIterator<TextChunk, undefined>
     }
 
     /**
-     * Ends the reading; what has not been read is let go. The last reader puts the engine's own sinks back:
-     * then it resolves when the engine has done so, or when that has to wait for a lost connection. Idempotent.
+     * Ends the reading; what has not been read is let go. The last reader puts the engine's own sinks back,
+     * unless nobody asked for it: then it resolves when the engine has done so, or when that has to wait for a lost connection. Idempotent.
      *
      * @throws YvmError if the engine could not put its sinks back
      */

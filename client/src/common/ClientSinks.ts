@@ -4,11 +4,17 @@ import { ClientOutput, type ClientOutputOptions } from "./ClientOutput.js";
 import { AbortedError, ClosedError, ConnectionError } from "./errors.js";
 import { handled } from "./handled.js";
 import { Queue } from "./Queue.js";
+import type { SinkTraits } from "./RunOptions.js";
 
 /** What the sinks need of their client. */
 export interface SinksHost {
     /** Sends a request to the sink service; `answered` settles as its answer says. */
     request(keys: JsonObject): { readonly requestID: string; readonly answered: Promise<unknown> };
+    /** What cannot be done with these sinks, thrown if they are to be reverted. */
+    requireRevert(): void;
+    traits(traits: SinkTraits): JsonObject;
+    /** Nobody reads any more. */
+    released(): void;
     /** See `ClientHost`. */
     untilLinkIsBack(): Promise<void>;
 }
@@ -24,6 +30,8 @@ interface Installation {
     readonly requestID: string;
     readonly installed: Promise<void>;
     readonly readers: Set<Reader>;
+    /** Whether one of its readers, also of those that have left, wants the engine's own sinks back. */
+    isToBeReverted: boolean;
 }
 
 /** The keys of a request that puts the engine's own sinks back. */
@@ -42,16 +50,21 @@ export class ClientSinks {
     }
 
     /** @throws TypeError if other traits hold than those asked for */
-    open({ traits, signal }: ClientOutputOptions): ClientOutput {
-        const queue = new Queue<TextChunk>();
+    open({ traits, signal, revert = true }: ClientOutputOptions): ClientOutput {
         if (signal?.aborted === true) {
-            const error = new AbortedError(signal.reason);
-            queue.end({ error });
-            return new ClientOutput(handled(Promise.reject(error)), queue, () => Promise.resolve());
+            return failed(new AbortedError(signal.reason));
         }
+        if (revert) {
+            try {
+                this.#host.requireRevert();
+            } catch (error) {
+                return failed(error as Error);
+            }
+        }
+        const queue = new Queue<TextChunk>();
         const keys = {
-            ...(traits?.out && { outSinkTraits: traits.out }),
-            ...(traits?.err && { errSinkTraits: traits.err }),
+            ...(traits?.out && { outSinkTraits: this.#host.traits(traits.out) }),
+            ...(traits?.err && { errSinkTraits: this.#host.traits(traits.err) }),
         };
         if (this.#installation && traits && !areEqual(keys, this.#installation.keys)) {
             throw new TypeError(
@@ -60,6 +73,7 @@ export class ClientSinks {
             );
         }
         const installation = this.#installation ?? this.#install(keys);
+        installation.isToBeReverted ||= revert;
         let abandon: (reason: Error) => void = () => undefined;
         const installed = new Promise<void>((resolve, reject) => {
             installation.installed.then(resolve, reject);
@@ -97,17 +111,16 @@ export class ClientSinks {
      * ended it. Sinks that are left behind are reverted when they can be reached.
      */
     end(reason: Error): void {
-        if (this.#installation) {
-            this.#fail(this.#installation, reason instanceof ClosedError ? undefined : reason);
-            if (reason instanceof ConnectionError) {
-                void this.#revertLater();
-            }
+        const installation = this.#installation;
+        if (installation) {
+            this.#fail(installation, reason instanceof ClosedError ? undefined : reason);
+            this.#revertAfterLoss(installation, reason);
         }
     }
 
     /** Sends the revert, if one is due, that must precede the end of the client. */
     revertBeforeDetach(): void {
-        if (this.#installation) {
+        if (this.#installation?.isToBeReverted) {
             this.#host.request(revertKeys).answered.catch(() => undefined); // the client goes, and ends it
         }
     }
@@ -123,15 +136,14 @@ export class ClientSinks {
                     (error: unknown) => {
                         if (this.#installation === installation) {
                             this.#fail(installation, error as Error);
-                            if (error instanceof ConnectionError) {
-                                void this.#revertLater();
-                            }
+                            this.#revertAfterLoss(installation, error);
                         }
                         throw error;
                     },
                 ),
             ),
             readers: new Set(),
+            isToBeReverted: false,
         };
         this.#installation = installation;
         return installation;
@@ -145,6 +157,7 @@ export class ClientSinks {
             reader.queue.end({ error });
         }
         installation.readers.clear();
+        this.#host.released();
     }
 
     async #leave(installation: Installation, reader: Reader): Promise<void> {
@@ -154,6 +167,10 @@ export class ClientSinks {
             return;
         }
         this.#installation = undefined;
+        this.#host.released();
+        if (!installation.isToBeReverted) {
+            return;
+        }
         try {
             await this.#host.request(revertKeys).answered;
         } catch (error) {
@@ -162,6 +179,12 @@ export class ClientSinks {
             } else if (!(error instanceof ClosedError)) {
                 throw error;
             }
+        }
+    }
+
+    #revertAfterLoss(installation: Installation, reason: unknown): void {
+        if (installation.isToBeReverted && reason instanceof ConnectionError) {
+            void this.#revertLater();
         }
     }
 
@@ -189,6 +212,12 @@ export class ClientSinks {
             }
         }
     }
+}
+
+function failed(error: Error): ClientOutput {
+    const queue = new Queue<TextChunk>();
+    queue.end({ error });
+    return new ClientOutput(handled(Promise.reject(error)), queue, () => Promise.resolve());
 }
 
 function areEqual(one: JsonObject, other: JsonObject): boolean {

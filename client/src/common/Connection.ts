@@ -1,13 +1,14 @@
 import { startAbortable, type AbortOptions } from "./abort.js";
-import { asString, readResponse, type JsonObject, type Response } from "./checks.js";
-import { Client } from "./Client.js";
+import { asOneOf, asString, readResponse, type JsonObject, type Response } from "./checks.js";
+import { Client, type R22a0Client } from "./Client.js";
 import type { Disposable } from "./Disposable.js";
 import { ClosedError, ConnectionError, YvmError } from "./errors.js";
 import type { Subscription, Transport, TransportEvents } from "./transport.js";
+import { apiVersions, type ApiVersion } from "./versions.js";
 
 const attachChannel = "/yvm/attach";
 const detachChannel = "/yvm/detach";
-const supportedApiVersions = ["r24a0"];
+const sharedSinksText = "/yvm/sinks/response";
 
 /** Milliseconds until something that failed is tried again over a link that seems to be up. */
 const linkPatience = 1000;
@@ -28,6 +29,8 @@ export interface AttachOptions extends AbortOptions {
      * session. Default a random one.
      */
     readonly requestID?: string;
+    /** The versions of the protocol to offer, in any order; the newest that the server speaks is taken. Default all. */
+    readonly apiVersions?: readonly ApiVersion[];
 }
 
 interface Attached {
@@ -54,6 +57,10 @@ export class Connection {
     readonly #statusListeners = new Set<(status: ConnectionStatus) => void>();
     #status: ConnectionStatus = { state: "connected" };
     #ownChannels: Promise<unknown> | undefined;
+    /** Clients of r22a0 that read the text of the sinks which they share. */
+    readonly #sharedSinksReaders = new Set<Client>();
+    /** The subscription to that text, if there is one in this session. */
+    #sharedSinks: Promise<Subscription> | undefined;
     #identifierCount = 0;
 
     /**
@@ -106,13 +113,19 @@ export class Connection {
     /**
      * Attaches to the engine. Waits while the engine is starting.
      *
+     * The client's calls are the same whatever version is agreed on; those that r22a0 lacks reject with
+     * UnsupportedError. Who offers that version alone is given a type without them.
+     *
      * @throws YvmError if the module refuses it, RefusedError if the server does, e.g. because another
      * session uses the identifier, TypeError if this connection does, AbortedError
      */
+    attach(options: AttachOptions & { readonly apiVersions: readonly ["r22a0"] }): Promise<R22a0Client>;
+    attach(options?: AttachOptions): Promise<Client>;
     attach(options: AttachOptions = {}): Promise<Client> {
         return startAbortable(
             options.signal,
-            () => this.#attach(options.requestID ?? this.#newIdentifier()),
+            () =>
+                this.#attach(options.requestID ?? this.#newIdentifier(), options.apiVersions ?? apiVersions),
             (attached) => {
                 // The engine may have taken the client, or take it later. Where it does not, all is well.
                 attached.then((client) => client.detach()).catch(() => undefined);
@@ -120,7 +133,7 @@ export class Connection {
         );
     }
 
-    async #attach(requestID: string): Promise<Client> {
+    async #attach(requestID: string, offered: readonly ApiVersion[]): Promise<Client> {
         this.#requireOpen();
         if (this.#identifiers.has(requestID)) {
             // The module would answer with success, and two clients would share one set of channels.
@@ -128,18 +141,20 @@ export class Connection {
         }
         this.#identifiers.add(requestID);
         try {
-            return await this.#attachAs(requestID);
+            return await this.#attachAs(requestID, offered);
         } catch (error) {
             this.#identifiers.delete(requestID);
             throw error;
         }
     }
 
-    async #attachAs(requestID: string): Promise<Client> {
-        const { apiVersion, channelPrefix } = await this.#requestAttach(requestID);
+    async #attachAs(requestID: string, offered: readonly ApiVersion[]): Promise<Client> {
+        const { apiVersion, channelPrefix } = await this.#requestAttach(requestID, offered);
         const client = new Client(requestID, apiVersion, channelPrefix, {
             publish: (channel, data) => this.#publish(channel, data),
             untilLinkIsBack: () => this.#untilLinkIsBack(),
+            readSharedSinks: (reader) => this.#readSharedSinks(reader),
+            leaveSharedSinks: (reader) => void this.#leaveSharedSinks(reader),
             detach: (detached) => this.#detach(detached),
         });
         // The server lets us subscribe below the prefix only once we are attached.
@@ -156,7 +171,10 @@ export class Connection {
         await this.#transport.close();
     }
 
-    async #requestAttach(requestID: string): Promise<{ apiVersion: string; channelPrefix: string }> {
+    async #requestAttach(
+        requestID: string,
+        supportedApiVersions: readonly ApiVersion[],
+    ): Promise<{ apiVersion: ApiVersion; channelPrefix: string }> {
         // Before the publish, since the response comes as soon as the engine is there. Once is enough.
         this.#ownChannels ??= Promise.all([
             this.#transport.subscribe(`${attachChannel}/response`),
@@ -173,7 +191,7 @@ export class Connection {
         });
         const path = `${attachChannel}/response`;
         return {
-            apiVersion: asString(response.body["apiVersion"], `${path}.apiVersion`),
+            apiVersion: asOneOf(response.body["apiVersion"], supportedApiVersions, `${path}.apiVersion`),
             channelPrefix: asString(response.body["channelPrefix"], `${path}.channelPrefix`),
         };
     }
@@ -191,6 +209,28 @@ export class Connection {
             requestID: this.#newIdentifier(),
             requestIDtoDetach: client.requestID,
         });
+    }
+
+    async #readSharedSinks(client: Client): Promise<void> {
+        this.#sharedSinksReaders.add(client);
+        this.#sharedSinks ??= this.#transport.subscribe(sharedSinksText).catch((error: unknown) => {
+            this.#sharedSinks = undefined; // the next reader tries again
+            throw error;
+        });
+        await this.#sharedSinks;
+    }
+
+    async #leaveSharedSinks(client: Client): Promise<void> {
+        if (!this.#sharedSinksReaders.delete(client)) {
+            return;
+        }
+        const subscribed = this.#sharedSinks;
+        const subscription = await subscribed?.catch(() => undefined);
+        // Somebody may have come to read meanwhile, or the session may be another.
+        if (subscription && this.#sharedSinks === subscribed && this.#sharedSinksReaders.size === 0) {
+            this.#sharedSinks = undefined;
+            subscription.unsubscribe();
+        }
     }
 
     /** Publishes a request on one of the two public channels, and waits for the response. */
@@ -234,6 +274,10 @@ export class Connection {
                 this.#onResponse(attachChannel, readResponse(data, channel));
             } else if (channel === `${detachChannel}/response`) {
                 this.#onResponse(detachChannel, readResponse(data, channel));
+            } else if (channel === sharedSinksText) {
+                for (const client of [...this.#sharedSinksReaders]) {
+                    client.handleSharedText(channel, data);
+                }
             } else {
                 const prefix = channel.split("/", 3).join("/");
                 this.#clients.get(prefix)?.client.handleMessage(channel, data);
@@ -270,6 +314,7 @@ export class Connection {
     async #onRestored(session: "kept" | "new"): Promise<void> {
         if (session === "new") {
             const reason = new ConnectionError("The server no longer knows this session");
+            this.#sharedSinks = undefined;
             this.#failPending(reason);
             for (const { client } of this.#clients.values()) {
                 client.endSession(reason);
@@ -293,7 +338,7 @@ export class Connection {
     async #attachAgain(attached: Attached): Promise<void> {
         const { client } = attached;
         try {
-            await this.#requestAttach(client.requestID);
+            await this.#requestAttach(client.requestID, [client.apiVersion]);
             attached.subscription = await this.#transport.subscribe(`${client.channelPrefix}/**`);
         } catch (error) {
             this.#clients.delete(client.channelPrefix);

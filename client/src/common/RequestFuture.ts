@@ -1,5 +1,5 @@
 import { listenForAbort, type AbortOptions } from "./abort.js";
-import type { CancelOptions, CancelStatus } from "./CancelStatus.js";
+import type { CancelOptions, CancelStatus, PlainCancelOptions } from "./CancelStatus.js";
 import type { TextChunk } from "./checks.js";
 import type { EventOf } from "./events.js";
 import { defaultMaxWaitingEvents } from "./EventSubscription.js";
@@ -18,7 +18,7 @@ export interface RequestDriver {
 
 /** How a request is stopped; given by the client that makes it. */
 export interface RequestStopper {
-    cancel(options: CancelOptions): Promise<CancelStatus>;
+    cancel(options: CancelOptions | PlainCancelOptions): Promise<CancelStatus | undefined>;
     /** The signal was aborted while the request was open: fails it. */
     abort(driver: RequestDriver, reason: unknown): void;
     /** The request has settled, in whatever way. */
@@ -169,8 +169,13 @@ export class RequestFuture<T, N extends string = never> implements PromiseLike<T
      *
      * May be repeated, for a command that has caught the interrupt and goes on. Also of use when the
      * connection was lost, and with it the answer of a command that still runs.
+     *
+     * @throws UnsupportedError with r22a0, unless the options say `status: false`
      */
-    cancel(options: CancelOptions = {}): Promise<CancelStatus> {
+    cancel(options?: CancelOptions): Promise<CancelStatus>;
+    /** The same without being told what became of it. */
+    cancel(options: PlainCancelOptions): Promise<undefined>;
+    cancel(options: CancelOptions | PlainCancelOptions = {}): Promise<CancelStatus | undefined> {
         return this.#stopper.cancel(options);
     }
 

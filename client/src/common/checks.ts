@@ -44,6 +44,15 @@ export function asBoolean(value: unknown, path: string): boolean {
     return value;
 }
 
+/** The one of the texts that it is. */
+export function asOneOf<T extends string>(value: unknown, texts: readonly T[], path: string): T {
+    const found = texts.find((text) => text === value);
+    if (found === undefined) {
+        throw expectation(path, texts.map((text) => JSON.stringify(text)).join(" or "), value);
+    }
+    return found;
+}
+
 export function asArray(value: unknown, path: string): readonly unknown[] {
     if (!Array.isArray(value)) {
         throw expectation(path, "an array", value);

@@ -100,7 +100,8 @@ export class AbortedError extends Error {
     override readonly name = "AbortedError";
     /**
      * What the engine says became of the request; undefined if there was none to cancel, since the signal
-     * was aborted before anything was sent, or the call was no request of the engine's.
+     * was aborted before anything was sent, or the call was no request of the engine's; and with r22a0, where
+     * the request is cancelled, but the engine does not say.
      *
      * It settles when the request has really stopped, which a command that cannot be interrupted puts off.
      * It rejects like any other call if the answer cannot come any more, and need not be looked at.
@@ -111,6 +112,22 @@ export class AbortedError extends Error {
         super("The call was aborted", { cause: reason });
         cancelStatus?.catch(() => undefined); // nobody has to wait for it
         this.cancelStatus = cancelStatus;
+    }
+}
+
+/**
+ * The call takes something that the version of the protocol lacks which the client was attached with. Nothing
+ * has been sent.
+ */
+export class UnsupportedError extends Error {
+    override readonly name = "UnsupportedError";
+    /** The version, e.g. `r22a0`. */
+    readonly apiVersion: string;
+
+    /** @param what what it lacks, as the subject of a sentence */
+    constructor(apiVersion: string, what: string) {
+        super(`Version ${apiVersion} of the protocol has no ${what}`);
+        this.apiVersion = apiVersion;
     }
 }
 

@@ -1,8 +1,9 @@
 /** What the package offers, through its door for browsers and its door for Node.js alike. */
 export type { AbortOptions } from "./abort.js";
-export type { CancelOptions, CancelStatus } from "./CancelStatus.js";
+export type { CancelOptions, CancelStatus, PlainCancelOptions } from "./CancelStatus.js";
 export type { JsonObject, TextChunk, TextMessage } from "./checks.js";
-export { Client, type EvalOptions, type EvalResult, type FevalOptions } from "./Client.js";
+export type { ApiVersion } from "./versions.js";
+export { Client, type EvalOptions, type EvalResult, type FevalOptions, type R22a0Client } from "./Client.js";
 export { ClientOutput, type ClientOutputOptions } from "./ClientOutput.js";
 export { type ConnectOptions } from "./connect.js";
 export { Connection, type AttachOptions, type ConnectionStatus } from "./Connection.js";
@@ -13,6 +14,7 @@ export {
     ConnectionError,
     ProtocolError,
     RefusedError,
+    UnsupportedError,
     YvmError,
     type StackFrame,
     type YvmFailure,

@@ -205,6 +205,24 @@ export function encodeYda(value: YdaInput): string {
     }
 }
 
+/** Whether it holds an integer beyond 2^53, which the text of `encodeYda` spells as a string. */
+export function holdsWideIntegers(value: YdaInput): boolean {
+    if (typeof value === "bigint") {
+        return !isExactAsNumber(value);
+    }
+    if (typeof value !== "object" || value === null) {
+        return false;
+    }
+    const data: unknown = isNdArray(value) ? value.data : value;
+    if (ArrayBuffer.isView(data)) {
+        return (
+            (data instanceof BigInt64Array || data instanceof BigUint64Array) &&
+            !(data as BigInt64Array).every(isExactAsNumber)
+        );
+    }
+    return Object.values(value).some((element) => holdsWideIntegers(element as YdaInput));
+}
+
 function isInputList(value: YdaInput): value is readonly YdaInput[] {
     return Array.isArray(value);
 }
@@ -281,9 +299,12 @@ function numberText(value: number): string {
     return Number.isNaN(value) ? '"NaN"' : value > 0 ? '"Inf"' : '"-Inf"';
 }
 
+function isExactAsNumber(value: bigint): boolean {
+    return value <= Number.MAX_SAFE_INTEGER && value >= Number.MIN_SAFE_INTEGER;
+}
+
 function bigintText(value: bigint): string {
-    const isExactAsNumber = value <= Number.MAX_SAFE_INTEGER && value >= Number.MIN_SAFE_INTEGER;
-    return isExactAsNumber ? value.toString() : `"${value.toString()}"`;
+    return isExactAsNumber(value) ? value.toString() : `"${value.toString()}"`;
 }
 
 /**
