@@ -10,6 +10,7 @@ import {
     type TextMessage,
 } from "./checks.js";
 import type { ClientOutput, ClientOutputOptions } from "./ClientOutput.js";
+import { ClientDebugger } from "./ClientDebugger.js";
 import { ClientEvents, type RunConnections } from "./ClientEvents.js";
 import { ClientSinks } from "./ClientSinks.js";
 import type { Disposable } from "./Disposable.js";
@@ -83,6 +84,8 @@ export class Client {
     readonly apiVersion: ApiVersion;
     /** The channels of this client all start with this, e.g. `/yvm/abc`. */
     readonly channelPrefix: string;
+    /** The engine's debugger. */
+    readonly debugger: ClientDebugger;
     readonly #host: ClientHost;
     readonly #dialect: Dialect;
     readonly #open = new Map<string, RequestDriver>();
@@ -115,6 +118,14 @@ export class Client {
                 }
             },
             untilLinkIsBack: () => host.untilLinkIsBack(),
+        });
+        this.debugger = new ClientDebugger({
+            require: (feature, what) => {
+                this.#require(feature, what);
+            },
+            request: (channel, keys) => this.#request(channel, keys),
+            eval: (command, options) => this.eval(command, options),
+            feval: (name, args, options) => this.feval(name, args, options),
         });
         this.#events = new ClientEvents({
             newIdentifier: () => this.#newRequestID(),
@@ -287,6 +298,12 @@ export class Client {
             case "/interrupt/response":
             case "/subscribeEvent/response":
             case "/disconnectEvent/response":
+            case "/setGlobalBreakpoint/response":
+            case "/clearGlobalBreakpoint/response":
+            case "/setLineBreakpoint/response":
+            case "/clearLineBreakpoint/response":
+            case "/clearAllBreakpoints/response":
+            case "/breakInDebugger/response":
             case "/yvmSinks/response": {
                 const response = readResponse(data, channel);
                 const request = this.#open.get(response.requestID);

@@ -37,6 +37,11 @@ export function asNumber(value: unknown, path: string): number {
     return value;
 }
 
+/** A number, also as an integer of the engine, which becomes the nearest number. */
+export function asInteger(value: unknown, path: string): number {
+    return typeof value === "bigint" ? Number(value) : asNumber(value, path);
+}
+
 export function asBoolean(value: unknown, path: string): boolean {
     if (typeof value !== "boolean") {
         throw expectation(path, "a boolean", value);
@@ -111,9 +116,7 @@ function readFailure(value: unknown, path: string): YvmFailure {
         message: asString(error["message"], `${path}.message`),
         identifier: asString(error["identifier"], `${path}.identifier`),
         functionName: asString(error["functionName"], `${path}.functionName`),
-        stackFrames: asArray(error["stackFrames"], `${path}.stackFrames`).map((frame, index) =>
-            readStackFrame(frame, `${path}.stackFrames[${index}]`),
-        ),
+        stackFrames: readStackFrames(error["stackFrames"], `${path}.stackFrames`),
         causes: asArray(error["causes"], `${path}.causes`).map((cause, index) =>
             readFailure(cause, `${path}.causes[${index}]`),
         ),
@@ -126,7 +129,11 @@ function readFailure(value: unknown, path: string): YvmFailure {
     };
 }
 
-export function readStackFrame(value: unknown, path: string): StackFrame {
+export function readStackFrames(value: unknown, path: string): readonly StackFrame[] {
+    return asArray(value, path).map((frame, index) => readStackFrame(frame, `${path}[${String(index)}]`));
+}
+
+function readStackFrame(value: unknown, path: string): StackFrame {
     const frame = asObject(value, path);
     return {
         fileName: asString(frame["fileName"], `${path}.fileName`),

@@ -2,13 +2,14 @@
  * The engine's events by their names, what each of them says, and the door at which that is checked. The names
  * of the fields are those of the wire.
  */
+import { readBreakpoints, type Breakpoints } from "./breakpoints.js";
 import {
     asArray,
     asBoolean,
     asNumber,
     asObject,
     asString,
-    readStackFrame,
+    readStackFrames,
     readTextChunk,
     type JsonObject,
     type TextChunk,
@@ -70,6 +71,29 @@ export interface WorkspaceChange {
     readonly gone: readonly string[];
 }
 
+/** Why a command has stopped: at a breakpoint of which kind, behind a step, or since somebody broke in. */
+export type StopReason =
+    "breakpoint" | "step" | "break" | "error" | "warning" | "caughtError" | "nanInf" | "output";
+
+/** A command has stopped in the debugger. */
+export interface DebuggerStopped {
+    readonly reason: StopReason;
+    /** How many stops there are on top of one another, this one included. */
+    readonly level: number;
+    /** More of the reason, e.g. the text of the error, or why a condition could not be evaluated; may be empty. */
+    readonly message: string;
+    /** Where it has stopped, as the last of the frames tells too. */
+    readonly fileName: string;
+    readonly lineNumber: number;
+    readonly stackFrames: readonly StackFrame[];
+}
+
+/** A command that had stopped goes on, or has ended. */
+export interface DebuggerResumed {
+    /** Of the stop that is over; from 2 on, the one beneath it still stands. */
+    readonly level: number;
+}
+
 /** The events that this package knows, with what each of them says. */
 export interface EngineEvents {
     "ylutil::prompt::PromptEvent": PromptState;
@@ -86,6 +110,9 @@ export interface EngineEvents {
     "services::io::HomeEvent": JsonObject;
     "yvm::ProgressEvent": Progress;
     "yvm::WorkspaceEvent": WorkspaceChange;
+    "yvm::DebuggerStoppedEvent": DebuggerStopped;
+    "yvm::DebuggerResumedEvent": DebuggerResumed;
+    "yvm::BreakpointsChangedEvent": Breakpoints;
 }
 
 /** The name of an event: one of those that this package knows, or any other that the server has. */
@@ -110,9 +137,7 @@ const readers: { readonly [N in keyof EngineEvents]: (data: JsonObject, path: st
     "ylutil::io::PrintableErrorEvent": (data, path) => ({
         identifier: asString(data["identifier"], `${path}.identifier`),
         message: asString(data["message"], `${path}.message`),
-        stackFrames: asArray(data["stackFrames"], `${path}.stackFrames`).map((frame, index) =>
-            readStackFrame(frame, `${path}.stackFrames[${String(index)}]`),
-        ),
+        stackFrames: readStackFrames(data["stackFrames"], `${path}.stackFrames`),
     }),
     "services::prompt::InputRequestEvent": (data, path) => ({
         id: asString(data["id"], `${path}.id`),
@@ -135,6 +160,16 @@ const readers: { readonly [N in keyof EngineEvents]: (data: JsonObject, path: st
         changed: asStrings(data["changed"], `${path}.changed`),
         gone: asStrings(data["gone"], `${path}.gone`),
     }),
+    "yvm::DebuggerStoppedEvent": (data, path) => ({
+        reason: asString(data["reason"], `${path}.reason`) as StopReason, // or one of a later version
+        level: asNumber(data["level"], `${path}.level`),
+        message: asString(data["message"], `${path}.message`),
+        fileName: asString(data["fileName"], `${path}.fileName`),
+        lineNumber: asNumber(data["lineNumber"], `${path}.lineNumber`),
+        stackFrames: readStackFrames(data["stackFrames"], `${path}.stackFrames`),
+    }),
+    "yvm::DebuggerResumedEvent": (data, path) => ({ level: asNumber(data["level"], `${path}.level`) }),
+    "yvm::BreakpointsChangedEvent": readBreakpoints,
 };
 
 /**

@@ -1,9 +1,19 @@
 /** What the package offers, through its door for browsers and its door for Node.js alike. */
 export type { AbortOptions } from "./abort.js";
+export type {
+    Breakpoint,
+    BreakpointCondition,
+    BreakpointLocation,
+    Breakpoints,
+    ConditionBreakpoint,
+    LineBreakpoint,
+    PlacedBreakpoint,
+} from "./breakpoints.js";
 export type { CancelOptions, CancelStatus, PlainCancelOptions } from "./CancelStatus.js";
 export type { JsonObject, TextChunk, TextMessage } from "./checks.js";
 export type { ApiVersion } from "./versions.js";
 export { Client, type EvalOptions, type EvalResult, type FevalOptions, type R22a0Client } from "./Client.js";
+export { ClientDebugger, type DebugFrame, type DebugVariable } from "./ClientDebugger.js";
 export { ClientOutput, type ClientOutputOptions } from "./ClientOutput.js";
 export { type ConnectOptions } from "./connect.js";
 export { Connection, type AttachOptions, type ConnectionStatus } from "./Connection.js";
@@ -20,6 +30,8 @@ export {
     type YvmFailure,
 } from "./errors.js";
 export type {
+    DebuggerResumed,
+    DebuggerStopped,
     EngineEvents,
     EventData,
     EventName,
@@ -28,6 +40,7 @@ export type {
     PrintableError,
     Progress,
     PromptState,
+    StopReason,
     StructuredOutput,
     WorkspaceChange,
 } from "./events.js";

@@ -13,7 +13,13 @@ export const apiVersions = ["r24a0", "r22a0"] as const;
 export type ApiVersion = (typeof apiVersions)[number];
 
 /** What not every version has. */
-export type Feature = "cancelGroup" | "interrupt" | "cancelStatus" | "revertSinks";
+export type Feature =
+    | "cancelGroup"
+    | "interrupt"
+    | "cancelStatus"
+    | "revertSinks"
+    | "clearAllBreakpoints"
+    | "unsuppressedOutput";
 
 /** One version of the protocol. */
 export interface Dialect {
@@ -38,7 +44,14 @@ const r24a0: Dialect = {
 };
 
 const r22a0: Dialect = {
-    lacks: new Set<Feature>(["cancelGroup", "interrupt", "cancelStatus", "revertSinks"]),
+    lacks: new Set<Feature>([
+        "cancelGroup",
+        "interrupt",
+        "cancelStatus",
+        "revertSinks",
+        "clearAllBreakpoints",
+        "unsuppressedOutput",
+    ]),
     textChannels: ["/output", "/error"],
     encodeArgument: (value) => {
         if (holdsWideIntegers(value)) {
