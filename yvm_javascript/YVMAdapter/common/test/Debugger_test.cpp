@@ -1,9 +1,10 @@
 // The debugger's service of a client, which both protocol versions have alike but for one channel.
 
-#include "r24a0/Debugger.hpp"
+#include "r22a0/Debugger.hpp"
 
 #include "common/test/support.hpp"
 #include "foundation/json/Serializer.hpp"
+#include "r24a0/Debugger.hpp"
 #include "r24a0/test/EvalFevalCancelFixture.hpp"
 #include "testing/FakeMessageService.hpp"
 #include "testing/FakeYvm.hpp"
@@ -56,14 +57,22 @@ std::string errorResponse(const std::string& channel, const RuntimeException& er
                JsonObject{{"requestID", "1"}, {"error", json_serializers::serialize(error)}});
 }
 
-struct R24a0 {
-    using Debugger = r24a0::Debugger;
+struct R22a0 {
+    using Debugger = r22a0::Debugger;
     static std::vector<Channel> operations() {
         return {{"setGlobalBreakpoint", global, {Action::Set, globalBreakpoint}},
                 {"clearGlobalBreakpoint", global, {Action::Clear, globalBreakpoint}},
                 {"setLineBreakpoint", line, {Action::Set, lineBreakpoint}},
-                {"clearLineBreakpoint", line, {Action::Clear, lineBreakpoint}},
-                {"clearAllBreakpoints", R"({"requestID":"1"})", {Action::ClearAll, std::nullopt}}};
+                {"clearLineBreakpoint", line, {Action::Clear, lineBreakpoint}}};
+    }
+};
+
+struct R24a0 {
+    using Debugger = r24a0::Debugger;
+    static std::vector<Channel> operations() {
+        auto channels = R22a0::operations();
+        channels.push_back({"clearAllBreakpoints", R"({"requestID":"1"})", {Action::ClearAll, std::nullopt}});
+        return channels;
     }
 };
 
@@ -99,7 +108,7 @@ class DebuggerTest : public testing::Test {
     std::shared_ptr<typename Version::Debugger> client;
 };
 
-using Versions = testing::Types<R24a0>;
+using Versions = testing::Types<R22a0, R24a0>;
 TYPED_TEST_SUITE(DebuggerTest, Versions);
 
 TYPED_TEST(DebuggerTest, SubscribesInTheOrderOfItsChannelsAndLeavesInTheReverse) {
@@ -114,6 +123,14 @@ TYPED_TEST(DebuggerTest, SubscribesInTheOrderOfItsChannelsAndLeavesInTheReverse)
     this->create();
     this->client.reset();
     EXPECT_EQ(this->service->subscriptionLog(), expected);
+}
+
+TEST(DebuggerOfR22a0, HasNoChannelThatClearsAll) {
+    const auto service = FakeMessageService::create();
+    const auto engine = FakeYvm::create();
+    const auto client = r22a0::Debugger::create("/yvm/a", engine, service);
+    EXPECT_EQ(service->deliver("/yvm/a/clearAllBreakpoints/request", R"({"requestID":"1"})"), 0U);
+    EXPECT_TRUE(service->publications().empty());
 }
 
 TYPED_TEST(DebuggerTest, AFailedSubscriptionLeavesNothingBehind) {

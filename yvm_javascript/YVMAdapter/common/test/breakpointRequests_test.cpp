@@ -1,6 +1,8 @@
 // The requests for breakpoints, which both protocol versions read alike but for one type.
 
 #include "common/test/support.hpp"
+#include "r22a0/GlobalBreakpointRequest.hpp"
+#include "r22a0/LineBreakpointRequest.hpp"
 #include "r24a0/GlobalBreakpointRequest.hpp"
 #include "r24a0/LineBreakpointRequest.hpp"
 
@@ -16,6 +18,11 @@ using YorWorks::lxe::GlobalBreakpoint;
 using YorWorks::lxe::LineBreakpoint;
 using Condition = GlobalBreakpoint::Condition;
 using Location = LineBreakpoint::Location;
+
+struct R22a0 {
+    using GlobalBreakpointRequest = r22a0::GlobalBreakpointRequest;
+    using LineBreakpointRequest = r22a0::LineBreakpointRequest;
+};
 
 struct R24a0 {
     using GlobalBreakpointRequest = r24a0::GlobalBreakpointRequest;
@@ -52,7 +59,7 @@ class BreakpointRequestsTest : public testing::Test {
     }
 };
 
-using Versions = testing::Types<R24a0>;
+using Versions = testing::Types<R22a0, R24a0>;
 TYPED_TEST_SUITE(BreakpointRequestsTest, Versions);
 
 TYPED_TEST(BreakpointRequestsTest, EachTypeGivesItsCondition) {
@@ -66,6 +73,13 @@ TEST(GlobalBreakpointRequestOfR24a0, KnowsUnsuppressedOutput) {
     const BaseRequest request(R"({"requestID":"1","breakpoint":{"type":"UNSUPPRESSED_OUTPUT"}})");
     EXPECT_EQ(r24a0::GlobalBreakpointRequest(request).getBreakpoint(),
               GlobalBreakpoint(Condition::UnsuppressedOutput));
+}
+
+TEST(GlobalBreakpointRequestOfR22a0, KnowsNoUnsuppressedOutput) {
+    const BaseRequest request(R"({"requestID":"1","breakpoint":{"type":"UNSUPPRESSED_OUTPUT"}})");
+    EXPECT_EQ(test::textThrownBy<std::runtime_error>(
+                  [&request] { const r22a0::GlobalBreakpointRequest refused(request); }),
+              "Unknown GlobalBreakpoint type");
 }
 
 TYPED_TEST(BreakpointRequestsTest, AMessageIdNarrowsEvenAnEmptyOne) {

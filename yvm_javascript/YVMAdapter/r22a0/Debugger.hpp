@@ -1,0 +1,77 @@
+#pragma once
+
+#include "common/YVMConnection.hpp"
+#include "connector/message_service/MessageService.hpp"
+#include "ylutil/debugger/Debugger.hpp"
+#include "yvm/YVM.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace yvm::JSClient::r22a0 {
+
+/// Lets one client set and clear the engine's breakpoints and break into it. With P the client's prefix:
+///
+/// | Channel                         | Request                                          |
+/// |---------------------------------|--------------------------------------------------|
+/// | P/setGlobalBreakpoint/request   | `GlobalBreakpointRequest`                        |
+/// | P/clearGlobalBreakpoint/request | the same                                         |
+/// | P/setLineBreakpoint/request     | `LineBreakpointRequest`                          |
+/// | P/clearLineBreakpoint/request   | the same                                         |
+/// | P/breakInDebugger/request       | `{"requestID": R}`                               |
+///
+/// Each has a "/response" beside it: `{"requestID": R}`, with `error` where the engine refused. The answer to
+/// a breakpoint goes out when the engine has acted, so answers may come in any order; a break-in is answered
+/// at once, whether or not anything runs.
+///
+/// Differs from the class of r24a0 in P/clearAllBreakpoints, which only that has.
+///
+/// Life: made and subscribed by `create`, shared by the attached client and, for the time of a call, by
+/// handlers and completions. Operations that the engine completes after its end answer nothing.
+///
+/// Threads: handlers on delivery threads, several at once; completions on whatever thread the engine
+/// completes an operation, where the destructor may run as well. Nothing changes once `create` has returned.
+class Debugger : public std::enable_shared_from_this<Debugger> {
+  public:
+    /// Which connection answers a finished operation.
+    enum class ResponseType : std::int32_t {
+        SetGlobalBreakpoint = 0,
+        ClearGlobalBreakpoint = 1,
+        SetLineBreakpoint = 2,
+        ClearLineBreakpoint = 3
+    };
+
+    /// Blocks on each subscription and throws what one of them throws. The handler of
+    /// P/breakInDebugger keeps `yvm` alive as long as the channel stands.
+    static std::shared_ptr<Debugger> create(
+        const std::string& channelPrefix, const std::shared_ptr<yvm::YVM>& yvm,
+        std::shared_ptr<connector::message_service::MessageService> messageService);
+
+    Debugger(const Debugger&) = delete;
+    Debugger& operator=(const Debugger&) = delete;
+
+    /// For the callbacks of operations. A type outside the enumeration publishes nothing.
+    void publishResponse(ResponseType type, const RequestResponse& response);
+
+  private:
+    explicit Debugger(std::shared_ptr<ylutil::debugger::Debugger> debugger);
+
+    void createYVMConnections(const std::string& channelPrefix, const std::shared_ptr<yvm::YVM>& yvm,
+                              std::shared_ptr<connector::message_service::MessageService> messageService);
+    /// Hands each message of a channel to `handle`, as long as this service lives.
+    YVMConnection::Handler makeHandler(std::optional<YVMConnection> Debugger::* connection,
+                                       std::function<void(Debugger&, const BaseRequest&)> handle);
+
+    // In the order of building; destroyed last first.
+    const std::shared_ptr<ylutil::debugger::Debugger> debugger_;
+    std::optional<YVMConnection> setGlobalBreakpointConnection_;
+    std::optional<YVMConnection> clearGlobalBreakpointConnection_;
+    std::optional<YVMConnection> setLineBreakpointConnection_;
+    std::optional<YVMConnection> clearLineBreakpointConnection_;
+    std::optional<YVMConnection> breakInDebuggerConnection_;
+};
+
+}  // namespace yvm::JSClient::r22a0
