@@ -35,6 +35,12 @@ bool EngineEvents::isWanted(const TypeInformation& type) const {
         return false;
     }
     const auto& command = CommandScope::current();
+    // Text of one command may leave while another runs on the thread. What the first one wants is found out
+    // when the event is delivered.
+    if ((command != nullptr ? command->id() : IDType::null()) !=
+        cmddistributor::RequestIdAdapter().getRequestId()) {
+        return true;
+    }
     return std::ranges::any_of(type.getStaticTags(), [&](const std::u16string& tag) {
         return manager_->subscriptionCount(tag) > 0 ||
                (command != nullptr && command->runOptions().getCallbacks().contains(tag));

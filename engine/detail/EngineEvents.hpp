@@ -30,8 +30,8 @@ class EngineEvents {
 
     const boost::shared_ptr<EventMgr>& manager() const noexcept { return manager_; }
 
-    /// Whether anybody takes such an event of the command that the calling thread works for. Cheap, so that
-    /// an event which nobody wants need not be made, and may be asked with the GIL held.
+    /// Whether anybody may take such an event of the command that the calling thread works for. Cheap, so
+    /// that an event which nobody wants need not be made, and may be asked with the GIL held.
     template <typename Event>
     bool isWanted() const {
         return isWanted(foundation::msg_svc::eventmgr::DerivedTypeInformation<Event>::shared());

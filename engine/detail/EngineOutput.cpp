@@ -21,8 +21,8 @@ YVM::Sink makeConsoleSink(const ConsoleBuffer::Console& console, bool error) {
                                                   ylutil::io::SinkTraits());
 }
 
-std::shared_ptr<TextSink> makeDefault(const YVM::Sink& console) {
-    return std::make_shared<TextSink>(console, Destination::Console);
+std::shared_ptr<TextSink> makeDefault(const YVM::Sink& console, SinkTexts& texts, SinkTexts::Stream stream) {
+    return std::make_shared<TextSink>(console, Destination::Console, &texts, stream);
 }
 
 /// Empty for the console, whose reader nobody waits for.
@@ -49,7 +49,9 @@ EngineOutput::EngineOutput(OutputHost& host, const ConsoleBuffer::Console& conso
     : host_(host),
       consoleOut_(makeConsoleSink(console, false)),
       consoleErr_(makeConsoleSink(console, true)),
-      defaults_(makeDefault(consoleOut_), makeDefault(consoleErr_)),
+      sinkTexts_(host),
+      defaults_(makeDefault(consoleOut_, sinkTexts_, Stream::Output),
+                makeDefault(consoleErr_, sinkTexts_, Stream::Error)),
       gate_(std::move(gate), [&host] { host.wake(); }) {}
 
 void EngineOutput::replaceSinks(YVM::Sink out, YVM::Sink err) {
@@ -59,10 +61,12 @@ void EngineOutput::replaceSinks(YVM::Sink out, YVM::Sink err) {
     };
     const auto outDestination = destinationOf(out);
     const auto errDestination = destinationOf(err);
-    defaults_.synchroniseAll();
     defaults_.out()->replaceSink(std::move(out), outDestination);
     defaults_.err()->replaceSink(std::move(err), errDestination);
     gate_.sinksReplaced();
+    if (sinkTexts_.areDue() && pending_.add(defaults_.out(), idOfThisThread())) {
+        host_.wake();
+    }
 }
 
 void EngineOutput::write(Stream stream, py::handle text) {

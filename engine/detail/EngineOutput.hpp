@@ -16,6 +16,8 @@
 
 namespace yvm::engine {
 
+class EngineEvents;
+
 /// What the engine's thread does for those who write.
 class OutputHost {
   public:
@@ -33,6 +35,8 @@ class OutputHost {
     /// Engine thread, with the GIL held: raises the interrupt of the running command if one is due, as
     /// `pybind11::error_already_set`.
     virtual void raiseInterruptOfWriter() = 0;
+    /// Any thread.
+    virtual EngineEvents& events() noexcept = 0;
 };
 
 /// All text on its way out of the engine: finds its streams, holds it back while its readers are behind, and
@@ -99,6 +103,7 @@ class EngineOutput {
     OutputHost& host_;
     const YVM::Sink consoleOut_;
     const YVM::Sink consoleErr_;
+    SinkTexts sinkTexts_;
     OutputStreams defaults_;
     /// Constant between start and end of the engine.
     std::unique_ptr<DescriptorCapture> capture_;

@@ -57,7 +57,6 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     const boost::shared_ptr<cmddistributor::CommandQueue>& queue() const noexcept { return queue_; }
     const std::shared_ptr<CommandTable>& commands() const noexcept { return commands_; }
     EngineOutput& output() noexcept { return output_; }
-    EngineEvents& events() noexcept { return events_; }
     const Prompt& prompt() const noexcept { return prompt_; }
     InputRequests& inputs() noexcept { return inputs_; }
 
@@ -84,6 +83,7 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     bool waitUntilMayWrite(OutputGate::Way way, const IDType& command) override;
     std::shared_ptr<Command> commandOfPrompt() const override;
     void raiseInterruptOfWriter() override;
+    EngineEvents& events() noexcept override { return events_; }
 
     // From Python, with the GIL held.
     /// Serves commands for that long. Throws `std::runtime_error` off the engine thread, and Python's

@@ -27,6 +27,7 @@ TextSink::Due TextSink::write(std::u16string_view text, WithinLine withinLine) {
     if (text.empty()) {
         return Due::Never;
     }
+    const SinkTexts::Firing firing(texts_);
     const std::lock_guard lock(mutex_);
     if (sink_ == nullptr) {
         return Due::Never;
@@ -65,6 +66,7 @@ TextSink::Due TextSink::write(std::u16string_view text, WithinLine withinLine) {
 
 void TextSink::replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink, Destination destination) {
     const std::lock_guard lock(mutex_);
+    releaseSurrogateLocked();
     if (pendingSince_) {
         synchroniseLocked();
     }
@@ -83,18 +85,25 @@ ylutil::io::SinkTraits TextSink::traits() const {
 }
 
 void TextSink::synchronise(HeldSurrogate held) {
+    const SinkTexts::Firing firing(texts_);
     const std::lock_guard lock(mutex_);
     if (sink_ == nullptr) {
         return;
     }
-    if (held == HeldSurrogate::Release && heldSurrogate_) {
+    if (held == HeldSurrogate::Release) {
+        releaseSurrogateLocked();
+    }
+    if (pendingSince_) {
+        synchroniseLocked();
+    }
+}
+
+void TextSink::releaseSurrogateLocked() {
+    if (sink_ != nullptr && heldSurrogate_) {
         const char16_t unit = *heldSurrogate_;
         heldSurrogate_.reset();
         putLocked({&unit, 1});
         pendingSince_ = Clock::now();
-    }
-    if (pendingSince_) {
-        synchroniseLocked();
     }
 }
 
@@ -107,6 +116,9 @@ void TextSink::putLocked(std::u16string_view text) {
     }
     if (destination_ != Destination::OwnStream) {
         copyLocked(text);
+    }
+    if (texts_ != nullptr) {
+        texts_->add(stream_, text);
     }
 }
 
@@ -133,6 +145,9 @@ void TextSink::synchroniseLocked() {
     } catch (...) {
         FOUNDATION_LOG(logger(), foundation::log::CaughtException)
             << "Synchronising text failed: " << boost::current_exception_diagnostic_information();
+    }
+    if (texts_ != nullptr) {
+        texts_->hasLeft();
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/detail/SinkTexts.hpp"
 #include "ylutil/io/YLSink.hpp"
 
 #include <boost/shared_ptr.hpp>
@@ -34,12 +35,14 @@ class TextSink {
     /// and the log is copied here, save by a command's own streams, whose buffers do so themselves.
     enum class Destination { OwnStream, ClientWideSinks, Console };
 
-    /// Null: the text is dropped.
-    TextSink(boost::shared_ptr<ylutil::io::YLSink> sink, Destination destination)
-        : sink_(std::move(sink)), destination_(destination) {}
+    /// Null: the text is dropped. `texts` are told of all text, as that of `stream`, and may be null.
+    TextSink(boost::shared_ptr<ylutil::io::YLSink> sink, Destination destination, SinkTexts* texts = nullptr,
+             SinkTexts::Stream stream = SinkTexts::Stream::Output)
+        : sink_(std::move(sink)), destination_(destination), texts_(texts), stream_(stream) {}
 
-    /// What is written and not synchronised is synchronised first. The replaced one is let go of outside the
-    /// mutex, since its end may be that of whoever reads it.
+    /// What is written and not synchronised is synchronised first; its events are left to the next who
+    /// synchronises, as this thread may hold locks that their handlers need. The replaced one is let go of
+    /// outside the mutex, since its end may be that of whoever reads it.
     void replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink, Destination destination);
     boost::shared_ptr<ylutil::io::YLSink> sink() const;
     /// Those of the sink; without one the default.
@@ -65,6 +68,7 @@ class TextSink {
     void putLocked(std::u16string_view text);
     void copyLocked(std::u16string_view text);
     void synchroniseLocked();
+    void releaseSurrogateLocked();
 
     mutable std::mutex mutex_;
     // Guarded by mutex_, as is the use of the sink.
@@ -76,6 +80,9 @@ class TextSink {
 
     /// Written under mutex_. Relaxed: text that is written while the sink is replaced goes either way.
     std::atomic<Destination> destination_;
+
+    SinkTexts* const texts_;
+    const SinkTexts::Stream stream_;
 };
 
 }  // namespace yvm::engine
