@@ -1,3 +1,6 @@
+import { readFileSync } from "node:fs";
+import { fileURLToPath } from "node:url";
+
 import { beforeAll, describe, expect, it } from "vitest";
 
 import { AsyncApi, type Passed } from "./AsyncApi.js";
@@ -153,6 +156,21 @@ describe("the AsyncAPI document", () => {
         expect(examples.map((example) => api.complaintOf(message, example))).toEqual(
             examples.map(() => undefined),
         );
+    });
+
+    it("agrees with the examples of the page on events", () => {
+        const page = readFileSync(fileURLToPath(new URL("../../docs/events.md", import.meta.url)), "utf8");
+        const sections = page.split(/^### `(.+)`$/m).slice(1);
+        const names = sections.filter((_, index) => index % 2 === 0);
+        expect([...names].sort()).toEqual([...api.events].sort());
+        for (const [index, name] of names.entries()) {
+            const example = /```json\n(.*?)```/s.exec(sections[2 * index + 1] ?? "")?.[1] ?? "";
+            const data = { requestID: "e", eventData: JSON.parse(example) as unknown };
+            const message: Passed = { sender: "server", channel: "/yvm/c/event/fireEvent", data };
+            expect(api.identify(message, name)).toEqual({
+                pair: `fireEvent ${name.split("::").at(-1) ?? ""}`,
+            });
+        }
     });
 
     it("describes each message of a session", () => {
