@@ -1,6 +1,5 @@
 #include "engine/Engine.hpp"
 
-#include "engine/detail/EngineDebugger.hpp"
 #include "engine/detail/EngineThread.hpp"
 #include "engine/detail/TextFile.hpp"
 #include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
@@ -113,7 +112,6 @@ class Engine::Parts {
     EngineThread thread;
     std::optional<TextFile> diary;
     std::optional<TextFile> log;
-    const std::shared_ptr<EngineDebugger> debugger = std::make_shared<EngineDebugger>();
     std::promise<void> ready;
     std::promise<void> ended;
     std::future<void> hasEnded = ended.get_future();  // guarded by stopMutex
@@ -205,13 +203,11 @@ void Engine::interrupt() {
 }
 
 std::shared_ptr<ylutil::debugger::Debugger> Engine::getDebugger() {
-    return parts_.debugger;
+    return parts_.thread.debugger();
 }
 
 void Engine::breakInDebugger() {
-    throw cmddistributor::RuntimeException(cmddistributor::RuntimeException::Status::Unclassified,
-                                           std::string("This engine cannot be broken into."),
-                                           "yvm:noDebugger");
+    parts_.thread.breakInDebugger();
 }
 
 boost::shared_ptr<EventMgr> Engine::getEventMgr() {

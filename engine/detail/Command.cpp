@@ -86,9 +86,9 @@ bool Command::takeInterrupt(Clock::time_point now) noexcept {
     return true;
 }
 
-void Command::insist() {
+void Command::insist(TraceFunction& tracing) {
     if (insistence_ == nullptr) {
-        insistence_ = std::make_unique<Insistence>(*this);
+        insistence_ = std::make_unique<Insistence>(tracing, *this);
     }
 }
 

@@ -13,9 +13,13 @@
 #include <string>
 #include <string_view>
 
+/// Python's, whose headers stay out of this one.
+using PyFrameObject = struct _frame;
+
 namespace yvm::engine {
 
 class Insistence;
+class TraceFunction;
 
 /// The two destinations of a piece of work's text.
 ///
@@ -76,6 +80,9 @@ class Command {
     /// Whether a prompt took it: such a command is what an interrupt without a target means.
     bool isOfPrompt() const noexcept;
 
+    /// Whether a debug prompt took it.
+    bool isOfDebugPrompt() const noexcept { return moment_ == cmddistributor::Moment::DebugPrompt; }
+
     /// Whether it runs at a pre-emption point of the command beneath it.
     bool isOfPreemption() const noexcept { return moment_ == cmddistributor::Moment::PreemptionPoint; }
 
@@ -92,7 +99,24 @@ class Command {
     bool mustNotSwallow() const noexcept { return mustNotSwallow_; }
     /// From now on no code of the command handles the interrupt, until `setInterruptible`. Engine thread,
     /// with the GIL held.
-    void insist();
+    void insist(TraceFunction& tracing);
+
+    /// Asks the command to stop in the debugger where it is. From any thread.
+    void requestBreak() noexcept { breakRequested_ = true; }
+    bool isBreakRequested() const noexcept { return breakRequested_; }
+    /// Whether it is to stop now; it counts as stopped. Engine thread.
+    bool takeBreak() noexcept { return breakRequested_.exchange(false); }
+
+    /// Whether it is stopped in the debugger. Any thread.
+    bool isStopped() const noexcept { return stops_ > 0; }
+    /// One stop may stand on top of another. Engine thread.
+    void beginStop() noexcept { ++stops_; }
+    void endStop() noexcept { --stops_; }
+
+    /// The innermost frame of Python that the command's own frames are called from, or null: only compared.
+    /// Engine thread.
+    const PyFrameObject* frameBeneath() const noexcept { return frameBeneath_; }
+    void setFrameBeneath(const PyFrameObject* frame) noexcept { frameBeneath_ = frame; }
 
     /// Whether code of the user runs in it, and not code of the engine that an interrupt would damage.
     /// Engine thread.
@@ -105,6 +129,8 @@ class Command {
     const cmddistributor::Moment moment_;
     OutputStreams output_;
     std::atomic<bool> interruptRequested_{false};
+    std::atomic<bool> breakRequested_{false};
+    std::atomic<int> stops_{0};
     // Of the engine thread.
     bool interruptible_ = false;
     std::size_t interruptsTaken_ = 0;
@@ -112,6 +138,7 @@ class Command {
     Clock::time_point lastButOneTaken_;
     bool mustNotSwallow_ = false;
     std::unique_ptr<Insistence> insistence_;
+    const PyFrameObject* frameBeneath_ = nullptr;
 };
 
 /// The identity as Python code and clients see it.

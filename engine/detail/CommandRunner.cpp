@@ -76,8 +76,9 @@ RuntimeException fromDescription(const py::tuple& description, Status status) {
 
 }  // namespace
 
-CommandRunner::CommandRunner(ArrayConversion conversion)
+CommandRunner::CommandRunner(ArrayConversion conversion, DebugControl& debug)
     : conversion_(std::move(conversion)),
+      debug_(debug),
       workspace_(py::module_::import("__main__").attr("__dict__").cast<py::object>().release()),
       compileCommand_(lookUp("yvm._source", "compile_command")),
       remember_(lookUp("yvm._helpers", "remember")),
@@ -88,7 +89,10 @@ CommandRunner::CommandRunner(ArrayConversion conversion)
       runExitFunctions_(lookUp("atexit", "_run_exitfuncs")) {}
 
 Outcome CommandRunner::run(Command& command) {
+    command.setFrameBeneath(PyEval_GetFrame());
+    debug_.commandBegins();
     Outcome outcome = runInThisProcess(command);
+    debug_.commandEnds(command);
     endIfForked(py::none());
     return outcome;
 }
@@ -127,7 +131,7 @@ void CommandRunner::runFile(const std::filesystem::path& file) {
         source.attr("close")();
         const py::object code =
             py::module_::import("builtins").attr("compile")(text, file.string(), "exec", 0, true);
-        execute(code);
+        execute(code, std::nullopt);
         endIfForked(py::none());
     } catch (py::error_already_set& error) {
         const py::object exception = exceptionOf(error);
@@ -150,15 +154,18 @@ void CommandRunner::eval(Command& command, const EvalIIP& iip) {
     if (iip.isUserEval) {
         remember_(text);
     }
-    ++evalCount_;
-    const py::tuple compiled = compileCommand_(text, "<command " + std::to_string(evalCount_) + ">");
+    const py::tuple compiled = compileCommand_(text, takeName(iip.command));
+    const auto scope = debug_.scopeOf(command);
     const UserCode userCode(command);
     if (!compiled[0].is_none()) {
-        execute(compiled[0]);
+        execute(compiled[0], scope);
     }
     if (!compiled[1].is_none()) {
-        const py::object value = execute(compiled[1]);
+        const py::object value = execute(compiled[1], scope);
         if (compiled[2].cast<bool>()) {
+            if (!value.is_none()) {
+                debug_.stopAtOutput(compiled[1]);
+            }
             show(value);
         }
     }
@@ -211,8 +218,30 @@ FEvalResult CommandRunner::convertOutputs(py::handle value, std::uint64_t numOut
     return FEvalResult(std::move(outputs));
 }
 
-py::object CommandRunner::execute(py::handle code) const {
-    PyObject* value = PyEval_EvalCode(code.ptr(), workspace_.ptr(), workspace_.ptr());
+std::string CommandRunner::nameCommand(const std::u16string& text) {
+    auto& name = givenNames_[text];
+    if (name.empty()) {
+        name = newName();
+    }
+    return name;
+}
+
+std::string CommandRunner::takeName(const std::u16string& text) {
+    if (!givenNames_.empty()) {
+        if (const auto given = givenNames_.extract(text)) {
+            return given.mapped();
+        }
+    }
+    return newName();
+}
+
+std::string CommandRunner::newName() {
+    return "<command " + std::to_string(++evalCount_) + ">";
+}
+
+py::object CommandRunner::execute(py::handle code, const std::optional<FrameScope>& scope) const {
+    PyObject* value = PyEval_EvalCode(code.ptr(), scope ? scope->globals().ptr() : workspace_.ptr(),
+                                      scope ? scope->locals().ptr() : workspace_.ptr());
     if (value == nullptr) {
         throw py::error_already_set();
     }
@@ -228,6 +257,9 @@ Outcome CommandRunner::describe(Command& command, py::error_already_set& error) 
         // An interrupt of another command, kept and raised again, or one of the user's own making is an error
         // like any other.
         stopped = command.wasInterrupted() && isInterrupt_(exception).cast<bool>();
+        if (!stopped && !error.matches(PyExc_SystemExit)) {
+            debug_.stopAtError(exception);
+        }
         // One that comes now has been obeyed or is too late: the error must not fall to it.
         command.takeInterrupt();
         const UserCode userCode(command);

@@ -5,12 +5,15 @@
 #include "cmddistributor/RuntimeException.hpp"
 #include "engine/detail/ArrayConversion.hpp"
 #include "engine/detail/Command.hpp"
+#include "engine/detail/DebugControl.hpp"
 
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <variant>
 
 namespace yvm::engine {
@@ -25,11 +28,15 @@ struct Outcome {
 /// the GIL held.
 class CommandRunner {
   public:
-    /// The engine's Python side must be importable. What is looked up here lives as long as the process.
-    explicit CommandRunner(ArrayConversion conversion);
+    /// The engine's Python side must be importable. What is looked up here lives as long as the process, and
+    /// so does `debug`.
+    CommandRunner(ArrayConversion conversion, DebugControl& debug);
 
     /// Never throws for a failure of the command, SystemExit among them.
     Outcome run(Command& command);
+
+    /// The file name of the next command with exactly this text.
+    std::string nameCommand(const std::u16string& text);
 
     /// Runs a file in the workspace. Throws RuntimeException when it raises or cannot be read.
     void runFile(const std::filesystem::path& file);
@@ -46,7 +53,10 @@ class CommandRunner {
     void eval(Command& command, const cmddistributor::EvalIIP& iip);
     cmddistributor::FEvalResult feval(Command& command, const cmddistributor::FEvalIIP& iip);
     cmddistributor::FEvalResult convertOutputs(pybind11::handle value, std::uint64_t numOutputs) const;
-    pybind11::object execute(pybind11::handle code) const;
+    std::string takeName(const std::u16string& text);
+    std::string newName();
+    /// In the workspace, unless there is a scope.
+    pybind11::object execute(pybind11::handle code, const std::optional<FrameScope>& scope) const;
     /// Displays the value of a last bare expression.
     static void show(pybind11::handle value);
     Outcome describe(Command& command, pybind11::error_already_set& error) const;
@@ -56,6 +66,7 @@ class CommandRunner {
         pybind11::handle exception, ylutil::cmddistributor::inExecutionStatus status) const;
 
     const ArrayConversion conversion_;
+    DebugControl& debug_;
     // Handles that own their reference for the life of the process: it outlives this object, and to give
     // them back would take the GIL at a time when nobody may have it any more.
     pybind11::handle workspace_;
@@ -67,6 +78,8 @@ class CommandRunner {
     pybind11::handle isInterrupt_;
     pybind11::handle runExitFunctions_;
     std::uint64_t evalCount_ = 0;
+    /// Of texts that were given a name before they run.
+    std::unordered_map<std::u16string, std::string> givenNames_;
 };
 
 }  // namespace yvm::engine

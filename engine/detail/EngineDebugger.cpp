@@ -2,6 +2,10 @@
 
 #include "cmddistributor/RuntimeException.hpp"
 
+#include <optional>
+#include <utility>
+#include <variant>
+
 namespace yvm::engine {
 
 using cmddistributor::RuntimeException;
@@ -9,24 +13,82 @@ using ylutil::debugger::Breakpoint;
 
 namespace {
 
-void refuse(ylutil::debugger::OperationCompletion& completion) {
-    completion.fail(std::make_exception_ptr(
-        RuntimeException(RuntimeException::Status::Unclassified,
-                         std::string("This engine does not stop at breakpoints."), "yvm:noDebugger")));
+std::exception_ptr shutDown() {
+    return std::make_exception_ptr(RuntimeException(RuntimeException::Status::ShuttingDown,
+                                                    std::string("The engine shut down."), "yvm:shutDown"));
 }
 
 }  // namespace
 
-void EngineDebugger::setImpl(Breakpoint /*breakpoint*/, Completion completion) {
-    refuse(*completion);
+bool EngineDebugger::hasChanges() const {
+    const std::lock_guard lock(mutex_);
+    return !pending_.empty();
 }
 
-void EngineDebugger::clearImpl(Breakpoint /*breakpoint*/, Completion completion) {
-    refuse(*completion);
+void EngineDebugger::carryOut(const std::function<void(const Change&)>& change) {
+    // Only those that have come by now, so that whoever sends one after the other holds nobody up.
+    std::deque<Pending> pending;
+    {
+        const std::lock_guard lock(mutex_);
+        pending.swap(pending_);
+    }
+    for (auto& [next, completion] : pending) {
+        try {
+            change(next);
+            completion->succeed();
+        } catch (const std::exception&) {
+            completion->fail(std::current_exception());
+        }
+    }
+}
+
+void EngineDebugger::close() {
+    std::deque<Pending> pending;
+    {
+        const std::lock_guard lock(mutex_);
+        closed_ = true;
+        pending.swap(pending_);
+    }
+    for (auto& operation : pending) {
+        operation.completion->fail(shutDown());
+    }
+}
+
+void EngineDebugger::setImpl(Breakpoint breakpoint, Completion completion) {
+    submit(
+        [breakpoint = std::move(breakpoint)](BreakpointTable& table) {
+            std::visit([&table](const auto& value) { table.set(value); }, breakpoint);
+            return true;
+        },
+        std::move(completion));
+}
+
+void EngineDebugger::clearImpl(Breakpoint breakpoint, Completion completion) {
+    submit(
+        [breakpoint = std::move(breakpoint)](BreakpointTable& table) {
+            return std::visit([&table](const auto& value) { return table.clear(value); }, breakpoint);
+        },
+        std::move(completion));
 }
 
 void EngineDebugger::clearAllImpl(Completion completion) {
-    refuse(*completion);
+    submit([](BreakpointTable& table) { return table.clearAll(); }, std::move(completion));
+}
+
+void EngineDebugger::submit(Change change, Completion completion) {
+    bool isClosed = false;
+    {
+        const std::lock_guard lock(mutex_);
+        isClosed = closed_;
+        if (!isClosed) {
+            pending_.push_back({std::move(change), completion});
+        }
+    }
+    if (isClosed) {
+        completion->fail(shutDown());
+    } else {
+        announce_();
+    }
 }
 
 }  // namespace yvm::engine

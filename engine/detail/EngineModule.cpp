@@ -1,6 +1,7 @@
 #include "engine/detail/EngineModule.hpp"
 
 #include "engine/detail/Command.hpp"
+#include "engine/detail/DebugControl.hpp"
 #include "engine/detail/EngineThread.hpp"
 #include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/Gil.hpp"
@@ -11,13 +12,16 @@
 #include <pybind11/stl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace yvm::engine {
@@ -99,6 +103,38 @@ void addOutputFile(py::module_& module, EngineOutput& output, StreamTypeEnum str
     module.attr(flush) = py::reinterpret_steal<py::object>(PyCFunction_New(&flushDefinition, file.ptr()));
 }
 
+py::list listBreakpoints(const BreakpointTable::Entries& entries) {
+    static constexpr std::array<const char*, 5> types{"ERROR", "WARNING", "CAUGHT_ERROR", "NAN_INF",
+                                                      "UNSUPPRESSED_OUTPUT"};
+    py::list result;
+    for (const auto& entry : entries) {
+        py::dict item;
+        if (const auto* global = std::get_if<YorWorks::lxe::GlobalBreakpoint>(&entry.breakpoint)) {
+            item["type"] = types.at(static_cast<std::size_t>(global->condition()));
+            if (global->messageId()) {
+                item["message_id"] = *global->messageId();
+            }
+        } else {
+            const auto& line = std::get<YorWorks::lxe::LineBreakpoint>(entry.breakpoint);
+            item["file"] = toPythonText(line.fileName());
+            if (line.location() && line.location()->localFunction()) {
+                item["function"] = *line.location()->localFunction();
+            }
+            if (line.location() && line.location()->anonymousIndex()) {
+                item["anonymous_index"] = *line.location()->anonymousIndex();
+            }
+            if (entry.lineNumber) {
+                item["line"] = *entry.lineNumber;
+            }
+            if (line.expression()) {
+                item["condition"] = toPythonText(*line.expression());
+            }
+        }
+        result.append(item);
+    }
+    return result;
+}
+
 /// What is due at the end of a thread of the user, which began in the process `beginner` and ended with
 /// `exception` or None.
 void endThread(const OutputStreams& output, pid_t beginner, const py::object& exception) {
@@ -133,6 +169,38 @@ py::object runThread(EngineThread& engine, const std::shared_ptr<Command>& comma
         endThread(output, beginner, error.value());
         return py::none();
     }
+}
+
+/// The engine's debugger, behind `yvm.debug`.
+void addDebugger(py::module_& module, DebugControl& control) {
+    using Action = DebugPrompt::Action;
+    using Condition = BreakpointTable::Condition;
+    module.def("debug_leave", [&control](const std::string& action) {
+        static const std::map<std::string, Action> actions{{"resume", Action::Resume},
+                                                           {"step", Action::Step},
+                                                           {"step_in", Action::StepIn},
+                                                           {"step_out", Action::StepOut},
+                                                           {"quit", Action::Quit}};
+        control.leave(actions.at(action));
+    });
+    module.def("debug_select", [&control](int outwards) { control.select(outwards); });
+    // The frames, outermost first, and the index of the selected one.
+    module.def("debug_stack", [&control] {
+        const DebugPrompt& prompt = control.prompt();
+        py::list frames;
+        for (const auto& frame : prompt.frames()) {
+            frames.append(py::make_tuple(frame.frame, frame.code, frame.line));
+        }
+        return py::make_tuple(frames, prompt.selected());
+    });
+    module.def("debug_breakpoints", [&control] { return listBreakpoints(control.breakpoints().entries()); });
+    module.def("debug_stop_here", [&control] { control.stopHere(); });
+    module.def("debug_stop_at",
+               [&control](const std::string& condition, const std::vector<std::string>& identifiers,
+                          const py::str& message) {
+                   control.stopAtCondition(condition == "warning" ? Condition::Warning : Condition::NanInf,
+                                           identifiers, message);
+               });
 }
 
 }  // namespace
@@ -206,6 +274,9 @@ void createEngineModule(EngineThread& engine) {
     });
     module.def("after_fork_in_child", &ForkedChild::restoreSignals);
 
+    addDebugger(module, engine.debugControl());
+    module.def("name_command", [&engine](const py::str& text) { return engine.nameCommand(toUtf16(text)); });
+
     module.def("on_interrupt_signal",
                [&engine](const py::object&, const py::object& frame) { engine.onInterruptSignal(frame); });
     module.def("on_preemption_signal",
@@ -232,6 +303,10 @@ void raiseEndOfInput(const char* reason) {
 
 void setInterrupt() noexcept {
     PyErr_SetString(interruptType, "the command was interrupted");
+}
+
+bool isInterrupt(const py::error_already_set& error) {
+    return error.matches(interruptType);
 }
 
 void raiseInterrupt() {

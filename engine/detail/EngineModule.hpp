@@ -15,6 +15,7 @@ void createEngineModule(EngineThread& engine);
 [[noreturn]] void raiseInterrupt();
 /// The same for callers in C: sets it as Python's current error.
 void setInterrupt() noexcept;
+bool isInterrupt(const pybind11::error_already_set& error);
 
 /// Raises Python's EOFError. With the GIL held.
 [[noreturn]] void raiseEndOfInput(const char* reason);

@@ -8,6 +8,7 @@
 #include "engine/detail/ImportFrames.hpp"
 #include "engine/detail/Interpreter.hpp"
 #include "engine/detail/PythonText.hpp"
+#include "fl/i18n/ustring.hpp"
 #include "services/prompt/InputRequestEvent.hpp"
 #include "ylutil/io/PrintableErrorEvent.hpp"
 
@@ -165,6 +166,11 @@ EngineThread::EngineThread(const ConsoleBuffer::Console& console, std::shared_pt
       events_(output_),
       prompt_(events_),
       inputs_([this] { wake(); }),
+      debugControl_(*this, events_),
+      debugger_(std::make_shared<EngineDebugger>([this] {
+          requestPreemption();
+          wake();
+      })),
       queue_(cmddistributor::CommandQueue::create(*this, std::move(commandEnded))) {}
 
 EngineThread::~EngineThread() = default;
@@ -196,6 +202,10 @@ void EngineThread::run(const std::optional<std::filesystem::path>& venv,
         repeater_.reset();
         output_.pending().stop();
     }
+    {
+        const WithoutGil released;
+        debugger_->close();
+    }
     runner_->runExitFunctions();
     {
         const WithoutGil released;
@@ -211,7 +221,8 @@ void EngineThread::startPython(const std::optional<std::filesystem::path>& venv,
     thread_ = pthread_self();
     startInterpreter(*this, venv);
     output_.pending().start();
-    runner_ = std::make_unique<CommandRunner>(ArrayConversion(releases_));
+    debugControl_.attach();
+    runner_ = std::make_unique<CommandRunner>(ArrayConversion(releases_), debugControl_);
     if (startupFile) {
         try {
             runner_->runFile(*startupFile);
@@ -241,14 +252,33 @@ void EngineThread::interruptAll() {
 void EngineThread::interruptPrompt() {
     {
         const std::lock_guard lock(framesMutex_);
-        const auto frame = std::find_if(frames_.rbegin(), frames_.rend(),
-                                        [](const auto& candidate) { return candidate->isOfPrompt(); });
-        if (frame == frames_.rend()) {
+        auto* const command = interactiveCommandLocked();
+        if (command == nullptr) {
             return;
         }
-        requestInterruptLocked(**frame);
+        requestInterruptLocked(*command);
     }
     wake();
+}
+
+void EngineThread::breakInDebugger() {
+    {
+        const std::lock_guard lock(framesMutex_);
+        auto* const command = interactiveCommandLocked();
+        if (command == nullptr || command->isStopped()) {
+            return;
+        }
+        command->requestBreak();
+    }
+    requestPreemption();
+    wake();
+}
+
+Command* EngineThread::interactiveCommandLocked() const {
+    const auto frame = std::find_if(frames_.rbegin(), frames_.rend(), [](const auto& candidate) {
+        return candidate->isOfPrompt() || candidate->isStopped();
+    });
+    return frame != frames_.rend() ? frame->get() : nullptr;
 }
 
 void EngineThread::requestInterruptLocked(Command& command) {
@@ -369,7 +399,7 @@ void EngineThread::raiseDueInterrupt() {
         return;
     }
     if (frames_.back()->mustNotSwallow()) {
-        frames_.back()->insist();
+        frames_.back()->insist(debugControl_.tracing());
     }
     raiseInterrupt();
 }
@@ -405,6 +435,10 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
         preemptionRequested_ = false;
         stopRepeatingLocked();
     }
+    {
+        const WithoutGil released;
+        serveDebugger();
+    }
     const auto depth = std::count_if(frames_.begin(), frames_.end(),
                                      [](const auto& command) { return command->isOfPreemption(); });
     // At the limit nothing is lost: the level beneath takes what still waits when this one has ended.
@@ -437,6 +471,10 @@ void EngineThread::serve(Moment moment, Deadline deadline) {
 template <typename IsOver>
 void EngineThread::serveUntil(Moment moment, const Deadline& deadline, const IsOver& isOver) {
     while (!isOver()) {
+        serveDebugger();
+        if (isOver()) {
+            return;
+        }
         if (const auto command = takeNext(moment)) {
             runCommand(command);
         } else if (moment == Moment::Boot) {
@@ -448,6 +486,53 @@ void EngineThread::serveUntil(Moment moment, const Deadline& deadline, const IsO
             waitForWork(deadline);
         }
     }
+}
+
+void EngineThread::serveDebugger() {
+    if (debugger_->hasChanges()) {
+        debugger_->carryOut([this](const EngineDebugger::Change& change) {
+            const WithGil gil;
+            debugControl_.changeBreakpoints(change);
+        });
+    }
+    // Code of the engine goes on until it has come back to that of the user.
+    if (!frames_.empty() && frames_.back()->isInterruptible() && frames_.back()->takeBreak()) {
+        const WithGil gil;
+        debugControl_.breakIn(PyEval_GetFrame());
+    }
+}
+
+void EngineThread::showStop(Command& command, const std::vector<cmddistributor::StackFrame>& frames,
+                            const std::u16string& message) {
+    if (!command.runOptions().getSuppressDebugControlOutput() && !frames.empty()) {
+        const auto& place = frames.back();
+        std::string text = "> " + place.fileName + "(" + std::to_string(place.lineNumber) + ")" +
+                           place.functionName + "()\n";
+        if (!place.sourceLine.empty()) {
+            text += "-> " + place.sourceLine + "\n";
+        }
+        std::u16string shown = fl::i18n::to_ustring(text);
+        if (!message.empty()) {
+            shown += message + u"\n";
+        }
+        command.output().write(OutputStreams::Stream::Output, shown);
+    }
+    command.output().synchroniseAll();
+}
+
+void EngineThread::serveDebugPrompt(const DebugPrompt& prompt) {
+    Command& command = *prompt.command();
+    command.beginStop();
+    {
+        const Prompt::Stay stay(prompt_, Prompt::State::debug);
+        serveUntil(Moment::DebugPrompt, std::nullopt, [&] {
+            return stopping_ || prompt.action() != DebugPrompt::Action::Stay ||
+                   command.isInterruptRequested();
+        });
+    }
+    command.endStop();
+    // Whoever breaks in now means the command that goes on, and who did so before has his stop.
+    command.takeBreak();
 }
 
 bool EngineThread::isEngineThread() const noexcept {
@@ -578,9 +663,13 @@ Outcome EngineThread::runInPython(Command& command) {
 void EngineThread::popFrame() {
     const std::lock_guard lock(framesMutex_);
     frames_.pop_back();
+    // Their signals came while the command above it ran.
     if (!frames_.empty() && frames_.back()->isInterruptRequested()) {
-        // Its signal came while the command above it ran.
         sendLocked(interruptSignal());
+    }
+    if (!frames_.empty() && frames_.back()->isBreakRequested()) {
+        preemptionRequested_ = true;
+        sendLocked(preemptionSignal());
     }
 }
 

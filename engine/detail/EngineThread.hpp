@@ -3,6 +3,8 @@
 #include "cmddistributor/CommandQueue.hpp"
 #include "engine/detail/Command.hpp"
 #include "engine/detail/CommandRunner.hpp"
+#include "engine/detail/DebugControl.hpp"
+#include "engine/detail/EngineDebugger.hpp"
 #include "engine/detail/EngineEvents.hpp"
 #include "engine/detail/EngineOutput.hpp"
 #include "engine/detail/InputRequests.hpp"
@@ -44,7 +46,7 @@ namespace yvm::engine {
 /// `framesMutex_` is a leaf: nothing is called, and the GIL not taken, with it held. So it may be taken with
 /// the GIL held.
 /// Completions run without GIL and locks.
-class EngineThread final : public cmddistributor::EngineSignals, public OutputHost {
+class EngineThread final : public cmddistributor::EngineSignals, public OutputHost, public DebugHost {
   public:
     using IDType = cmddistributor::CmdDistributor::IDType;
     using Moment = cmddistributor::Moment;
@@ -59,6 +61,7 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     EngineOutput& output() noexcept { return output_; }
     const Prompt& prompt() const noexcept { return prompt_; }
     InputRequests& inputs() noexcept { return inputs_; }
+    const std::shared_ptr<EngineDebugger>& debugger() const noexcept { return debugger_; }
 
     /// The body of the thread. Reports to `ready` when commands can run, or why they never will, and to
     /// `ended` at its end, from where on the GIL is held for good.
@@ -72,8 +75,11 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     void interruptAll();
     /// Interrupts the innermost command that a prompt took; without one does nothing. Any thread.
     void interruptPrompt();
+    /// Stops the innermost command that a prompt took in the debugger, where it is; does nothing without one,
+    /// and where that one is stopped already. Any thread.
+    void breakInDebugger();
 
-    // From the queue, on any thread; `wake` also from the output.
+    // From the queue, on any thread; `wake` also from the output and the debugger.
     void wake() override;
     void requestPreemption() override;
     void interrupt(const IDType& id) override;
@@ -85,7 +91,17 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     void raiseInterruptOfWriter() override;
     EngineEvents& events() noexcept override { return events_; }
 
+    // From the debugger.
+    void showStop(Command& command, const std::vector<cmddistributor::StackFrame>& frames,
+                  const std::u16string& message) override;
+    void serveDebugPrompt(const DebugPrompt& prompt) override;
+    /// Raises the interrupt of the innermost command if one is due.
+    void raiseDueInterrupt() override;
+
     // From Python, with the GIL held.
+    DebugControl& debugControl() noexcept { return debugControl_; }
+    /// See `CommandRunner`.
+    std::string nameCommand(const std::u16string& text) { return runner_->nameCommand(text); }
     /// Serves commands for that long. Throws `std::runtime_error` off the engine thread, and Python's
     /// exception when the command is interrupted.
     void pause(double seconds);
@@ -126,9 +142,12 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     void popFrame();
     /// The answer to a request that was fired, empty when something else ended the wait. Without the GIL.
     std::optional<InputRequests::Answer> serveUntilAnswered(const InputRequests::Wait& wait);
-    /// Raises the interrupt of the innermost command if one is due.
-    void raiseDueInterrupt();
     void requestInterruptLocked(Command& command);
+    /// Carries out what clients want of breakpoints, and stops the innermost command if somebody breaks into
+    /// it. Without the GIL.
+    void serveDebugger();
+    /// The innermost command that a prompt took or that is stopped; null when there is none.
+    Command* interactiveCommandLocked() const;
     void sendLocked(int signalNumber);
     void stopRepeatingLocked();
     /// Before a wait for commands: what a signal that has not reached its handler stands for is done, or the
@@ -141,6 +160,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     EngineEvents events_;
     Prompt prompt_;
     InputRequests inputs_;
+    DebugControl debugControl_;
+    const std::shared_ptr<EngineDebugger> debugger_;
     const boost::shared_ptr<cmddistributor::CommandQueue> queue_;
 
     std::unique_ptr<CommandRunner> runner_;  // engine thread; made when Python has started

@@ -26,7 +26,10 @@ void Prompt::enter(State state) {
 }
 
 Prompt::Stay::Stay(Prompt& prompt, State state)
-    : prompt_(prompt), counts_(CommandScope::current() != nullptr && CommandScope::current()->isOfPrompt()) {
+    : prompt_(prompt),
+      before_(prompt.state_),
+      counts_(state == State::debug ||
+              (CommandScope::current() != nullptr && CommandScope::current()->isOfPrompt())) {
     if (counts_) {
         prompt_.enter(state);
     }
@@ -34,7 +37,7 @@ Prompt::Stay::Stay(Prompt& prompt, State state)
 
 Prompt::Stay::~Stay() {
     if (counts_) {
-        prompt_.enter(State::busy);
+        prompt_.enter(before_);
     }
 }
 

@@ -31,7 +31,7 @@ class Prompt {
     /// While it lasts, the command that the thread works for waits, of its own will or stopped by others.
     class Stay {
       public:
-        /// A command that no prompt took leaves the state as it is.
+        /// A command that no prompt took leaves the state as it is, unless it stops in the debugger.
         Stay(Prompt& prompt, State state);
         ~Stay();
         Stay(const Stay&) = delete;
@@ -39,6 +39,7 @@ class Prompt {
 
       private:
         Prompt& prompt_;
+        const State before_;
         const bool counts_;
     };
 

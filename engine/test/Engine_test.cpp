@@ -266,7 +266,7 @@ TEST_F(EngineTest, NamesAreInspectedAndCompletedWithoutRunningCodeOfTheUser) {
 }
 
 TEST_F(EngineTest, HelpersThatAreNotBuiltDoNotExist) {
-    for (const char* name : {"yvm.progress", "yvm.display", "yvm.debug.resume"}) {
+    for (const char* name : {"yvm.progress", "yvm.display"}) {
         EXPECT_EQ(submitFeval(name, {}).error().GetID(), "NameError") << name;
     }
 }

@@ -3,6 +3,7 @@
 Every function here can also be called by clients, by its dotted name.
 """
 
+from yvm import debug
 from yvm._display import more
 from yvm._helpers import clc, complete, history, home, inspect, pause, queue, reset, state, who
 from yvm._input import answer
@@ -12,6 +13,7 @@ __all__ = [
     "answer",
     "clc",
     "complete",
+    "debug",
     "history",
     "home",
     "input",

@@ -75,6 +75,17 @@ def who():
     return [_describe_variable(name, value) for name, value in sorted(_variables().items())]
 
 
+def describe_values(values):
+    """As `who`, for the variables of a frame (None: of the workspace), each with its `text`."""
+    names = _variables() if values is None else values
+    return [
+        {**_describe_variable(name, value), "text": _representation(value)}
+        for name, value in sorted(names.items())
+        if not isinstance(value, types.ModuleType)
+        and not (name.startswith("__") and name.endswith("__"))
+    ]
+
+
 def reset():
     """Removes all names from the workspace, and returns how many there were."""
     names = list(_variables(hidden=True))

@@ -23,9 +23,10 @@ _kept_names = collections.deque()
 
 def remember_lines(text, filename):
     """Lets tracebacks quote the lines of a source that is in no file."""
+    if filename not in linecache.cache:
+        _kept_names.append(filename)
     # Without a modification time the entry survives `linecache.checkcache`.
     linecache.cache[filename] = (len(text), None, _lines(text), filename)
-    _kept_names.append(filename)
     if len(_kept_names) > KEPT_SOURCES:
         linecache.cache.pop(_kept_names.popleft(), None)
 

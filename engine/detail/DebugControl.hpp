@@ -1,0 +1,167 @@
+#pragma once
+
+#include "engine/detail/BreakpointTable.hpp"
+#include "engine/detail/DebugPrompt.hpp"
+#include "engine/detail/EngineEvents.hpp"
+#include "engine/detail/TraceFunction.hpp"
+#include "yvm/DebuggerStoppedEvent.hpp"
+
+#include <pybind11/pybind11.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace yvm::engine {
+
+/// What the engine's thread does for its debugger.
+class DebugHost {
+  public:
+    virtual ~DebugHost() = default;
+
+    /// Any thread.
+    virtual bool isEngineThread() const noexcept = 0;
+    /// Writes to the command's output where it has stopped, unless its options suppress that, and brings out
+    /// what it wrote before. Without the GIL.
+    virtual void showStop(Command& command, const std::vector<cmddistributor::StackFrame>& frames,
+                          const std::u16string& message) = 0;
+    /// Runs the commands of a debug prompt until the stop is over: by an action, or as the stopped command is
+    /// to be interrupted or the engine stops. Without the GIL.
+    virtual void serveDebugPrompt(const DebugPrompt& prompt) = 0;
+    /// Lets that look again at its prompt. Any thread.
+    virtual void wake() = 0;
+    /// Raises the interrupt of the running command if one is due, as `pybind11::error_already_set`.
+    virtual void raiseDueInterrupt() = 0;
+};
+
+/// The place where a command of a debug prompt is evaluated. What it changes among the local variables is in
+/// the frame when this ends.
+class FrameScope {
+  public:
+    explicit FrameScope(pybind11::object frame);
+    ~FrameScope();
+    FrameScope(FrameScope&&) noexcept = default;
+    FrameScope& operator=(FrameScope&&) = delete;
+
+    const pybind11::object& globals() const noexcept { return globals_; }
+    const pybind11::object& locals() const noexcept { return locals_; }
+
+  private:
+    pybind11::object frame_;  ///< null when moved from
+    pybind11::object globals_;
+    pybind11::object locals_;
+};
+
+/// Decides where commands stop, and keeps them there.
+///
+/// A command stops at a breakpoint, at the end of a step, or when somebody breaks into it. The engine's
+/// thread then stays where it is, inside the trace function or whatever noticed, and serves commands in the
+/// frame that is selected. Such a command may stop in its turn. Only commands with the capability "debugger"
+/// stop, and no code of other threads does.
+///
+/// A line is stopped at as `bdb` would. A step that comes to the end of its frame stops on the next line,
+/// wherever that is, and not at the return itself. A step ends with its command.
+///
+/// On the engine thread with the GIL held.
+class DebugControl final : public TraceFunction::Client {
+  public:
+    using Action = DebugPrompt::Action;
+    using Condition = BreakpointTable::Condition;
+    using Reason = DebuggerStoppedEvent::Reason;
+
+    /// Stops one above the other; beyond, nothing stops.
+    static constexpr std::size_t maxLevels = 8;
+
+    DebugControl(DebugHost& host, EngineEvents& events);
+
+    /// Once, when Python has started.
+    void attach();
+    TraceFunction& tracing() noexcept { return tracing_; }
+    const BreakpointTable& breakpoints() const noexcept { return breakpoints_; }
+
+    /// Changes the table, arms what it needs, and tells of it. What `change` throws leaves the table as it
+    /// was. False from `change` says that there is nothing to tell.
+    void changeBreakpoints(const std::function<bool(BreakpointTable&)>& change);
+
+    void commandBegins();
+    void commandEnds(const Command& command);
+
+    /// Where a command of a debug prompt is evaluated; empty for others, and where the place has no frame.
+    std::optional<FrameScope> scopeOf(const Command& command) const;
+
+    // What may stop the command that runs. They return when it is to go on, or to be interrupted: that one is
+    // still due.
+
+    /// Somebody breaks into it. `frame` is its innermost one, maybe null.
+    void breakIn(PyFrameObject* frame);
+    /// An exception has left the outermost frame of the command.
+    void stopAtError(pybind11::handle exception);
+    /// The value of an expression is about to be displayed; `code` is that of the expression. Raises the
+    /// interrupt that ended the stop.
+    void stopAtOutput(pybind11::handle code);
+
+    // From Python code.
+    /// A condition has arisen in the code that calls.
+    void stopAtCondition(Condition condition, const std::vector<std::string>& identifiers,
+                         const pybind11::str& message);
+    /// Throw `std::runtime_error` when nothing is stopped, or the running command may not use the debugger.
+    void leave(Action action);
+    /// Selects the frame that many further out, or in when negative, as far as there are frames.
+    void select(int outwards);
+    /// Of the innermost prompt.
+    const DebugPrompt& prompt() const;
+    /// Stops the command that calls.
+    void stopHere();
+
+    bool isOfInterest(PyCodeObject* code) noexcept override;
+    int onTrace(PyFrameObject* frame, int event, PyObject* argument) noexcept override;
+
+  private:
+    using Frames = std::vector<DebugPrompt::Frame>;
+
+    struct Step {
+        std::shared_ptr<Command> command;
+        /// The frame whose next line ends the step; none for any line.
+        pybind11::object frame;
+    };
+
+    /// Keeps code that the debugger itself runs from being stopped.
+    class OwnWork;
+
+    bool mayStop() const;
+    static void checkCapability();
+
+    // True when the command has been stopped.
+    bool onCall(PyFrameObject* frame);
+    bool onLine(PyFrameObject* frame);
+    void onReturn(PyFrameObject* frame, PyObject* value);
+    bool onException(PyFrameObject* frame, PyObject* exception);
+
+    static bool entersFile(PyFrameObject* frame, const pybind11::object& code);
+    /// Whether one of them holds; `message` tells of conditions that fail.
+    bool holds(const PlacedBreakpoints& breakpoints, PyFrameObject* frame, std::u16string& message);
+    bool holds(const PlacedBreakpoint& breakpoint, PyFrameObject* frame, std::u16string& message);
+
+    static Frames framesFrom(PyFrameObject* innermost);
+    static Frames framesOf(pybind11::handle traceback);
+    std::vector<cmddistributor::StackFrame> describe(const Frames& frames) const;
+
+    void stop(Reason reason, Frames frames, std::u16string message = {});
+    void beginStep(const DebugPrompt& prompt);
+    void updateNeed();
+    void updateConditions();
+
+    DebugHost& host_;
+    EngineEvents& events_;
+    BreakpointTable breakpoints_;
+    TraceFunction tracing_;
+    std::vector<DebugPrompt*> prompts_;  ///< innermost last
+    std::optional<Step> step_;
+    /// The frame of a call whose first line is still to come, only compared.
+    const PyFrameObject* entered_ = nullptr;
+    int ownWork_ = 0;
+};
+
+}  // namespace yvm::engine
