@@ -30,6 +30,12 @@ class Installation {
   public:
     Installation() : root_(fs::temp_directory_path() / ("converters_test." + std::to_string(::getpid()))) {
         fs::create_directories(module().parent_path());
+        // The shared libraries that the module looks for below its own root.
+        for (const auto& file : fs::directory_iterator(builtRoot_ / "bin")) {
+            if (file.path().extension() == ".so") {
+                fs::create_symlink(file.path(), root_ / "bin" / file.path().filename());
+            }
+        }
         fl::filesystem::setInstallationRoot(root_);
     }
     ~Installation() {
