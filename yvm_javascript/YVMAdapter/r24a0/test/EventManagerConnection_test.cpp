@@ -473,10 +473,22 @@ class EventAndTextTest : public EventManagerConnectionTest {
     const std::shared_ptr<YVMSink> sink = YVMSink::create("/yvm/a", engine, service);
 };
 
-TEST_F(EventAndTextTest, TextLeavesBeforeAnEventOfTheFlushSet) {
-    write(u"before");
-    fireNamed(u"ylutil::prompt::PromptEvent");
-    EXPECT_EQ(channels(), (std::vector<std::string>{"/yvm/a/yvmSinks/output", "/yvm/a/event/fireEvent"}));
+TEST_F(EventAndTextTest, TextLeavesBeforeEachEventOfTheFlushSet) {
+    for (const std::string name :
+         {"iqm::IqmInputRequestEvent", "yorlab::lang::correction::SuggestionEvent",
+          "ylutil::io::PrintableErrorEvent", "ylutil::io::SinkTextEvent", "ylutil::io::StructuredOutputEvent",
+          "ylutil::prompt::PromptEvent", "services::io::CLCEvent", "services::io::HomeEvent",
+          "services::prompt::InputRequestEvent"}) {
+        if (name != promptEvent) {
+            registerConverter(name, [](const BaseEvent&) { return JsonObject(); });
+            subscribe(name, name);
+        }
+        service->clearPublications();
+        write(u"before");
+        fireNamed({name.begin(), name.end()});
+        EXPECT_EQ(channels(), (std::vector<std::string>{"/yvm/a/yvmSinks/output", "/yvm/a/event/fireEvent"}))
+            << name;
+    }
 }
 
 TEST_F(EventAndTextTest, AnotherEventOvertakesText) {
