@@ -13,7 +13,6 @@ const api = new AsyncApi();
 
 /** What the engine has no occasion for yet. */
 const neverFired = [
-    "SinkTextEvent",
     "StructuredOutputEvent",
     "ProgressEvent",
     "WorkspaceEvent",
