@@ -240,15 +240,25 @@ describe("the frames of a stop", () => {
             function: "yvm.debug.breakpoints",
             runOptions: { dequeueMode: "DEQUEUE_AT_PPE" },
         });
-        const location = record({ lineNumber: int(3) });
         answer({
             result: [
-                list([record({ fileName: "a.py", location, lineNumber: int(4) }), record({ type: "ERROR" })]),
+                list([
+                    record({ file: "a.py", line: int(4), condition: "x > 1" }),
+                    record({ file: "a.py", line: int(4), anonymous_index: int(1) }),
+                    record({ file: "a.py", function: "f" }),
+                    record({ file: "a.py" }),
+                    record({ type: "ERROR", message_id: "ValueError" }),
+                    record({ type: "WARNING" }),
+                ]),
             ],
         });
         expect(await told).toEqual([
-            { fileName: "a.py", location: { lineNumber: 3 }, lineNumber: 4 },
-            { type: "ERROR" },
+            { fileName: "a.py", location: { lineNumber: 4 }, lineNumber: 4, expression: "x > 1" },
+            { fileName: "a.py", location: { lineNumber: 4, anonymousIndex: 1 }, lineNumber: 4 },
+            { fileName: "a.py", location: { localFunction: "f" } },
+            { fileName: "a.py" },
+            { type: "ERROR", messageId: "ValueError" },
+            { type: "WARNING" },
         ]);
     });
 });

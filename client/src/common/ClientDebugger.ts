@@ -140,10 +140,9 @@ export class ClientDebugger {
         return readLocals(await this.#query("locals", options, atOnce));
     }
 
-    /** All breakpoints that there are, of whichever client. */
+    /** All breakpoints that there are, of whichever client; those on a line by the one where they stand. */
     async breakpoints(options: AbortOptions = {}): Promise<Breakpoints["breakpoints"]> {
-        const breakpoints = await this.#query("breakpoints", options, atOnce);
-        return readBreakpoints({ breakpoints }, "result").breakpoints;
+        return readListing(await this.#query("breakpoints", options, atOnce));
     }
 
     /** Evaluates a command in the selected frame, whose variables it can see and change. */
@@ -221,4 +220,30 @@ function readLocals(value: unknown): DebugVariable[] {
             text: asString(variable["text"], `${path}.text`),
         };
     });
+}
+
+/** The engine's own listing, in the words of Python, which the events spell as requests do. */
+function readListing(value: unknown): Breakpoints["breakpoints"] {
+    const breakpoints = asArray(value, "breakpoints").map((item, index) => {
+        const entry = asObject(item, `breakpoints[${String(index)}]`);
+        const {
+            type,
+            message_id: messageId,
+            file: fileName,
+            line: lineNumber,
+            condition: expression,
+        } = entry;
+        const { function: localFunction, anonymous_index: anonymousIndex } = entry;
+        if (type !== undefined) {
+            return { type, messageId };
+        }
+        const location =
+            localFunction !== undefined
+                ? { localFunction }
+                : lineNumber !== undefined
+                  ? { lineNumber, anonymousIndex }
+                  : undefined;
+        return { fileName, location, expression, lineNumber };
+    });
+    return readBreakpoints({ breakpoints }, "result").breakpoints;
 }
