@@ -12,14 +12,9 @@ import { StockClient, type Data } from "./StockClient.js";
 const api = new AsyncApi();
 
 /** What the engine has no occasion for yet. */
-const neverFired = [
-    "StructuredOutputEvent",
-    "ProgressEvent",
-    "WorkspaceEvent",
-    "DebuggerStoppedEvent",
-    "DebuggerResumedEvent",
-    "BreakpointsChangedEvent",
-].map((event) => `fireEvent ${event}`);
+const neverFired = ["StructuredOutputEvent", "ProgressEvent", "WorkspaceEvent"].map(
+    (event) => `fireEvent ${event}`,
+);
 
 /** Whatever passed in the session, and the names of the events by the identifiers of their subscriptions. */
 let passed: Passed[];
@@ -100,14 +95,31 @@ async function session(server: ServerProcess): Promise<Passed[]> {
     await request("cancelGroup", { requestID: "c3", requestGroupNametoCancel: "group" });
     await request("interrupt", { requestID: "i" });
 
-    // The debugger.
+    // The debugger: breakpoints, and a stop.
     const breakpoint = { fileName: "no-such-file.py", location: { lineNumber: 1 } };
     await request("setGlobalBreakpoint", { requestID: "b1", breakpoint: { type: "WARNING" } });
     await request("clearGlobalBreakpoint", { requestID: "b2", breakpoint: { type: "WARNING" } });
     await request("setLineBreakpoint", { requestID: "b3", breakpoint });
     await request("clearLineBreakpoint", { requestID: "b4", breakpoint });
-    await request("clearAllBreakpoints", { requestID: "b5" });
-    await request("breakInDebugger", { requestID: "b6" });
+    const stoppable = "x = 1\nx += 1";
+    const { result } = await stock.feval("a", "yvm.debug.name_command", [JSON.stringify(stoppable)]);
+    const [fileName] = result as [string];
+    await request("setLineBreakpoint", {
+        requestID: "b5",
+        breakpoint: { fileName, location: { lineNumber: 2 }, expression: "x == 1" },
+    });
+    const stopped = stock.eval("a", stoppable);
+    await stock.event(
+        ({ channel, data }) =>
+            channel.endsWith("/fireEvent") && data["requestID"] === "watch yvm::DebuggerStoppedEvent",
+    );
+    await stock.feval("a", "yvm.debug.resume", [], {
+        runOptions: { dequeueMode: "DEQUEUE_AT_DEBUG_PROMPT" },
+        numOutputsExpected: 0,
+    });
+    await stopped;
+    await request("clearAllBreakpoints", { requestID: "b6" });
+    await request("breakInDebugger", { requestID: "b7" });
 
     await stock.request("/yvm/detach", { requestID: "d", requestIDtoDetach: "a" });
     const { sent, received } = await stock.driver.traffic();
