@@ -17,12 +17,12 @@ build_packages=(
     libboost1.81-dev libboost-thread1.81-dev libboost-log1.81-dev libboost-filesystem1.81-dev
     libboost-system1.81-dev libboost-chrono1.81-dev libboost-regex1.81-dev
     libtbb-dev libsimdjson-dev libzip-dev zlib1g-dev libssl-dev libcli11-dev libtomlplusplus-dev
-    libfast-float-dev python3 python3-dev python3-numpy pybind11-dev
+    libfast-float-dev python3 python3-dev python3-numpy python3-matplotlib pybind11-dev
 )
 # What the tests need beyond that; chromium runs the console, the fonts are what
 # it draws text with.
 check_packages=(
-    git libgtest-dev libgmock-dev clang-format-19 clang-tidy-19 python3-pytest
+    git libgtest-dev libgmock-dev clang-format-19 clang-tidy-19 python3-pytest python3-pandas
     chromium fonts-dejavu-core
 )
 # What bench/run compares us with.

@@ -86,7 +86,9 @@ CommandRunner::CommandRunner(ArrayConversion conversion, DebugControl& debug)
       describe_(lookUp("yvm._errors", "describe")),
       describeInterrupt_(lookUp("yvm._errors", "describe_interrupt")),
       isInterrupt_(lookUp("yvm._errors", "is_interrupt")),
-      runExitFunctions_(lookUp("atexit", "_run_exitfuncs")) {}
+      runExitFunctions_(lookUp("atexit", "_run_exitfuncs")),
+      openFigures_(lookUp("yvm._figures", "opened")),
+      endFigures_(lookUp("yvm._figures", "end_command")) {}
 
 Outcome CommandRunner::run(Command& command) {
     command.setFrameBeneath(PyEval_GetFrame());
@@ -94,6 +96,7 @@ Outcome CommandRunner::run(Command& command) {
     Outcome outcome = runInThisProcess(command);
     debug_.commandEnds(command);
     endIfForked(py::none());
+    endFigures(command, outcome);
     return outcome;
 }
 
@@ -133,6 +136,7 @@ void CommandRunner::runFile(const std::filesystem::path& file) {
             py::module_::import("builtins").attr("compile")(text, file.string(), "exec", 0, true);
         execute(code, std::nullopt);
         endIfForked(py::none());
+        endFigures_(false);
     } catch (py::error_already_set& error) {
         const py::object exception = exceptionOf(error);
         endIfForked(exception);
@@ -147,6 +151,21 @@ void CommandRunner::runExitFunctions() const {
         error.discard_as_unraisable("at the exit");
     }
     endIfForked(py::none());
+}
+
+void CommandRunner::endFigures(Command& command, Outcome& outcome) const {
+    if (PyList_GET_SIZE(openFigures_.ptr()) == 0) {
+        return;
+    }
+    try {
+        const UserCode userCode(command);
+        endFigures_(!outcome.stoppedByInterrupt);
+    } catch (py::error_already_set& error) {
+        // A command that has failed keeps the error that it failed by.
+        if (std::holds_alternative<FEvalResult>(outcome.value)) {
+            outcome = describe(command, error);
+        }
+    }
 }
 
 void CommandRunner::eval(Command& command, const EvalIIP& iip) {

@@ -38,7 +38,8 @@ class CommandRunner {
     /// The file name of the next command with exactly this text.
     std::string nameCommand(const std::u16string& text);
 
-    /// Runs a file in the workspace. Throws RuntimeException when it raises or cannot be read.
+    /// Runs a file in the workspace. Figures that it opens are not sent. Throws RuntimeException when it
+    /// raises or cannot be read.
     void runFile(const std::filesystem::path& file);
 
     /// Calls what users registered with `atexit`. Failures are reported on standard error. A child that one
@@ -50,6 +51,9 @@ class CommandRunner {
     /// In a child that the command forked: the end of the process, as Python would end it. Here the road
     /// ends for the child, which must not go on to the server's own work.
     void endIfForked(pybind11::handle exception) const;
+    /// Sends and closes the figures that the command has opened, unless it was stopped. An interrupt while
+    /// they are drawn becomes its outcome.
+    void endFigures(Command& command, Outcome& outcome) const;
     void eval(Command& command, const cmddistributor::EvalIIP& iip);
     cmddistributor::FEvalResult feval(Command& command, const cmddistributor::FEvalIIP& iip);
     cmddistributor::FEvalResult convertOutputs(pybind11::handle value, std::uint64_t numOutputs) const;
@@ -77,6 +81,8 @@ class CommandRunner {
     pybind11::handle describeInterrupt_;
     pybind11::handle isInterrupt_;
     pybind11::handle runExitFunctions_;
+    pybind11::handle openFigures_;
+    pybind11::handle endFigures_;
     std::uint64_t evalCount_ = 0;
     /// Of texts that were given a name before they run.
     std::unordered_map<std::u16string, std::string> givenNames_;

@@ -2,6 +2,7 @@
 
 #include "engine/detail/Command.hpp"
 #include "engine/detail/DebugControl.hpp"
+#include "engine/detail/DisplayFunctions.hpp"
 #include "engine/detail/EngineThread.hpp"
 #include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/Gil.hpp"
@@ -236,6 +237,8 @@ void createEngineModule(EngineThread& engine) {
     });
     module.def("links_tracebacks",
                [&engine] { return traitsOf(engine.output(), StreamTypeEnum::Error).supportsHotlinks(); });
+
+    addDisplayFunctions(module, engine.events());
 
     module.def("pause", [&engine](double seconds) { engine.pause(seconds); });
     module.def("running", [&engine] { return engine.runningIds(); });

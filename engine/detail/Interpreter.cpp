@@ -138,7 +138,7 @@ void startInterpreter(EngineThread& engine, const std::optional<std::filesystem:
         // The engine's own side stands on it.
         importNumPy(venv.has_value());
         for (const char* name : {"yvm._streams", "yvm._input", "yvm._processes", "yvm._display",
-                                 "yvm._tracebacks", "yvm._window", "yvm._debugging"}) {
+                                 "yvm._figures", "yvm._tracebacks", "yvm._window", "yvm._debugging"}) {
             py::module_::import(name).attr("install")();
         }
         const auto sys = py::module_::import("sys");

@@ -265,12 +265,6 @@ TEST_F(EngineTest, NamesAreInspectedAndCompletedWithoutRunningCodeOfTheUser) {
     EXPECT_EQ(utf8(feval("yvm.complete", {text("caref")}).record()[0].second.list()[0]), "careful_one");
 }
 
-TEST_F(EngineTest, HelpersThatAreNotBuiltDoNotExist) {
-    for (const char* name : {"yvm.progress", "yvm.display"}) {
-        EXPECT_EQ(submitFeval(name, {}).error().GetID(), "NameError") << name;
-    }
-}
-
 TEST_F(EngineTest, ANumpyLibraryFunctionIsCalledByItsDottedName) {
     const foundation::yorlabdata::Array matrix = feval("numpy.eye", {scalar<std::int64_t>(2)});
     const Arrays parts = submitFeval("numpy.linalg.svd", {matrix}, 3).get();

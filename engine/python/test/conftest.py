@@ -45,14 +45,23 @@ def _ask_for_line(prompt, password):
 
 _native.ask_for_line = _ask_for_line
 _native.answer = lambda id, line: _native.answered.append((id, line))
-_native.current_command = lambda: None
 _native.clear_console = lambda: None
 _native.home_cursor = lambda: None
+_native.current_command = lambda: _native.command
+_native.may = lambda capability: capability not in _native.forbidden
+_native.wants_values = lambda: _native.values_wanted
+_native.takes_values = lambda: _native.values_taken
+_native.tell_value = lambda data, metadata: _native.told_values.append((data, metadata))
 sys.modules["_yvm"] = _native
 
 
-@pytest.fixture
+@pytest.fixture(autouse=True)
 def native():
+    """The stand-in, of which nobody has asked anything."""
+    _native.command = types.SimpleNamespace(id="1:1")
+    _native.forbidden = ()
+    _native.values_wanted = _native.values_taken = False
+    _native.told_values = []
     return _native
 
 

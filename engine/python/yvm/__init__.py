@@ -4,7 +4,8 @@ Every function here can also be called by clients, by its dotted name.
 """
 
 from yvm import debug
-from yvm._display import more
+from yvm._display import display, more
+from yvm._figures import figure_format
 from yvm._helpers import clc, complete, history, home, inspect, pause, queue, reset, state, who
 from yvm._input import answer
 from yvm._input import ask as input
@@ -14,6 +15,8 @@ __all__ = [
     "clc",
     "complete",
     "debug",
+    "display",
+    "figure_format",
     "history",
     "home",
     "input",

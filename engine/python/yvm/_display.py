@@ -6,6 +6,7 @@ import sys
 import _yvm
 import numpy
 
+from yvm import _media
 from yvm._window import columns_for_arrays
 
 # Whose representation has no array in it, and one line.
@@ -15,23 +16,21 @@ _PLAIN_TYPES = frozenset((bool, int, float, complex, str, bytes))
 _rest = []
 
 
-def display(value):
+def display_hook(value):
     """The engine's `sys.displayhook`: None shows nothing; the last value shown is `_`."""
     if value is None:
         return
     # As Python's own hook does: a `_` of the previous value must not show in the representation.
     builtins._ = None
-    if type(value) in _PLAIN_TYPES:
-        sys.stdout.write(repr(value) + "\n")
-    else:
-        formatted, paged = _yvm.how_to_display()
-        text = _representation(value, formatted)
-        if paged:
-            _rest[:] = text.split("\n")
-            more()
-        else:
-            sys.stdout.write(text + "\n")
+    _show(value)
     builtins._ = value
+
+
+def display(*values):
+    """Shows each value as the last expression of a command is shown, None as well. A figure is sent as it
+    is now, and stays open."""
+    for value in values:
+        _show(value)
 
 
 def more():
@@ -47,7 +46,27 @@ def more():
 
 
 def install():
-    sys.displayhook = sys.__displayhook__ = display
+    sys.displayhook = sys.__displayhook__ = display_hook
+
+
+def _show(value):
+    wanted = _yvm.wants_values()
+    if type(value) in _PLAIN_TYPES:
+        text = repr(value)
+        paged = False
+    else:
+        formatted, paged = _yvm.how_to_display()
+        text = _representation(value, formatted)
+    # Made before the text leaves: a value whose media types raise is not half shown.
+    bundle = _media.bundle(value, text) if wanted else None
+    if not (wanted and _yvm.takes_values()):
+        if paged:
+            _rest[:] = text.split("\n")
+            more()
+        else:
+            sys.stdout.write(text + "\n")
+    if wanted:
+        _yvm.tell_value(*bundle)
 
 
 def _representation(value, formatted):
