@@ -76,7 +76,7 @@ RuntimeException fromDescription(const py::tuple& description, Status status) {
 
 }  // namespace
 
-CommandRunner::CommandRunner(ArrayConversion conversion, DebugControl& debug)
+CommandRunner::CommandRunner(ArrayConversion conversion, DebugControl& debug, const EngineEvents& events)
     : conversion_(std::move(conversion)),
       debug_(debug),
       workspace_(py::module_::import("__main__").attr("__dict__").cast<py::object>().release()),
@@ -88,15 +88,22 @@ CommandRunner::CommandRunner(ArrayConversion conversion, DebugControl& debug)
       isInterrupt_(lookUp("yvm._errors", "is_interrupt")),
       runExitFunctions_(lookUp("atexit", "_run_exitfuncs")),
       openFigures_(lookUp("yvm._figures", "opened")),
-      endFigures_(lookUp("yvm._figures", "end_command")) {}
+      endFigures_(lookUp("yvm._figures", "end_command")),
+      workspaceWatch_(events, py::reinterpret_borrow<py::dict>(workspace_)) {}
 
 Outcome CommandRunner::run(Command& command) {
+    if (command.isOfPrompt()) {
+        workspaceWatch_.begin();
+    }
     command.setFrameBeneath(PyEval_GetFrame());
     debug_.commandBegins();
     Outcome outcome = runInThisProcess(command);
     debug_.commandEnds(command);
     endIfForked(py::none());
     endFigures(command, outcome);
+    if (command.isOfPrompt()) {
+        workspaceWatch_.end();
+    }
     return outcome;
 }
 
@@ -175,6 +182,11 @@ void CommandRunner::eval(Command& command, const EvalIIP& iip) {
     }
     const py::tuple compiled = compileCommand_(text, takeName(iip.command));
     const auto scope = debug_.scopeOf(command);
+    for (const py::handle code : {compiled[0], compiled[1]}) {
+        if (!code.is_none()) {
+            workspaceWatch_.noteAssignments(code);
+        }
+    }
     const UserCode userCode(command);
     if (!compiled[0].is_none()) {
         execute(compiled[0], scope);

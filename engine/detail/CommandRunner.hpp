@@ -6,6 +6,7 @@
 #include "engine/detail/ArrayConversion.hpp"
 #include "engine/detail/Command.hpp"
 #include "engine/detail/DebugControl.hpp"
+#include "engine/detail/WorkspaceWatch.hpp"
 
 #include <pybind11/pybind11.h>
 
@@ -29,8 +30,8 @@ struct Outcome {
 class CommandRunner {
   public:
     /// The engine's Python side must be importable. What is looked up here lives as long as the process, and
-    /// so does `debug`.
-    CommandRunner(ArrayConversion conversion, DebugControl& debug);
+    /// so do `debug` and `events`.
+    CommandRunner(ArrayConversion conversion, DebugControl& debug, const EngineEvents& events);
 
     /// Never throws for a failure of the command, SystemExit among them.
     Outcome run(Command& command);
@@ -83,6 +84,7 @@ class CommandRunner {
     pybind11::handle runExitFunctions_;
     pybind11::handle openFigures_;
     pybind11::handle endFigures_;
+    WorkspaceWatch workspaceWatch_;
     std::uint64_t evalCount_ = 0;
     /// Of texts that were given a name before they run.
     std::unordered_map<std::u16string, std::string> givenNames_;

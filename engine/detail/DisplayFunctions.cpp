@@ -4,10 +4,18 @@
 #include "engine/detail/EngineEvents.hpp"
 #include "engine/detail/Gil.hpp"
 #include "engine/detail/JsonConversion.hpp"
+#include "engine/detail/PythonText.hpp"
 #include "ylutil/io/StructuredOutputEvent.hpp"
+#include "yvm/ProgressEvent.hpp"
+#include "yvm/WorkspaceEvent.hpp"
 
+#include <pybind11/stl.h>
+
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace yvm::engine {
 
@@ -37,6 +45,31 @@ void tellValue(EngineEvents& events, const py::dict& data, const py::dict& metad
                                        std::move(metadataJson.get<foundation::json::Object>()));
 }
 
+void tellProgress(EngineEvents& events, std::uint64_t id, const py::str& label, double done,
+                  std::optional<double> total, std::optional<double> rate, std::optional<double> remaining,
+                  bool finished) {
+    std::u16string text = toUtf16(label);
+    const WithoutGil released;
+    events.fire<ProgressEvent>(id, std::move(text), done, total, rate, remaining, finished);
+}
+
+std::vector<std::string> toTexts(const py::list& names) {
+    std::vector<std::string> texts;
+    for (const py::handle name : names) {
+        texts.push_back(toUtf8(name));
+    }
+    return texts;
+}
+
+void tellWorkspace(EngineEvents& events, const py::list& appeared, const py::list& changed,
+                   const py::list& gone) {
+    auto appearedNames = toTexts(appeared);
+    auto changedNames = toTexts(changed);
+    auto goneNames = toTexts(gone);
+    const WithoutGil released;
+    events.fire<WorkspaceEvent>(std::move(appearedNames), std::move(changedNames), std::move(goneNames));
+}
+
 }  // namespace
 
 void addDisplayFunctions(py::module_& module, EngineEvents& events) {
@@ -46,6 +79,16 @@ void addDisplayFunctions(py::module_& module, EngineEvents& events) {
     module.def("tell_value", [&events](const py::dict& data, const py::dict& metadata) {
         tellValue(events, data, metadata);
     });
+    module.def("wants_progress", [&events] { return events.isWanted<ProgressEvent>(); });
+    module.def("tell_progress",
+               [&events](std::uint64_t id, const py::str& label, double done, std::optional<double> total,
+                         std::optional<double> rate, std::optional<double> remaining, bool finished) {
+                   tellProgress(events, id, label, done, total, rate, remaining, finished);
+               });
+    module.def("tell_workspace",
+               [&events](const py::list& appeared, const py::list& changed, const py::list& gone) {
+                   tellWorkspace(events, appeared, changed, gone);
+               });
 }
 
 }  // namespace yvm::engine

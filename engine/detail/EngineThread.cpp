@@ -222,7 +222,7 @@ void EngineThread::startPython(const std::optional<std::filesystem::path>& venv,
     startInterpreter(*this, venv);
     output_.pending().start();
     debugControl_.attach();
-    runner_ = std::make_unique<CommandRunner>(ArrayConversion(releases_), debugControl_);
+    runner_ = std::make_unique<CommandRunner>(ArrayConversion(releases_), debugControl_, events_);
     if (startupFile) {
         try {
             runner_->runFile(*startupFile);

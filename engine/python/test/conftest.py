@@ -52,6 +52,9 @@ _native.may = lambda capability: capability not in _native.forbidden
 _native.wants_values = lambda: _native.values_wanted
 _native.takes_values = lambda: _native.values_taken
 _native.tell_value = lambda data, metadata: _native.told_values.append((data, metadata))
+_native.wants_progress = lambda: _native.progress_wanted
+_native.tell_progress = lambda *told: _native.told_progress.append(told)
+_native.tell_workspace = lambda *names: _native.told_names.append(names)
 sys.modules["_yvm"] = _native
 
 
@@ -60,8 +63,10 @@ def native():
     """The stand-in, of which nobody has asked anything."""
     _native.command = types.SimpleNamespace(id="1:1")
     _native.forbidden = ()
-    _native.values_wanted = _native.values_taken = False
+    _native.values_wanted = _native.values_taken = _native.progress_wanted = False
     _native.told_values = []
+    _native.told_progress = []
+    _native.told_names = []
     return _native
 
 

@@ -9,6 +9,7 @@ from yvm._figures import figure_format
 from yvm._helpers import clc, complete, history, home, inspect, pause, queue, reset, state, who
 from yvm._input import answer
 from yvm._input import ask as input
+from yvm._progress import progress
 
 __all__ = [
     "answer",
@@ -23,6 +24,7 @@ __all__ = [
     "inspect",
     "more",
     "pause",
+    "progress",
     "queue",
     "reset",
     "state",

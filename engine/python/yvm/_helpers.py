@@ -72,7 +72,7 @@ def who():
     """The variables of the workspace, by name: `name`, `type`, `shape` (of arrays), `bytes` (the object
     itself, and an array's data) and whether it is `callable`. Modules and names with a leading
     underscore are left out."""
-    return [_describe_variable(name, value) for name, value in sorted(_variables().items())]
+    return [_describe_variable(name, value) for name, value in sorted(variables().items())]
 
 
 def describe_values(values):
@@ -88,7 +88,7 @@ def describe_values(values):
 
 def reset():
     """Removes all names from the workspace, and returns how many there were."""
-    names = list(_variables(hidden=True))
+    names = list(variables(hidden=True))
     for name in names:
         del vars(__main__)[name]
     return len(names)
@@ -135,11 +135,13 @@ def complete(text, cursor=None):
     return {"matches": matches[:_MAX_MATCHES], "start": start, "end": end}
 
 
-def _variables(hidden=False):
+def variables(hidden=False):
+    """Those of the workspace, by name. Modules and names with a leading underscore are `hidden`."""
     return {
         name: value
         for name, value in list(vars(__main__).items())
-        if not (name.startswith("__") and name.endswith("__"))
+        if isinstance(name, str)
+        and not (name.startswith("__") and name.endswith("__"))
         and (hidden or not (name.startswith("_") or isinstance(value, types.ModuleType)))
     }
 
