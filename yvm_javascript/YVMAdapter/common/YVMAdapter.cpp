@@ -156,9 +156,6 @@ void YVMAdapter::handleAttachRequest(const BaseRequest& baseRequest) {
             "\nSupported API versions include: " + boost::algorithm::join(supportedApiVersions(), ", "));
     }
 
-    // Before the attach can be queued: refused later, it would fail whoever brings the engine.
-    requireAttachableVersion(request.getApiVersion());
-
     response.setValue("apiVersion", apiVersionToString(request.getApiVersion()));
     const std::string prefix = channelPrefixFor(request.getRequestID());
     response.setValue("channelPrefix", prefix);

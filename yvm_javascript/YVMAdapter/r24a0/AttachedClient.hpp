@@ -23,6 +23,8 @@ class YVMSink;
 /// Construction blocks on each subscription of the services and throws what it throws; what was built is
 /// destroyed in reverse order. Destruction takes the monitor first, then the services, last made first. What
 /// the engine keeps refers to the services weakly.
+///
+/// Differs from the class of r22a0 in the order of the services, and in what they receive.
 class AttachedClient final : public AttachedClientInterface {
   public:
     /// A non-empty `disconnectHandler` is called with the channel `channelPrefix` + "/connection/stillAlive"

@@ -8,6 +8,8 @@ namespace yvm::JSClient::r24a0 {
 
 /// Cancels one eval or feval: `{"requestID":"2","interrupt":true,"requestIDtoCancel":"1"}`, of which
 /// `interrupt`, false by default, may be left out.
+///
+/// Meant to stay alike with the class of r22a0.
 class CancelRequest : public BaseRequest {
   public:
     /// Throws as the lookups of `BaseRequest` do, `interrupt` first.

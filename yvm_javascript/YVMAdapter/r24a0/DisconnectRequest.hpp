@@ -7,6 +7,8 @@
 namespace yvm::JSClient::r24a0 {
 
 /// Ends a subscription to events: `{"requestID":"4","requestIDtoDisconnect":"3"}`.
+///
+/// Meant to stay alike with the class of r22a0.
 class DisconnectRequest : public BaseRequest {
   public:
     /// Throws as `findValue` does.

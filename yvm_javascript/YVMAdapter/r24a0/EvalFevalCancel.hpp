@@ -45,6 +45,9 @@ using CancelCallback = std::function<CancelFuture(bool interrupt)>;
 /// lives. A cancel is answered when the distributor knows what became of the request, on a channel of its
 /// own: the two responses come in either order.
 ///
+/// Differs from the class of r22a0: that has neither "/cancelGroup" nor "/interrupt", and its cancel does not
+/// tell its outcome. What is not named here is meant to stay alike.
+///
 /// The registry holds, for each request in flight, what cancels it. A second request under a `requestID` that
 /// is in use runs, but stays out of the registry, and the entry goes with the first of the two that finishes.
 /// The entry of a request that could not be queued stays until the service is destroyed.

@@ -11,6 +11,8 @@ namespace yvm::JSClient::r24a0 {
 
 /// Runs a piece of source text: `{"requestID":"1","command":"1+1","isUserEval":false,"runOptions":{}}`, of
 /// which `isUserEval` and `runOptions` may be left out.
+///
+/// Meant to stay alike with the class of r22a0.
 class EvalRequest : public BaseRequest {
   public:
     /// Throws as the lookups of `BaseRequest` and as `deserializeRunOptions` do. Of several faults the first

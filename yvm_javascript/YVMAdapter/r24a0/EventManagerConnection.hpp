@@ -36,6 +36,8 @@ class YVMSink;
 /// Threads: requests come on delivery threads, events on those that fire them, at the same time and without
 /// order between them. An event may reach the client before the answer to its subscription. The last
 /// reference may go on an event's thread.
+///
+/// Meant to stay alike with the class of r22a0, which has no text to flush ahead of an event.
 class EventManagerConnection : public std::enable_shared_from_this<EventManagerConnection> {
   public:
     using BaseEvent = foundation::msg_svc::eventmgr::BaseEvent;

@@ -19,6 +19,8 @@ namespace yvm::JSClient::r24a0 {
 ///
 /// Each element of `rhsArgs` is a string that holds the JSON text of one array, and not that array itself.
 /// `ydaOutputFormat` is "preferYDAShort" or "alwaysYDALong", compared exactly.
+///
+/// Differs from the class of r22a0 in both of these.
 class FevalRequest : public BaseRequest {
   public:
     /// Throws as the lookups of `BaseRequest`, `string_to_yorlabdata` and `deserializeRunOptions` do, and

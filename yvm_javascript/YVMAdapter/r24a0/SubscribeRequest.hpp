@@ -8,6 +8,8 @@ namespace yvm::JSClient::r24a0 {
 
 /// Asks for the events of one type: `{"requestID":"3","eventName":"ylutil::prompt::PromptEvent"}`. The
 /// `requestID` names the subscription from then on.
+///
+/// Meant to stay alike with the class of r22a0.
 class SubscribeRequest : public BaseRequest {
   public:
     /// Throws as `findValue` does.

@@ -14,6 +14,8 @@ namespace yvm::JSClient::r24a0 {
 /// The stream buffer of one of the sinks that a client has installed: hands on what is written to the
 /// publisher, and keeps no text itself. Never refuses a write; once the publisher has gone, text is dropped.
 ///
+/// Differs from the class of r22a0, which keeps the text and knows no publisher.
+///
 /// Used by the engine thread that writes; not for two threads at once.
 class TextJSBuffer : public std::basic_streambuf<char16_t> {
   public:

@@ -28,6 +28,8 @@ namespace yvm::JSClient::r24a0 {
 ///   install of this client. A revert while nothing is installed installs sinks with default traits.
 /// - The end of this service does not revert. The engine keeps the client's sinks, which drop their text.
 ///
+/// Differs from the class of r22a0, whose channels are fixed and which has no way back.
+///
 /// Life: made and subscribed by `create`, shared by the attached client and, for the time of a call, by
 /// handlers and publishers.
 ///

@@ -37,6 +37,9 @@ using PublishTextCallback = std::function<void(std::string, JsonObject)>;
 /// `eventConnection` is the client's event bridge, which keeps the identifiers reserved. It is not kept, and
 /// may be null where `eventConnections` is absent or empty.
 ///
+/// Differs from the function of r22a0 in the sizes of the window, the keys of the traits, the channels of
+/// text, and in that the text which is published goes to diary and log as the traits ask for.
+///
 /// Throws `boost::bad_get` when a key has a value of another type than the list says, and what keeps the
 /// converters' module from starting. Starts nothing else.
 cmddistributor::RunOptions deserializeRunOptions(

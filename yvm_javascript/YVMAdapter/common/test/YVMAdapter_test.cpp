@@ -40,9 +40,9 @@ std::string attachMessage(const std::string& requestID, const std::string& versi
            versions + "}";
 }
 
-std::string attachAnswer(const std::string& requestID) {
-    return R"({"apiVersion":"r24a0","channelPrefix":"/yvm/)" + requestID + R"(","requestID":")" + requestID +
-           "\"}";
+std::string attachAnswer(const std::string& requestID, const std::string& version = "r24a0") {
+    return R"({"apiVersion":")" + version + R"(","channelPrefix":"/yvm/)" + requestID + R"(","requestID":")" +
+           requestID + "\"}";
 }
 
 class YVMAdapterTest : public testing::Test {
@@ -218,10 +218,27 @@ TEST_F(YVMAdapterTest, WithoutACommonVersionBothListsAreTold) {
               "Supported API versions include: r22a0, r24a0");
 }
 
-TEST_F(YVMAdapterTest, TheOlderVersionAloneIsRefused) {
+TEST_F(YVMAdapterTest, TheOlderVersionIsTakenWhenItIsTheOnlyCommonOne) {
     startWithEngine();
     attach(attachMessage("a", R"(["r22a0"])"));
-    expectPlainError(onlyAnswer(), 2, "API version r22a0 is not available; attach with r24a0");
+    attach(attachMessage("b", R"(["r26a0","r22a0","R24A0"])"));
+    EXPECT_EQ(answers(), (std::vector<std::string>{attachAnswer("a", "r22a0"), attachAnswer("b", "r22a0")}));
+}
+
+TEST_F(YVMAdapterTest, ClientsOfBothVersionsEvaluateOnOneEngineByTheirOwnServices) {
+    startWithEngine();
+    attach(attachMessage("a", R"(["r22a0"])"));
+    attach(attachMessage("b", R"(["r24a0"])"));
+    for (const auto& [client, tag] : {std::pair<std::string, const char*>("a", "r22a0/EvalFevalCancel"),
+                                      std::pair<std::string, const char*>("b", "r24a0/EvalFevalCancel")}) {
+        service->deliver("/yvm/" + client + "/eval/request", R"({"requestID":"1","command":"1+1"})");
+        EXPECT_EQ(distributor->lastCommand().request->getSourceTag(), tag);
+        distributor->succeed(distributor->lastCommand().id);
+        EXPECT_EQ(service->publicationsOn("/yvm/" + client + "/eval/response").size(), 1U);
+    }
+    detach(R"({"requestID":"d","requestIDtoDetach":"a"})");
+    EXPECT_EQ(service->deliver("/yvm/a/eval/request", R"({"requestID":"2","command":"1+1"})"), 0U);
+    EXPECT_EQ(service->deliver("/yvm/b/eval/request", R"({"requestID":"2","command":"1+1"})"), 1U);
 }
 
 TEST_F(YVMAdapterTest, AnUnknownEngineIsRefused) {
@@ -281,17 +298,15 @@ TEST_F(YVMAdapterTest, ARefusedAttachDoesNotWaitForTheEngine) {
     EXPECT_EQ(answers().size(), 2U);
 }
 
-TEST_F(YVMAdapterTest, TheOlderVersionAloneIsRefusedAtOnceAndKeepsNoOtherWaiting) {
+TEST_F(YVMAdapterTest, AttachesOfBothVersionsWaitForTheEngineInOneOrder) {
     start();
-    const LogCapture log;
     attach(attachMessage("a", R"(["r22a0"])"));
-    expectPlainError(onlyAnswer(), 2, "API version r22a0 is not available; attach with r24a0");
-    EXPECT_TRUE(log.texts(logChannel, 8).empty()) << "it has not got as far as a prefix";
-    service->clearPublications();
     attach(attachMessage("b"));
+    attach(attachMessage("c", R"(["r22a0"])"));
     EXPECT_TRUE(answers().empty());
     registerEngine(engine);
-    EXPECT_EQ(answers(), std::vector<std::string>{attachAnswer("b")});
+    EXPECT_EQ(answers(), (std::vector<std::string>{attachAnswer("a", "r22a0"), attachAnswer("b"),
+                                                   attachAnswer("c", "r22a0")}));
 }
 
 TEST_F(YVMAdapterTest, AnAttachThatWaitsIsLoggedWhenItIsAskedFor) {

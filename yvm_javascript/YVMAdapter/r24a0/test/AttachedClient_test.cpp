@@ -148,10 +148,5 @@ TEST_F(AttachedClientTest, AnUnsupportedVersionGivesAnEmptyPointer) {
     EXPECT_TRUE(service->subscriptionLog().empty());
 }
 
-TEST_F(AttachedClientTest, TheOlderVersionIsRefused) {
-    EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create({}, ApiVersion::r22a0); }),
-              "API version r22a0 is not available; attach with r24a0");
-}
-
 }  // namespace
 }  // namespace yvm::JSClient::r24a0
