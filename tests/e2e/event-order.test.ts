@@ -1,7 +1,8 @@
 import { afterAll, beforeAll, describe, expect, it } from "vitest";
 
+import { EventReader } from "./EventReader.js";
 import { ServerProcess } from "./ServerProcess.js";
-import { StockClient, type Data } from "./StockClient.js";
+import type { Data } from "./StockClient.js";
 
 /** Text and events in one order: what a command printed before it caused an event precedes that event. */
 
@@ -13,81 +14,6 @@ const SUBSCRIPTIONS = {
     input: "services::prompt::InputRequestEvent",
 };
 const SINK_TEXT = "ylutil::io::SinkTextEvent";
-
-let clientCount = 0;
-
-/** A client that subscribed to events, with its own view of what came, in order. */
-class Reader {
-    readonly id = `order-${String(++clientCount)}`;
-    readonly #server: ServerProcess;
-    #stock: StockClient | undefined;
-    #requestCount = 0;
-
-    constructor(server: ServerProcess) {
-        this.#server = server;
-    }
-
-    get stock(): StockClient {
-        if (!this.#stock) {
-            throw new Error("not attached");
-        }
-        return this.#stock;
-    }
-
-    async attach(subscriptions: Readonly<Record<string, string>>): Promise<void> {
-        this.#stock = await StockClient.attached(this.#server, this.id);
-        for (const [requestID, eventName] of Object.entries(subscriptions)) {
-            const answer = await this.request("subscribeEvent", { requestID, eventName });
-            expect(answer["error"]).toBeUndefined();
-        }
-    }
-
-    request(channel: string, data: Data): Promise<Data> {
-        const requestID = `request-${String(++this.#requestCount)}`;
-        return this.stock.request(`/yvm/${this.id}/${channel}`, { requestID, ...data });
-    }
-
-    /** Runs a command that may fail. */
-    eval(command: string, runOptions: Data): Promise<Data> {
-        return this.request("eval", { command, runOptions });
-    }
-
-    async answer(id: string, text: string): Promise<void> {
-        const answer = await this.request("feval", {
-            function: "yvm.answer",
-            numOutputsExpected: 0,
-            rhsArgs: [JSON.stringify(id), JSON.stringify(text)],
-            runOptions: { dequeueMode: "DEQUEUE_AT_PAUSE" },
-        });
-        expect(answer["error"]).toBeUndefined();
-    }
-
-    /** What came so far: text as it is, events in angle brackets. */
-    get trace(): string {
-        return this.stock.events.map(({ channel, data }) => this.#describe(channel, data)).join("");
-    }
-
-    #describe(channel: string, data: Data): string {
-        if (channel !== `/yvm/${this.id}/event/fireEvent`) {
-            return typeof data["text"] === "string" ? data["text"] : "";
-        }
-        const { state, identifier, prompt, text } = data["eventData"] as Record<string, string | undefined>;
-        return `<${state ?? identifier ?? prompt ?? text ?? String(data["requestID"])}>`;
-    }
-
-    /** Waits for the `count`th event that came under an identifier, and returns its data. */
-    async event(requestID: string, count = 1): Promise<Data> {
-        const isOf = (data: Data) => data["requestID"] === requestID && data["eventData"] !== undefined;
-        const all = () => this.stock.events.filter(({ data }) => isOf(data));
-        await this.stock.event(() => all().length >= count);
-        return all()[count - 1]?.data["eventData"] as Data;
-    }
-
-    /** Waits until the prompt is idle, for the first time since the subscription. */
-    async untilIdle(): Promise<void> {
-        await this.stock.event(({ data }) => (data["eventData"] as Data | undefined)?.["state"] === "idle");
-    }
-}
 
 /** Causes each event, with text of either stream and no end of line before it, of which the last is never alone. */
 const COMMAND = `
@@ -132,29 +58,26 @@ describe.each(servers)("with batching of client-wide text $batching", ({ options
         await server.stop();
     });
 
-    async function reader(subscriptions: Readonly<Record<string, string>>): Promise<Reader> {
-        const client = new Reader(server);
-        await client.attach(subscriptions);
-        return client;
-    }
-
-    async function runAndAnswer(client: Reader, runOptions: Data): Promise<void> {
+    async function runAndAnswer(client: EventReader, runOptions: Data): Promise<void> {
         const response = client.eval(COMMAND, runOptions);
         const { id } = await client.event("input");
-        await client.answer(id as string, "Bob");
+        await client.answer(id, "Bob");
         expect(await response).toMatchObject({ error: { identifier: "ValueError" } });
         await client.untilIdle();
     }
 
     it("a command's own text precedes the events that follow it", async () => {
-        const client = await reader(SUBSCRIPTIONS);
+        const client = await EventReader.attached(server, SUBSCRIPTIONS);
         await runAndAnswer(client, { useNullOutSink: false, useNullErrSink: false });
         expect(client.trace).toBe(ORDER);
         await client.stock.disconnect();
     });
 
     it("so it does for the event connections of the command itself", async () => {
-        const client = await reader({ input: SUBSCRIPTIONS.input, prompt: SUBSCRIPTIONS.prompt });
+        const client = await EventReader.attached(server, {
+            input: SUBSCRIPTIONS.input,
+            prompt: SUBSCRIPTIONS.prompt,
+        });
         const { clear, home, error } = SUBSCRIPTIONS;
         await runAndAnswer(client, {
             useNullOutSink: false,
@@ -166,7 +89,7 @@ describe.each(servers)("with batching of client-wide text $batching", ({ options
     });
 
     it("client-wide text precedes the events that follow it", async () => {
-        const client = await reader(SUBSCRIPTIONS);
+        const client = await EventReader.attached(server, SUBSCRIPTIONS);
         await client.request("yvmSinks", {});
         await runAndAnswer(client, {});
         expect(client.trace).toBe(ORDER);
@@ -174,12 +97,12 @@ describe.each(servers)("with batching of client-wide text $batching", ({ options
     });
 
     it("in a flood each event has the text before it, and no more", async () => {
-        const client = await reader({ clear: SUBSCRIPTIONS.clear });
+        const client = await EventReader.attached(server, { clear: SUBSCRIPTIONS.clear });
         await client.eval(FLOOD, { useNullOutSink: false });
         expect(client.trace).toBe(FLOOD_ORDER);
         await client.stock.disconnect();
 
-        const sinkClient = await reader({ clear: SUBSCRIPTIONS.clear });
+        const sinkClient = await EventReader.attached(server, { clear: SUBSCRIPTIONS.clear });
         await sinkClient.request("yvmSinks", {});
         await sinkClient.eval(FLOOD, {});
         expect(sinkClient.trace).toBe(FLOOD_ORDER);
@@ -187,9 +110,9 @@ describe.each(servers)("with batching of client-wide text $batching", ({ options
     });
 
     it("client-wide text precedes the events that tell it, also for a client that has no sinks", async () => {
-        const owner = await reader({ told: SINK_TEXT });
+        const owner = await EventReader.attached(server, { told: SINK_TEXT });
         await owner.request("yvmSinks", {});
-        const watcher = await reader({ told: SINK_TEXT, clear: SUBSCRIPTIONS.clear });
+        const watcher = await EventReader.attached(server, { told: SINK_TEXT, clear: SUBSCRIPTIONS.clear });
         await owner.eval("import yvm\nprint('one', flush=True)\nyvm.clc()\nprint('two')\nyvm.clc()", {});
         await watcher.event("clear", 2);
         expect(owner.trace).toBe("one\n<one\n>two\n<two\n>");
