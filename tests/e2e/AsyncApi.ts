@@ -1,11 +1,11 @@
 import { readFileSync } from "node:fs";
 import { createRequire } from "node:module";
-import { fileURLToPath } from "node:url";
 
-import { Ajv, type ValidateFunction } from "ajv";
+import { Ajv } from "ajv";
 import { parse } from "yaml";
 
-const documentPath = fileURLToPath(new URL("../../docs/asyncapi.yaml", import.meta.url));
+/** Where the documents stand, for one refers to the other. */
+const folder = new URL("../../docs/", import.meta.url);
 
 interface Reference {
     readonly $ref: string;
@@ -19,7 +19,6 @@ interface Channel {
 interface MessageObject {
     /** Of an event: its name in the engine. */
     readonly name?: string;
-    readonly payload: object;
     readonly examples?: readonly { readonly payload: unknown }[];
 }
 
@@ -30,7 +29,7 @@ interface Operation {
 }
 
 interface Document {
-    readonly channels: Readonly<Record<string, Channel>>;
+    readonly channels: Readonly<Record<string, Channel | Reference>>;
     readonly operations: Readonly<Record<string, Operation>>;
     readonly components: { readonly messages: Readonly<Record<string, MessageObject>> };
 }
@@ -45,30 +44,56 @@ export interface Passed {
     readonly data: unknown;
 }
 
-/** What docs/asyncapi.yaml says of each channel and message, in a form that messages can be held against. */
-export class AsyncApi {
-    readonly #document = parse(readFileSync(documentPath, "utf8")) as Document;
-    readonly #ajv = new Ajv({ strict: true, allowUnionTypes: true, strictRequired: false });
-    readonly #addresses: { name: string; pattern: RegExp; sender: Sender }[] = [];
+/** A message of a channel, and the place where it is described. */
+interface Described extends MessageObject {
+    /** The names of its channel and its own. */
+    readonly pair: string;
+    readonly place: URL;
+}
 
-    constructor() {
-        // The document as a whole is no schema: those in it are checked when they are compiled.
-        this.#ajv.addVocabulary(Object.keys(this.#document));
-        this.#ajv.addSchema(this.#document, "document", undefined, false);
+/** What one of the documents says of each channel and message, in a form that messages can be held against. */
+export class AsyncApi {
+    readonly #ajv = new Ajv({ strict: true, allowUnionTypes: true, strictRequired: false });
+    readonly #place: URL;
+    readonly #document: Document;
+    readonly #documents = new Map<string, Document>();
+    readonly #channels: { pattern: RegExp; sender: Sender; messages: Described[] }[] = [];
+
+    constructor(fileName: string) {
+        // A document as a whole is no schema: those in it are checked when they are compiled.
+        this.#ajv.addVocabulary([
+            "asyncapi",
+            "info",
+            "defaultContentType",
+            "servers",
+            "channels",
+            "operations",
+            "components",
+        ]);
+        this.#place = new URL(fileName, folder);
+        this.#document = this.#load(this.#place);
         const senders = new Map<string, Sender>();
         for (const { action, channel, reply } of Object.values(this.#document.operations)) {
-            senders.set(channelOf(channel), action === "receive" ? "client" : "server");
+            senders.set(channel.$ref, action === "receive" ? "client" : "server");
             if (reply !== undefined) {
-                senders.set(channelOf(reply.channel), "server");
+                senders.set(reply.channel.$ref, "server");
             }
         }
-        for (const [name, { address }] of Object.entries(this.#document.channels)) {
-            const sender = senders.get(name);
+        for (const name of Object.keys(this.#document.channels)) {
+            const place = new URL(`#/channels/${name}`, this.#place);
+            const sender = senders.get(place.hash);
             if (sender === undefined) {
                 throw new Error(`no operation uses the channel ${name}`);
             }
-            const pattern = new RegExp(`^${address.replace("{client}", "[^/]+")}$`);
-            this.#addresses.push({ name, pattern, sender });
+            const [{ address, messages }, itsPlace] = this.#find<Channel>(place);
+            this.#channels.push({
+                pattern: new RegExp(`^${address.replace("{client}", "[^/]+")}$`),
+                sender,
+                messages: Object.entries(messages).map(([message, { $ref }]) => {
+                    const [described, at] = this.#find<MessageObject>(new URL($ref, itsPlace));
+                    return { ...described, pair: `${name} ${message}`, place: at };
+                }),
+            });
         }
     }
 
@@ -88,31 +113,28 @@ export class AsyncApi {
         return (validate.errors ?? []).map(({ instancePath, message }) => `${instancePath} ${message ?? ""}`);
     }
 
-    /** The names of all messages. */
+    /** The names of the messages that this document describes itself. */
     get messages(): string[] {
         return Object.keys(this.#document.components.messages);
     }
 
+    /** What is wrong with the examples of such a message; nothing if each is one. */
+    complaintsOfExamples(message: string): string[] {
+        const [{ examples = [] }, place] = this.#find<MessageObject>(
+            new URL(`#/components/messages/${message}`, this.#place),
+        );
+        const complaints = examples.flatMap(({ payload }) => this.#complaintOf(place, payload) ?? []);
+        return examples.length > 0 ? complaints : ["there is none"];
+    }
+
     /** The names of the engine's events. */
     get events(): string[] {
-        return Object.values(this.#document.components.messages).flatMap(({ name }) => name ?? []);
+        return this.#channels.flatMap(({ messages }) => messages.flatMap(({ name }) => name ?? []));
     }
 
     /** All pairs of a channel and a message of it. */
     get pairs(): string[] {
-        return Object.entries(this.#document.channels).flatMap(([name, { messages }]) =>
-            Object.keys(messages).map((message) => `${name} ${message}`),
-        );
-    }
-
-    examplesOf(message: string): unknown[] {
-        return (this.#document.components.messages[message]?.examples ?? []).map(({ payload }) => payload);
-    }
-
-    /** What is wrong with the payload of a message; nothing if it is as documented. */
-    complaintOf(message: string, payload: unknown): string | undefined {
-        const validate = this.#validatorOf(message);
-        return validate(payload) ? undefined : this.#ajv.errorsText(validate.errors);
+        return this.#channels.flatMap(({ messages }) => messages.map(({ pair }) => pair));
     }
 
     /**
@@ -121,36 +143,53 @@ export class AsyncApi {
      * @param eventName the event that was subscribed to under the message's identifier
      */
     identify(passed: Passed, eventName?: string): { pair: string } | { complaint: string } {
-        const found = this.#addresses.find(({ pattern }) => pattern.test(passed.channel));
+        const channel = this.#channels.find(({ pattern }) => pattern.test(passed.channel));
         const shown = `${passed.channel}: ${JSON.stringify(passed.data).slice(0, 500)}`;
-        if (found?.sender !== passed.sender) {
+        if (channel?.sender !== passed.sender) {
             return { complaint: `not a channel of the ${passed.sender}'s: ${shown}` };
         }
-        const { messages } = this.#document.channels[found.name] as Channel;
-        const candidates = Object.keys(messages).filter((name) => {
-            const documented = this.#document.components.messages[name]?.name;
-            return documented === undefined || documented === eventName;
-        });
-        const complaints = candidates.map((name) => ({
-            name,
-            complaint: this.complaintOf(name, passed.data),
-        }));
-        const fit = complaints.find(({ complaint }) => complaint === undefined);
-        return fit
-            ? { pair: `${found.name} ${fit.name}` }
-            : { complaint: `${complaints.map(({ complaint }) => complaint).join("; ")}: ${shown}` };
-    }
-
-    #validatorOf(message: string): ValidateFunction {
-        const path = `document#/components/messages/${message}/payload`;
-        const validate = this.#ajv.getSchema(path);
-        if (validate === undefined) {
-            throw new Error(`there is no ${path}`);
+        const complaints: string[] = [];
+        for (const { name, pair, place } of channel.messages) {
+            if (name === undefined || name === eventName) {
+                const complaint = this.#complaintOf(place, passed.data);
+                if (complaint === undefined) {
+                    return { pair };
+                }
+                complaints.push(complaint);
+            }
         }
-        return validate;
+        return { complaint: `${complaints.join("; ")}: ${shown}` };
     }
-}
 
-function channelOf({ $ref }: Reference): string {
-    return $ref.replace("#/channels/", "");
+    /** What is wrong with the payload of the message that is described at a place. */
+    #complaintOf(place: URL, payload: unknown): string | undefined {
+        const validate = this.#ajv.getSchema(`${place.href}/payload`);
+        if (validate === undefined) {
+            throw new Error(`there is no ${place.href}/payload`);
+        }
+        return validate(payload) === true ? undefined : this.#ajv.errorsText(validate.errors);
+    }
+
+    /** What stands at a place, or at the place that is referred to there; and where it really stands. */
+    #find<T extends object>(place: URL): [T, URL] {
+        let found: unknown = this.#load(place);
+        for (const key of place.hash.slice(2).split("/")) {
+            found = (found as Record<string, unknown>)[key];
+        }
+        if (typeof found !== "object" || found === null) {
+            throw new Error(`there is no ${place.href}`);
+        }
+        return "$ref" in found ? this.#find(new URL((found as Reference).$ref, place)) : [found as T, place];
+    }
+
+    #load(place: URL): Document {
+        const file = place.href.replace(/#.*/, "");
+        let document = this.#documents.get(file);
+        if (document === undefined) {
+            document = parse(readFileSync(new URL(file), "utf8")) as Document;
+            this.#documents.set(file, document);
+            this.#ajv.addSchema(document, file, undefined, false);
+        }
+        return document;
+    }
 }

@@ -7,129 +7,159 @@ import { AsyncApi, type Passed } from "./AsyncApi.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient, type Data } from "./StockClient.js";
 
-/** The document of all channels and messages, held against a session that uses each of them. */
+/** The documents of all channels and messages, held against sessions that use each of them. */
 
-const api = new AsyncApi();
+const id = "a";
 
-/** Whatever passed in the session, and the names of the events by the identifiers of their subscriptions. */
-let passed: Passed[];
-let eventNames: Map<string, string>;
+/** A client that is attached with one version of the protocol, and what passes in its session. */
+class Session {
+    private constructor(
+        readonly stock: StockClient,
+        readonly version: string,
+        readonly events: readonly string[],
+    ) {}
 
-beforeAll(async () => {
-    const server = await ServerProcess.start();
-    passed = await session(server);
-    eventNames = eventNamesOf(passed);
-    await server.stop();
-});
-
-/** A session in which every channel is used. */
-async function session(server: ServerProcess): Promise<Passed[]> {
-    const stock = new StockClient(server);
-    await stock.begin();
-    await stock.attach({ requestID: "none", yvmID: "user-yvm", supportedApiVersions: ["r99"] });
-    await stock.attachAs("a");
-    const request = (channel: string, data: Data & { requestID: string }) =>
-        stock.request(`/yvm/a/${channel}`, data);
-
-    // Events: a subscription to each, and then what causes them.
-    for (const name of api.events) {
-        await request("subscribeEvent", { requestID: `watch ${name}`, eventName: name });
+    static async begin(server: ServerProcess, version: string, events: readonly string[]): Promise<Session> {
+        const stock = new StockClient(server);
+        await stock.begin();
+        await stock.attach({ requestID: "none", yvmID: "user-yvm", supportedApiVersions: ["r99"] });
+        await stock.attach({ requestID: id, yvmID: "user-yvm", supportedApiVersions: [version] });
+        await stock.subscribe(`/yvm/${id}/**`);
+        return new Session(stock, version, events);
     }
-    await request("subscribeEvent", { requestID: "unknown", eventName: "no::SuchEvent" });
-    await stock.eval("a", "import sys\nprint('out')\nprint('oh', file=sys.stderr)\n1");
-    await stock.eval("a", "1/0", { isUserEval: true });
-    await stock.eval("a", "print('mine')", {
+
+    /** Detaches; returns whatever passed. */
+    async end(): Promise<Passed[]> {
+        await this.stock.request("/yvm/detach", { requestID: "d", requestIDtoDetach: id });
+        const { sent, received } = await this.stock.driver.traffic();
+        await this.stock.disconnect();
+        return [
+            ...sent
+                .filter(({ channel }) => !channel.startsWith("/meta/"))
+                .map(({ channel, data }): Passed => ({ sender: "client", channel, data })),
+            ...received
+                .filter(({ successful }) => successful === undefined)
+                .map(({ channel, data }): Passed => ({ sender: "server", channel, data })),
+        ];
+    }
+
+    request(channel: string, data: Data & { requestID: string }): Promise<Data> {
+        return this.stock.request(`/yvm/${id}/${channel}`, data);
+    }
+
+    async eval(command: string, keys: Data = {}): Promise<void> {
+        await this.stock.eval(id, command, keys);
+    }
+
+    feval(name: string, args: unknown[], keys: Data = {}): Promise<Data> {
+        // The older version has the values themselves.
+        const rhsArgs = this.version === "r24a0" ? args.map((arg) => JSON.stringify(arg)) : args;
+        return this.stock.feval(id, name, [], { rhsArgs, ...keys });
+    }
+
+    /** Waits for an event of the subscription to all of that name. */
+    async event(name: string): Promise<Data> {
+        const { data } = await this.stock.event(
+            ({ channel, data: { requestID } }) =>
+                channel.endsWith("/fireEvent") && requestID === `watch ${name}`,
+        );
+        return data["eventData"] as Data;
+    }
+}
+
+/** Uses each channel that all versions have, and lets the engine fire each of its events. */
+async function useAll(session: Session): Promise<void> {
+    for (const name of session.events) {
+        await session.request("subscribeEvent", { requestID: `watch ${name}`, eventName: name });
+    }
+    await session.request("subscribeEvent", { requestID: "unknown", eventName: "no::SuchEvent" });
+    await session.eval("import sys\nprint('out')\nprint('oh', file=sys.stderr)\n1");
+    await session.eval("1/0", { isUserEval: true });
+    await session.eval("print('mine')", {
         runOptions: {
             useNullOutSink: false,
             eventConnections: { mine: "ylutil::io::TextBaseEvent" },
-            outSinkTraits: { useEcho: true },
+            outSinkTraits: {},
         },
     });
-    await stock.eval("a", "import yvm\nyvm.home()\nyvm.clc()");
-    await stock.eval("a", "import yvm\nfor row in yvm.progress(range(3), label='rows'): pass");
-    await stock.eval("a", "import matplotlib.pyplot as plt\nplt.plot([1, 2]);");
-    await stock.eval("a", "del row");
-    const asking = stock.eval("a", "input('name? ')");
-    const { data: question } = await stock.event(
-        ({ channel, data }) =>
-            channel.endsWith("/fireEvent") &&
-            data["requestID"] === "watch services::prompt::InputRequestEvent",
-    );
-    const { id } = question["eventData"] as { id: string };
-    await stock.feval("a", "yvm.answer", [JSON.stringify(id), '"Ada"'], {
+    await session.eval("import yvm\nyvm.home()\nyvm.clc()");
+    await session.eval("for row in yvm.progress(range(3), label='rows'): pass");
+    await session.eval("import matplotlib.pyplot as plt\nplt.plot([1, 2]);");
+    await session.eval("del row");
+    const asking = session.eval("input('name? ')");
+    const question = await session.event("services::prompt::InputRequestEvent");
+    await session.feval("yvm.answer", [question["id"], "Ada"], {
         runOptions: { dequeueMode: "DEQUEUE_AT_PAUSE" },
         numOutputsExpected: 0,
     });
     await asking;
-    await request("disconnectEvent", { requestID: "free", requestIDtoDisconnect: "mine" });
-    await request("disconnectEvent", { requestID: "again", requestIDtoDisconnect: "mine" });
-
-    // Client-wide sinks: installed, written to, put back.
-    await request("yvmSinks", {
-        requestID: "install",
-        outSinkTraits: {},
-        errSinkTraits: { useLogging: false },
-    });
-    await request("eval", { requestID: "sunk", command: "print('to the sinks')" });
-    await stock.event(({ channel }) => channel === "/yvm/a/yvmSinks/output");
-    await request("yvmSinks", { requestID: "revert", outSinkTraits: null, errSinkTraits: null });
+    await session.request("disconnectEvent", { requestID: "free", requestIDtoDisconnect: "mine" });
+    await session.request("disconnectEvent", { requestID: "again", requestIDtoDisconnect: "mine" });
 
     // Calls.
-    await stock.feval("a", "numpy.arange", ["3"]);
-    await stock.feval("a", "numpy.arange", ["3"], { ydaOutputFormat: "alwaysYDALong" });
-    await stock.feval("a", "no_such_function", []);
+    await session.feval("numpy.arange", [3]);
+    await session.feval("numpy.add", [{ ywtype: "int8", ywsize: [2], ywdata: [1, 2] }, [1, 2]]);
+    await session.feval("no_such_function", []);
 
     // Stops.
-    const endless = request("eval", {
+    const endless = session.request("eval", {
         requestID: "endless",
         command: "while True: pass",
         runOptions: { groupNames: ["group"] },
     });
-    await request("cancel", { requestID: "c1", requestIDtoCancel: "endless", interrupt: true });
+    await session.request("cancel", { requestID: "c1", requestIDtoCancel: "endless", interrupt: true });
     await endless;
-    await request("cancel", { requestID: "c2", requestIDtoCancel: "nobody" });
-    await request("cancelGroup", { requestID: "c3", requestGroupNametoCancel: "group" });
-    await request("interrupt", { requestID: "i" });
+    await session.request("cancel", { requestID: "c2", requestIDtoCancel: "nobody" });
 
     // The debugger: breakpoints, and a stop.
     const breakpoint = { fileName: "no-such-file.py", location: { lineNumber: 1 } };
-    await request("setGlobalBreakpoint", { requestID: "b1", breakpoint: { type: "WARNING" } });
-    await request("clearGlobalBreakpoint", { requestID: "b2", breakpoint: { type: "WARNING" } });
-    await request("setLineBreakpoint", { requestID: "b3", breakpoint });
-    await request("clearLineBreakpoint", { requestID: "b4", breakpoint });
+    await session.request("setGlobalBreakpoint", { requestID: "b1", breakpoint: { type: "WARNING" } });
+    await session.request("clearGlobalBreakpoint", { requestID: "b2", breakpoint: { type: "WARNING" } });
+    await session.request("setLineBreakpoint", { requestID: "b3", breakpoint });
+    await session.request("clearLineBreakpoint", { requestID: "b4", breakpoint });
     const stoppable = "x = 1\nx += 1";
-    const { result } = await stock.feval("a", "yvm.debug.name_command", [JSON.stringify(stoppable)]);
+    const { result } = await session.feval("yvm.debug.name_command", [stoppable]);
     const [fileName] = result as [string];
-    await request("setLineBreakpoint", {
-        requestID: "b5",
-        breakpoint: { fileName, location: { lineNumber: 2 }, expression: "x == 1" },
-    });
-    const stopped = stock.eval("a", stoppable);
-    await stock.event(
-        ({ channel, data }) =>
-            channel.endsWith("/fireEvent") && data["requestID"] === "watch yvm::DebuggerStoppedEvent",
-    );
-    await stock.feval("a", "yvm.debug.resume", [], {
+    const inCommand = { fileName, location: { lineNumber: 2 }, expression: "x == 1" };
+    await session.request("setLineBreakpoint", { requestID: "b5", breakpoint: inCommand });
+    const stopped = session.eval(stoppable);
+    await session.event("yvm::DebuggerStoppedEvent");
+    await session.feval("yvm.debug.resume", [], {
         runOptions: { dequeueMode: "DEQUEUE_AT_DEBUG_PROMPT" },
         numOutputsExpected: 0,
     });
     await stopped;
-    await request("clearAllBreakpoints", { requestID: "b6" });
-    await request("breakInDebugger", { requestID: "b7" });
-
-    await stock.request("/yvm/detach", { requestID: "d", requestIDtoDetach: "a" });
-    const { sent, received } = await stock.driver.traffic();
-    await stock.disconnect();
-    return [
-        ...sent
-            .filter(({ channel }) => !channel.startsWith("/meta/"))
-            .map(({ channel, data }): Passed => ({ sender: "client", channel, data })),
-        ...received
-            .filter(({ successful }) => successful === undefined)
-            .map(({ channel, data }): Passed => ({ sender: "server", channel, data })),
-    ];
+    await session.request("clearLineBreakpoint", { requestID: "b6", breakpoint: inCommand });
+    await session.request("breakInDebugger", { requestID: "b7" });
 }
 
+async function useWhatR24a0Has(session: Session): Promise<void> {
+    await session.request("yvmSinks", {
+        requestID: "s1",
+        outSinkTraits: {},
+        errSinkTraits: { useEcho: false },
+    });
+    await session.request("eval", { requestID: "sunk", command: "print('to the sinks')" });
+    await session.stock.event(({ channel }) => channel === `/yvm/${id}/yvmSinks/output`);
+    await session.request("yvmSinks", { requestID: "s2", outSinkTraits: null, errSinkTraits: null });
+    await session.feval("numpy.arange", [3], { ydaOutputFormat: "alwaysYDALong" });
+    await session.request("cancelGroup", { requestID: "c3", requestGroupNametoCancel: "group" });
+    await session.request("interrupt", { requestID: "c4" });
+    await session.request("clearAllBreakpoints", { requestID: "b8" });
+}
+
+async function useWhatR22a0Has(session: Session): Promise<void> {
+    await session.stock.subscribe("/yvm/sinks/response");
+    await session.stock.publish("/yvm/sinks/set", { outSinkTraits: {}, errSinkTraits: { _useEcho: false } });
+    const isThere = () => session.stock.events.some(({ channel }) => channel === "/yvm/sinks/response");
+    // Not answered: the first text that comes tells that they are there.
+    for (let attempt = 1; !isThere(); attempt++) {
+        const requestID = `sunk ${String(attempt)}`;
+        await session.request("eval", { requestID, command: "print('to the sinks')" });
+    }
+}
+
+/** The names of events by the identifiers under which they come. */
 function eventNamesOf(messages: readonly Passed[]): Map<string, string> {
     const names = new Map<string, string>();
     for (const message of messages) {
@@ -141,28 +171,41 @@ function eventNamesOf(messages: readonly Passed[]): Map<string, string> {
         if (eventName !== undefined) {
             names.set(requestID, eventName);
         }
-        for (const [id, name] of Object.entries(runOptions?.eventConnections ?? {})) {
-            names.set(id, name);
+        for (const [identifier, name] of Object.entries(runOptions?.eventConnections ?? {})) {
+            names.set(identifier, name);
         }
     }
     return names;
 }
 
-function identify(message: Passed): ReturnType<AsyncApi["identify"]> {
-    return api.identify(message, eventNames.get((message.data as Data | null)?.["requestID"] as string));
-}
+describe.each([
+    { fileName: "asyncapi.yaml", version: "r24a0", useTheRest: useWhatR24a0Has },
+    { fileName: "asyncapi-r22a0.yaml", version: "r22a0", useTheRest: useWhatR22a0Has },
+])("the document $fileName", ({ fileName, version, useTheRest }) => {
+    const api = new AsyncApi(fileName);
+    let passed: Passed[];
+    let eventNames: Map<string, string>;
 
-describe("the AsyncAPI document", () => {
+    beforeAll(async () => {
+        const server = await ServerProcess.start();
+        const session = await Session.begin(server, version, api.events);
+        await useAll(session);
+        await useTheRest(session);
+        passed = await session.end();
+        eventNames = eventNamesOf(passed);
+        await server.stop();
+    });
+
+    function identify(message: Passed): ReturnType<AsyncApi["identify"]> {
+        return api.identify(message, eventNames.get((message.data as Data | null)?.["requestID"] as string));
+    }
+
     it("follows the standard", () => {
         expect(api.complaintsOfTheStandard()).toEqual([]);
     });
 
     it.each(api.messages)("shows an example of %s that is one", (message) => {
-        const examples = api.examplesOf(message);
-        expect(examples).not.toEqual([]);
-        expect(examples.map((example) => api.complaintOf(message, example))).toEqual(
-            examples.map(() => undefined),
-        );
+        expect(api.complaintsOfExamples(message)).toEqual([]);
     });
 
     it("agrees with the examples of the page on events", () => {
@@ -228,7 +271,10 @@ describe("the AsyncAPI document", () => {
                 "not a channel",
             );
             if (message.sender === "client") {
-                expect(withData(without(data, "requestID"))).toBeDefined();
+                // One channel has requests without an identifier.
+                expect(withData(without(data, "requestID")) === undefined).toBe(
+                    data["requestID"] === undefined,
+                );
                 continue;
             }
             expect(withData({ ...data, further: 1 })).toBeDefined();
