@@ -50,14 +50,14 @@ export class StockClient {
         await this.subscribe("/yvm/detach/response");
     }
 
-    /** Attaches as `id` and subscribes to everything below its prefix. */
-    async attachAs(id: string): Promise<void> {
+    /** Attaches as `id` with this version alone, and subscribes to everything below its prefix. */
+    async attachAs(id: string, apiVersion = "r24a0"): Promise<void> {
         const response = await this.attach({
             requestID: id,
             yvmID: "user-yvm",
-            supportedApiVersions: ["r24a0"],
+            supportedApiVersions: [apiVersion],
         });
-        if (response["channelPrefix"] !== `/yvm/${id}`) {
+        if (response["channelPrefix"] !== `/yvm/${id}` || response["apiVersion"] !== apiVersion) {
             throw new Error(`the attach failed: ${JSON.stringify(response)}`);
         }
         await this.subscribe(`/yvm/${id}/**`);
@@ -119,7 +119,7 @@ export class StockClient {
         // Whatever came behind the response is not counted: text has to precede it.
         const texts = this.events
             .slice(0, end)
-            .filter(({ channel, data }) => channel.includes("/text/") && data["requestID"] === requestID)
+            .filter(({ data }) => typeof data["text"] === "string" && data["requestID"] === requestID)
             .map(({ data }) => data);
         return { response, texts };
     }
@@ -136,7 +136,8 @@ export class StockClient {
             .join("");
     }
 
-    async feval(id: string, name: string, rhsArgs: string[], keys: Data = {}): Promise<Data> {
+    /** `rhsArgs` are texts for a client of r24a0, and the values themselves for one of r22a0. */
+    async feval(id: string, name: string, rhsArgs: unknown[], keys: Data = {}): Promise<Data> {
         return this.request(`/yvm/${id}/feval`, {
             requestID: `feval-${String(++this.#requestCount)}`,
             function: name,

@@ -1,0 +1,198 @@
+import { afterEach, describe, expect, it } from "vitest";
+import {
+    AbortedError,
+    ndarray,
+    UnsupportedError,
+    type ApiVersion,
+    type Client,
+    type ClientOutput,
+    type Connection,
+} from "yvm-client";
+
+import { Gate } from "./Gate.js";
+import { setUpClient } from "./setUpClient.js";
+
+/** The same calls of the client package with both versions of the protocol, on the real server. */
+
+let yvm: Connection;
+
+setUpClient((given) => {
+    ({ yvm } = given);
+});
+
+async function rejection(promise: PromiseLike<unknown>): Promise<unknown> {
+    return promise.then(
+        () => {
+            throw new Error("it did not reject");
+        },
+        (error: unknown) => error,
+    );
+}
+
+it("settles on the newest version", async () => {
+    expect((await yvm.attach()).apiVersion).toBe("r24a0");
+    expect((await yvm.attach({ apiVersions: ["r22a0", "r24a0"] })).apiVersion).toBe("r24a0");
+});
+
+describe.each<ApiVersion>(["r24a0", "r22a0"])("with %s", (apiVersion) => {
+    const attach = async (): Promise<Client> => {
+        const client = await yvm.attach({ apiVersions: [apiVersion] });
+        expect(client.apiVersion).toBe(apiVersion);
+        return client;
+    };
+
+    it("a command's text is its own, on both streams", async () => {
+        const client = await attach();
+        const result = await client.eval("import sys; print('out'); print('err', file=sys.stderr); 1+1");
+        expect(result).toEqual({ text: "out\nerr\n2\n", stdout: "out\n2\n", stderr: "err\n" });
+    });
+
+    it("values of all kinds go there and back", async () => {
+        const client = await attach();
+        const values = [
+            null,
+            true,
+            -1.5,
+            "[1] \u{1F600}",
+            7n,
+            ndarray(
+                [
+                    [1, 2],
+                    [3, 4],
+                ],
+                [2, 2],
+                "int32",
+            ),
+            ndarray([NaN, Infinity, -Infinity], [3], "float32"),
+            { kind: "complex128", shape: [1], data: new Float64Array([1, -2]) },
+            { kind: "bool", shape: [2], data: new Uint8Array([1, 0]) },
+            ["a", [1n]],
+            { b: 1, a: "x" },
+        ] as const;
+        for (const value of values) {
+            const identity = "yvm_identity";
+            await client.eval(`def ${identity}(x): return x`, { output: "none" });
+            expect(await client.feval(identity, [value])).toEqual([value]);
+        }
+    });
+
+    it("the window has the size of the run options", async () => {
+        const client = await attach();
+        const { text } = await client.eval("import shutil; print(*shutil.get_terminal_size())", {
+            runOptions: { commandWindowColSize: 33, commandWindowRowSize: 10 },
+        });
+        expect(text).toBe("33 10\n");
+    });
+
+    it("the traits of the run options hold", async () => {
+        const client = await attach();
+        const { text } = await client.eval("print(1)", {
+            runOptions: { outSinkTraits: { useEcho: true } },
+        });
+        expect(text).toBe(">>> print(1)\n1\n");
+    });
+
+    it("what is aborted stops", async () => {
+        const client = await attach();
+        const gate = new Gate();
+        const controller = new AbortController();
+        const request = client.eval(`${gate.python}.read()\nwhile True: pass`, {
+            signal: controller.signal,
+        });
+        const aborted = rejection(request);
+        await gate.open();
+        controller.abort();
+        const error = await aborted;
+        expect(error).toBeInstanceOf(AbortedError);
+        const { cancelStatus } = error as AbortedError;
+        expect(await cancelStatus).toBe(apiVersion === "r24a0" ? "CANCEL_WHILE_RUNNING" : undefined);
+        expect((await client.eval("'free'")).text).toBe("'free'\n");
+        gate.remove();
+    });
+
+    it("a cancel that asks for no status stops the request", async () => {
+        const client = await attach();
+        const gate = new Gate();
+        const request = client.eval(`${gate.python}.read()\nwhile True: pass`);
+        const stopped = rejection(request);
+        await gate.open();
+        await expect(request.cancel({ interrupt: true, status: false })).resolves.toBeUndefined();
+        expect(await stopped).toMatchObject({ name: "YvmError", status: 3 });
+        gate.remove();
+    });
+
+    it("the client-wide text comes, and other clients' too", async () => {
+        const [client, other] = [await attach(), await attach()];
+        const output = client.output({ revert: false, traits: { out: { useEcho: true } } });
+        await output.installed;
+        await client.eval("print('mine')", { output: "client" });
+        await other.eval("print('yours')", { output: "client" });
+        expect(await readUntil(output, "\nyours\n")).toBe(
+            ">>> print('mine')\nmine\n>>> print('yours')\nyours\n",
+        );
+        await output.close();
+    });
+
+    it("events of one command and of all come", async () => {
+        const client = await attach();
+        const events = client.events("ylutil::io::TextBaseEvent");
+        const request = client.eval("print('told')", { events: ["ylutil::prompt::PromptEvent"] });
+        await request;
+        const { value } = await events.next();
+        expect(value).toMatchObject({ stream: 0, text: "told\n" });
+        await events.close();
+    });
+});
+
+describe("with r22a0", () => {
+    afterEach(async () => {
+        // Leave the console in force for others.
+        const client = await yvm.attach();
+        await client.output().close();
+    });
+
+    it("what the version lacks rejects", async () => {
+        const client: Client = await yvm.attach({ apiVersions: ["r22a0" as ApiVersion] });
+        for (const promise of [
+            client.cancelGroup("g"),
+            client.interrupt(),
+            client.cancel("1"),
+            client.output().installed,
+        ]) {
+            expect(await rejection(promise)).toBeInstanceOf(UnsupportedError);
+        }
+        expect(() => client.feval("str", [2n ** 53n])).toThrow(UnsupportedError);
+        expect((await client.eval("'unharmed'")).text).toBe("'unharmed'\n");
+    });
+
+    it("each client that reads has all of the text, and a reader that comes back too", async () => {
+        const clients = await Promise.all(
+            [1, 2, 3].map(() => yvm.attach({ apiVersions: ["r22a0" as ApiVersion] })),
+        );
+        const outputs = clients.slice(0, 2).map((client) => client.output({ revert: false }));
+        await Promise.all(outputs.map((output) => output.installed));
+        await clients[2]?.eval("print('all')", { output: "client" });
+        for (const output of outputs) {
+            expect(await readUntil(output, "all\n")).toBe("all\n");
+            await output.close();
+        }
+        const again = clients[0]?.output({ revert: false }) as ClientOutput;
+        await again.installed;
+        await clients[2]?.eval("print('again')", { output: "client" });
+        expect(await readUntil(again, "again\n")).toBe("again\n");
+        await again.close();
+    });
+});
+
+/** Reads until the text, of both streams, ends with `end`. */
+async function readUntil(output: ClientOutput, end: string): Promise<string> {
+    let text = "";
+    while (!text.endsWith(end)) {
+        const { value } = await output.next();
+        if (!value) {
+            throw new Error(`the output ended after ${JSON.stringify(text)}`);
+        }
+        text += value.text;
+    }
+    return text;
+}

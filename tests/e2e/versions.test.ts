@@ -1,0 +1,280 @@
+import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+
+import { Gate } from "./Gate.js";
+import { scrape } from "./scrape.js";
+import { ServerProcess } from "./ServerProcess.js";
+import { StockClient, type Data } from "./StockClient.js";
+
+/** Both versions of the protocol, as a stock client meets them: one table of cases, and what each makes of it. */
+
+let server: ServerProcess;
+let clientCount = 0;
+
+beforeAll(async () => {
+    server = await ServerProcess.start();
+});
+
+afterAll(async () => {
+    expect((await server.stop()).code).toBe(0);
+});
+
+const silence = "nothing, since the version has no such channel";
+
+const versions = [
+    {
+        apiVersion: "r24a0",
+        output: "/text/output",
+        error: "/text/error",
+        window: { commandWindowRowSize: 10, commandWindowColSize: 33 },
+        unknownWindow: { commandWindowWidth: 10, commandWindowHeight: 33 },
+        traits: { useEcho: true },
+        unknownTraits: { _useEcho: true },
+        argument: (text: string): unknown => text,
+        stringAsArgument: "[1. 2.]",
+        long: { ywtype: "float64", ywsize: [], ywdata: [1] },
+        cancelOfNothing: { cancelStatus: "UNABLE_TO_CANCEL_ALREADY_DONE" },
+        interrupt: {},
+        cancelGroup: {},
+    },
+    {
+        apiVersion: "r22a0",
+        output: "/output",
+        error: "/error",
+        window: { commandWindowWidth: 10, commandWindowHeight: 33 },
+        unknownWindow: { commandWindowRowSize: 10, commandWindowColSize: 33 },
+        traits: { _useEcho: true },
+        unknownTraits: { useEcho: true },
+        argument: (text: string): unknown => JSON.parse(text),
+        stringAsArgument: "[1,2]",
+        long: 1,
+        cancelOfNothing: {},
+        interrupt: silence,
+        cancelGroup: silence,
+    },
+] as const;
+
+describe.each(versions)("with $apiVersion", (version) => {
+    let id: string;
+    let client: StockClient;
+
+    beforeEach(async () => {
+        id = `versions-${String(++clientCount)}`;
+        client = new StockClient(server);
+        await client.begin();
+        await client.attachAs(id, version.apiVersion);
+    });
+
+    afterEach(async () => {
+        await client.disconnect();
+    });
+
+    /** Runs a command without streams of its own choice, and with these run options. */
+    async function run(command: string, runOptions: Data): Promise<Data[]> {
+        const { response, texts } = await client.eval(id, command, { runOptions });
+        expect(response["error"]).toBeUndefined();
+        return texts;
+    }
+
+    /** What a request without further effect is answered with beside its identifier. */
+    async function answered(channel: string, keys: Data): Promise<unknown> {
+        const requestID = `asked-${channel}`;
+        const reply = await client.publish(`/yvm/${id}/${channel}/request`, { requestID, ...keys });
+        expect(reply.successful).toBe(true);
+        // Behind it in the same order, so that an answer that is to come has come.
+        await client.print(id, "print()");
+        const response = client.events.find(
+            (event) =>
+                event.channel === `/yvm/${id}/${channel}/response` && event.data["requestID"] === requestID,
+        );
+        const { requestID: repeated, ...rest } = response?.data ?? {};
+        return repeated === undefined ? silence : rest;
+    }
+
+    it("text comes on the version's channels, before the response", async () => {
+        const { response, texts } = await client.eval(
+            id,
+            "import sys\nprint('out')\nprint('err', file=sys.stderr)",
+        );
+        expect(Object.keys(response)).toEqual(["requestID"]);
+        const { requestID } = response;
+        expect(texts).toEqual([
+            { requestID, stream: 0, text: "out\n" },
+            { requestID, stream: 1, text: "err\n" },
+        ]);
+        const channels = client.events.filter(({ data }) => data["requestID"] === requestID);
+        expect(channels.map(({ channel }) => channel)).toEqual([
+            `/yvm/${id}${version.output}`,
+            `/yvm/${id}${version.error}`,
+            `/yvm/${id}/eval/response`,
+        ]);
+    });
+
+    it("the size of the window has the version's names", async () => {
+        const print = "import shutil; print(*shutil.get_terminal_size())";
+        const printed = async (runOptions: Data) => {
+            const texts = await run(print, { useNullOutSink: false, ...runOptions });
+            return texts.map(({ text }) => text).join("");
+        };
+        expect(await printed(version.window)).toBe("33 10\n");
+        expect(await printed(version.unknownWindow)).toBe("80 24\n");
+    });
+
+    it("traits have the version's names", async () => {
+        const echoed = async (outSinkTraits: Data) => {
+            const texts = await run("print(1)", { useNullOutSink: false, outSinkTraits });
+            return texts.map(({ text }) => text).join("");
+        };
+        expect(await echoed(version.traits)).toBe(">>> print(1)\n1\n");
+        expect(await echoed(version.unknownTraits)).toBe("1\n");
+    });
+
+    it("traits that are none fail the command", async () => {
+        const { response } = await client.eval(id, "1", { runOptions: { outSinkTraits: null } });
+        expect(response["error"]).toMatchObject({
+            status: 2,
+            message: "boost::bad_get: failed value get using boost::get",
+        });
+    });
+
+    it("a dequeue mode that is none is the default one", async () => {
+        expect(await run("print(1)", { useNullOutSink: false, dequeueMode: "NEVER" })).toHaveLength(1);
+    });
+
+    it("arguments go in, and results come out", async () => {
+        const { result } = await client.feval(id, "numpy.dot", [
+            version.argument("[1,2]"),
+            version.argument('{"ywtype":"int32","ywsize":[2],"ywdata":[3,4]}'),
+        ]);
+        expect(result).toEqual([11]);
+        // A string: the text of an argument, or an argument that is a text.
+        expect((await client.feval(id, "str", ["[1,2]"]))["result"]).toEqual([version.stringAsArgument]);
+    });
+
+    it("non-finite numbers go in", async () => {
+        const { result } = await client.feval(id, "str", [
+            version.argument('{"ywtype":"float64","ywsize":[3],"ywdata":["NaN",1.5,"-Inf"]}'),
+        ]);
+        expect(result).toEqual(["[ nan  1.5 -inf]"]);
+    });
+
+    it("an argument that cannot be read is told", async () => {
+        const { error } = await client.feval(id, "str", [version.argument('{"ywtype":"float64"}')]);
+        expect((error as Data)["message"]).toContain('"ywsize" is missing');
+    });
+
+    it("the form of results is the version's to choose", async () => {
+        const { result } = await client.feval(id, "float", [version.argument("1")], {
+            ydaOutputFormat: "alwaysYDALong",
+        });
+        expect(result).toEqual([version.long]);
+    });
+
+    it("the error of a command has all of its keys", async () => {
+        const { response } = await client.eval(id, "1/0");
+        expect(response["error"]).toMatchObject({ identifier: "ZeroDivisionError", status: 1 });
+        expect(Object.keys(response["error"] as Data)).toHaveLength(9);
+    });
+
+    it("a cancel of nothing, a cancel by group and an interrupt are answered as the version does", async () => {
+        expect(await answered("cancel", { requestIDtoCancel: "nothing" })).toEqual(version.cancelOfNothing);
+        expect(await answered("interrupt", {})).toEqual(version.interrupt);
+        expect(await answered("cancelGroup", { requestGroupNametoCancel: "g" })).toEqual(version.cancelGroup);
+    });
+
+    it("what runs is cancelled, with interrupt", async () => {
+        const gate = new Gate();
+        const running = client.request(`/yvm/${id}/eval`, {
+            requestID: "running",
+            command: `${gate.python}.read()\nwhile True: pass`,
+        });
+        await gate.open();
+        const cancel = await client.request(`/yvm/${id}/cancel`, {
+            requestID: "cancel",
+            requestIDtoCancel: "running",
+            interrupt: true,
+        });
+        expect(Object.keys(cancel).includes("cancelStatus")).toBe(version.apiVersion === "r24a0");
+        expect((await running)["error"]).toMatchObject({ status: 3 });
+        gate.remove();
+    });
+
+    it("events are told", async () => {
+        const channel = `/yvm/${id}/subscribeEvent`;
+        const eventName = "ylutil::io::TextBaseEvent";
+        expect(await client.request(channel, { requestID: "texts", eventName })).toEqual({
+            requestID: "texts",
+        });
+        const { response } = await client.eval(id, "print('told')", {
+            runOptions: { useNullOutSink: false, eventConnections: { own: eventName } },
+        });
+        expect(response["error"]).toBeUndefined();
+        const told = client.events.filter(({ channel: from }) => from === `/yvm/${id}/event/fireEvent`);
+        expect(told.map(({ data }) => data)).toEqual([
+            { requestID: "own", eventData: { stream: 0, text: "told\n" } },
+            { requestID: "texts", eventData: { stream: 0, text: "told\n" } },
+        ]);
+    });
+
+    it("a client that leaves in the midst of a command stops it", async () => {
+        const gate = new Gate();
+        await client.publish(`/yvm/${id}/eval/request`, {
+            requestID: "left",
+            command: `${gate.python}.read()\nwhile True: pass`,
+        });
+        await gate.open();
+        await client.request("/yvm/detach", { requestID: "bye", requestIDtoDetach: id });
+        const next = `${id}-next`;
+        await client.attachAs(next, version.apiVersion);
+        expect(await client.print(next, "print('free')")).toBe("free\n");
+        gate.remove();
+    });
+
+    it("commands are counted, and none stays in flight", async () => {
+        const count = async () => (await scrape(server))("commands_total", 'kind="eval"');
+        const before = await count();
+        await client.print(id, "print()");
+        expect(await count()).toBe(before + 1);
+        expect((await scrape(server))("commands_in_flight")).toBe(0);
+    });
+});
+
+describe("typed integers inline, with r22a0", () => {
+    let client: StockClient;
+    const id = "integers";
+
+    beforeAll(async () => {
+        client = new StockClient(server);
+        await client.begin();
+        await client.attachAs(id, "r22a0");
+    });
+
+    afterAll(async () => {
+        await client.disconnect();
+    });
+
+    it.each(["int8", "int64", "uint16", "uint64"])("go in as plain integers of %s", async (ywtype) => {
+        const array = { ywtype, ywsize: [2], ywdata: [1, 100] };
+        expect((await client.feval(id, "numpy.array", [array]))["result"]).toEqual([array]);
+    });
+
+    it.each([[["9007199254740993"]], [[1.5]], [["NaN"]], [[null]], ["1"]])(
+        "are refused as %j, which the module would not answer",
+        async (ywdata) => {
+            const reply = await client.publish(`/yvm/${id}/feval/request`, {
+                requestID: "refused",
+                function: "str",
+                numOutputsExpected: 1,
+                rhsArgs: [{ ywtype: "int64", ywsize: [1], ywdata }],
+            });
+            expect(reply).toMatchObject({
+                successful: false,
+                error: "400::the ywdata of an integer ywtype must be an array of plain integers",
+            });
+        },
+    );
+
+    it("beyond the range of their kind are told", async () => {
+        const { error } = await client.feval(id, "str", [{ ywtype: "int8", ywsize: [1], ywdata: [300] }]);
+        expect((error as Data)["message"]).toContain("int8 takes integers from -128 to 127");
+    });
+});
