@@ -12,6 +12,7 @@
 #include "yvm/DebuggerResumedEvent.hpp"
 
 #include <opcode.h>
+#include <pybind11/stl.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -29,26 +30,18 @@ constexpr int recursionHeadroom = 200;
 
 class RecursionHeadroom {
   public:
-    RecursionHeadroom() : state_(PyThreadState_Get()), limit_(state_->recursion_limit + recursionHeadroom) {
-        add(recursionHeadroom);
-    }
+    RecursionHeadroom() { Py_SetRecursionLimit(limit_ + recursionHeadroom); }
     ~RecursionHeadroom() {
-        // Otherwise a user has set another limit, and with it taken the headroom away.
-        if (state_->recursion_limit == limit_) {
-            add(-recursionHeadroom);
+        // Otherwise a user has set another limit.
+        if (Py_GetRecursionLimit() == limit_ + recursionHeadroom) {
+            Py_SetRecursionLimit(limit_);
         }
     }
     RecursionHeadroom(const RecursionHeadroom&) = delete;
     RecursionHeadroom& operator=(const RecursionHeadroom&) = delete;
 
   private:
-    void add(int calls) {
-        state_->recursion_limit += calls;
-        state_->recursion_remaining += calls;
-    }
-
-    PyThreadState* const state_;
-    const int limit_;
+    const int limit_ = Py_GetRecursionLimit();
 };
 
 /// Lets commands be traced that run while the trace function waits.
