@@ -1,15 +1,22 @@
+import type { InputRequest, Progress } from "yvm-client";
+
+import { CellOutput } from "./CellOutput";
 import { make } from "./dom";
 import { failureView } from "./failureView";
-import { OutputView } from "./OutputView";
+import { InputField, type InputActions } from "./InputField";
+import { ProgressBars } from "./ProgressBars";
 
 /** One command and what came of it. */
 export class Cell {
     readonly element: HTMLElement;
     readonly command: string;
-    readonly output = new OutputView();
+    readonly output = new CellOutput();
     readonly #stage = make("span", "", "running");
     readonly #stop = make("button", "quiet", "Stop");
     readonly #progress = make("p", "progress", make("span", "spinner"), this.#stage, this.#stop);
+    #bars: ProgressBars | undefined;
+    /** What the command asks for, where nobody has answered yet. */
+    readonly #fields = new Set<InputField>();
     #isStopRequested = false;
     readonly #start = performance.now();
 
@@ -34,7 +41,7 @@ export class Cell {
     /** The engine has begun with the command, or has not. */
     showStage(stage: "waiting" | "running"): void {
         if (!this.#isStopRequested) {
-            this.#stage.textContent = stage;
+            this.#stage.textContent = this.#fields.size > 0 ? "waits for an answer" : stage;
         }
     }
 
@@ -50,8 +57,60 @@ export class Cell {
         this.#stage.textContent = `not stopped: ${error.message}`;
     }
 
+    /** Something that the command does has moved on. */
+    showProgress(progress: Progress): void {
+        if (!this.#bars) {
+            this.#bars = new ProgressBars();
+            this.#progress.before(this.#bars.element);
+        }
+        this.#bars.update(progress);
+    }
+
+    /**
+     * The command waits for a line of text.
+     *
+     * @param answer hands it on, see `InputActions`
+     * @param onDone called with what stays of the field on the page, when it has gone
+     */
+    ask(request: InputRequest, answer: InputActions["answer"], onDone: (echo: string) => void): InputField {
+        const field = new InputField(request, {
+            answer,
+            done: (done, echo) => {
+                this.#removeField(done);
+                onDone(echo);
+            },
+        });
+        this.#fields.add(field);
+        // Below the question, which is the last line of the text.
+        this.output.element.after(field.element);
+        this.showStage("running");
+        // It is to be read now, though the command has not ended.
+        this.element.removeAttribute("aria-busy");
+        return field;
+    }
+
+    /** The command waits for no line any more. */
+    goOn(): void {
+        for (const field of [...this.#fields]) {
+            field.goOn();
+        }
+    }
+
+    #removeField(field: InputField): void {
+        this.#fields.delete(field);
+        field.element.remove();
+        this.showStage("running");
+        if (this.#fields.size === 0 && this.element.classList.contains("running")) {
+            this.element.setAttribute("aria-busy", "true");
+        }
+    }
+
     /** The command has ended, with or without a failure. */
     finish(error: Error | undefined): void {
+        this.#fields.forEach((field) => {
+            this.#removeField(field);
+        });
+        this.#bars?.finish();
         if (error) {
             this.element.classList.add("failed");
             this.element.append(failureView(error));

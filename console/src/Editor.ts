@@ -33,6 +33,10 @@ export class Editor {
     /** Commands wait in the editor while they can't be run. */
     enabled = false;
 
+    get isEmpty(): boolean {
+        return this.#area.value === "";
+    }
+
     focus(): void {
         this.#area.focus();
     }

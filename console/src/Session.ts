@@ -7,9 +7,15 @@ import {
     type ClientOutput,
     type Connection,
     type EvalResult,
+    type EventData,
+    type EventName,
+    type EventOf,
+    type EventSubscription,
+    type PromptState,
     type RequestFuture,
     type TextChunk,
     type TextMessage,
+    type WorkspaceChange,
     type YdaValue,
 } from "yvm-client";
 
@@ -20,6 +26,34 @@ const queryOptions = {
     output: "none",
     runOptions: { dequeueMode: "DEQUEUE_AT_PPE" },
 } as const;
+
+/** What the page shows of its own commands beside their text. */
+const runEvents = [
+    "ylutil::io::StructuredOutputEvent",
+    "yvm::ProgressEvent",
+    "services::prompt::InputRequestEvent",
+    "ylutil::prompt::PromptEvent",
+    "services::io::CLCEvent",
+    "services::io::HomeEvent",
+] as const;
+
+export type RunEvent = EventOf<(typeof runEvents)[number]>;
+
+/** What a command tells while it runs, in its order. */
+export interface RunEvents {
+    onText(chunk: TextChunk): void;
+    onEvent(event: RunEvent): void;
+}
+
+/** A variable of the workspace. */
+export interface Variable {
+    readonly name: string;
+    readonly type: string;
+    /** Extents of an array, otherwise empty. */
+    readonly shape: readonly number[];
+    readonly bytes: number;
+    readonly isCallable: boolean;
+}
 
 /** How the page stands with the server. */
 export type SessionState =
@@ -39,6 +73,9 @@ export interface SessionEvents {
     onEngineText(chunk: TextChunk): void;
     /** That text comes no more. */
     onEngineTextFailed(error: Error): void;
+    /** The engine does something else now. */
+    onPrompt(state: PromptState["state"]): void;
+    onWorkspace(change: WorkspaceChange): void;
 }
 
 /** The page's connection and its one attached client. It knows nothing of the page. */
@@ -49,6 +86,8 @@ export class Session {
     #client: Client | undefined;
     #wantsEngineText = false;
     #engineText: ClientOutput | undefined;
+    /** The subscriptions that live, by the names of their events. */
+    readonly #subscriptions = new Map<string, EventSubscription<EventName>>();
 
     constructor(url: string, events: SessionEvents) {
         this.#url = url;
@@ -75,7 +114,7 @@ export class Session {
                     this.#end(this.#client.closed);
                 } else {
                     this.#events.onState({ kind: status.state === "lost" ? "lost" : "attached" });
-                    this.#readEngineText();
+                    this.#readAll();
                 }
             });
             this.#client = await connection.attach();
@@ -83,7 +122,7 @@ export class Session {
                 this.#events.onLateText(message);
             });
             this.#events.onState({ kind: "attached" });
-            this.#readEngineText();
+            this.#readAll();
         } catch (error) {
             await this.#connection?.disconnect();
             this.#end(error);
@@ -94,15 +133,40 @@ export class Session {
      * Runs a command as one that a person typed.
      *
      * @param columns how many characters of its output fit into a line
+     * @param told is given its text and what else it tells
      * @throws Error if there is no attached client
      */
-    run(command: string, columns: number, onText: (chunk: TextChunk) => void): RequestFuture<EvalResult> {
+    run(command: string, columns: number, told: RunEvents): RequestFuture<EvalResult, RunEvent["name"]> {
         return this.#attached().eval(command, {
             isUserEval: true,
-            onText,
+            onText: (chunk) => {
+                told.onText(chunk);
+            },
+            events: runEvents,
+            onEvent: (event) => {
+                told.onEvent(event);
+            },
             output: "stream",
             runOptions: { commandWindowColSize: columns },
         });
+    }
+
+    /** Replies to a command that asks for a line; null is the end of the input. */
+    answer(id: string, line: string | null): Promise<void> {
+        return this.#attached().answer(id, line);
+    }
+
+    /** The variables of the workspace, by name. Answered while a command runs, as all queries are. */
+    async listVariables(): Promise<Variable[]> {
+        const [variables] = await this.#attached().feval("yvm.who", [], queryOptions);
+        return asList(variables).map(asVariable);
+    }
+
+    /** The start of the text that stands for a variable, or undefined if there is none of this name. */
+    async describe(name: string): Promise<string | undefined> {
+        const [found] = await this.#attached().feval("yvm.inspect", [name], queryOptions);
+        const text = isRecord(found) ? found["text"] : undefined;
+        return typeof text === "string" ? text : undefined;
     }
 
     /** Asks what the engine runs and what waits. Answered while a command runs, if it is not one long call. */
@@ -143,6 +207,63 @@ export class Session {
         return this.#client;
     }
 
+    /** Begins to read whatever is not being read. */
+    #readAll(): void {
+        this.#readEngineText();
+        this.#readEvents("ylutil::prompt::PromptEvent", ({ state }) => {
+            this.#events.onPrompt(state);
+        });
+        this.#readEvents("yvm::WorkspaceEvent", (change) => {
+            this.#events.onWorkspace(change);
+        });
+        void this.#tellPrompt();
+    }
+
+    /** Tells what the engine does now. Events that tell more come behind the answer. */
+    async #tellPrompt(): Promise<void> {
+        try {
+            const [state] = await this.#attached().feval("yvm.state", [], queryOptions);
+            const prompt = isRecord(state) ? state["prompt"] : undefined;
+            if (prompt === "busy" || prompt === "idle" || prompt === "paused" || prompt === "debug") {
+                this.#events.onPrompt(prompt);
+            }
+        } catch {
+            // The link is lost, or somebody has interrupted the query: the next event tells.
+        }
+    }
+
+    #readEvents<N extends EventName>(name: N, onEvent: (data: EventData<N>) => void): void {
+        if (this.#client && !this.#subscriptions.has(name) && this.#isConnected()) {
+            const subscription = this.#client.events(name);
+            this.#subscriptions.set(name, subscription);
+            void this.#readSubscription(name, subscription, onEvent);
+        }
+    }
+
+    async #readSubscription<N extends EventName>(
+        name: N,
+        subscription: EventSubscription<N>,
+        onEvent: (data: EventData<N>) => void,
+    ): Promise<void> {
+        try {
+            for await (const data of subscription) {
+                onEvent(data);
+            }
+        } catch (error) {
+            // With the connection the reading begins again.
+            if (!(error instanceof ConnectionError)) {
+                reportError(error);
+            }
+        }
+        if (this.#subscriptions.get(name) === subscription) {
+            this.#subscriptions.delete(name);
+        }
+    }
+
+    #isConnected(): boolean {
+        return this.#connection?.status.state === "connected";
+    }
+
     /** Begins or ends the reading, as it is wanted and possible. */
     #readEngineText(): void {
         if (!this.#wantsEngineText) {
@@ -150,12 +271,12 @@ export class Session {
                 this.#events.onEngineTextFailed(error as Error);
             });
             this.#engineText = undefined;
-        } else if (!this.#engineText && this.#client && this.#connection?.status.state === "connected") {
-            void this.#readAll((this.#engineText = this.#client.output()));
+        } else if (!this.#engineText && this.#client && this.#isConnected()) {
+            void this.#readOutput((this.#engineText = this.#client.output()));
         }
     }
 
-    async #readAll(output: ClientOutput): Promise<void> {
+    async #readOutput(output: ClientOutput): Promise<void> {
         try {
             for await (const chunk of output) {
                 this.#events.onEngineText(chunk);
@@ -174,6 +295,7 @@ export class Session {
     #end(reason: unknown): void {
         this.#client = undefined;
         this.#connection = undefined;
+        this.#subscriptions.clear();
         this.#events.onState({
             kind: "ended",
             reason:
@@ -189,6 +311,27 @@ export class Session {
 
 function isRecord(value: YdaValue | undefined): value is { readonly [key: string]: YdaValue } {
     return typeof value === "object" && value !== null && !Array.isArray(value);
+}
+
+function asList(value: YdaValue | undefined): readonly YdaValue[] {
+    if (!Array.isArray(value)) {
+        throw new Error("the engine does not tell its variables");
+    }
+    return value as readonly YdaValue[];
+}
+
+function asVariable(value: YdaValue): Variable {
+    const { name, type, shape, bytes, callable } = isRecord(value) ? value : {};
+    if (typeof name !== "string" || typeof type !== "string") {
+        throw new Error("the engine does not tell its variables");
+    }
+    return {
+        name,
+        type,
+        shape: Array.isArray(shape) ? shape.map(Number) : [],
+        bytes: Number(bytes),
+        isCallable: callable === true,
+    };
 }
 
 function asListOfTexts(value: YdaValue | undefined): readonly string[] {

@@ -1,7 +1,8 @@
-import type { TextChunk } from "yvm-client";
+import type { InputRequest, Progress, StructuredOutput, TextChunk } from "yvm-client";
 
 import { Cell } from "./Cell";
 import { EngineCell } from "./EngineCell";
+import type { InputActions, InputField } from "./InputField";
 
 /** Older cells than these leave the page. */
 const maxCells = 500;
@@ -40,10 +41,11 @@ export class Transcript {
             const { scrollHeight, scrollTop, clientHeight } = scroller;
             this.#follows = scrollHeight - scrollTop - clientHeight < followDistance;
         });
-        // The editor below grows with its text.
-        new ResizeObserver(() => {
+        const observer = new ResizeObserver(() => {
             this.#follow();
-        }).observe(scroller);
+        });
+        observer.observe(scroller); // the editor below grows with its text
+        observer.observe(list);
     }
 
     /** Adds a cell at the end and shows it. */
@@ -64,6 +66,33 @@ export class Transcript {
         cell.output.append(chunk);
         this.#dirty.add(cell);
         this.#renderSoon();
+    }
+
+    /** Shows a figure, a table or another value that the cell's command displays. */
+    display(cell: Cell, output: StructuredOutput): void {
+        cell.output.display(output);
+        this.#dirty.add(cell);
+        this.#renderSoon();
+    }
+
+    showProgress(cell: Cell, progress: Progress): void {
+        cell.showProgress(progress);
+        this.#follow();
+    }
+
+    /**
+     * Shows a field for the line that the cell's command asks for.
+     *
+     * @param answer hands it on, see `InputActions`
+     * @param onDone called when the field has gone
+     */
+    ask(cell: Cell, request: InputRequest, answer: InputActions["answer"], onDone: () => void): InputField {
+        const field = cell.ask(request, answer, (echo) => {
+            this.append(cell, { stream: 0, text: echo });
+            onDone();
+        });
+        this.#follow();
+        return field;
     }
 
     /** Shows text that belongs to no cell, in the order of the page. */
@@ -89,6 +118,23 @@ export class Transcript {
     clear(): void {
         const isRunning = ({ element }: AnyCell) => element.classList.contains("running");
         this.#remove(this.#cells.filter((cell) => !isRunning(cell)));
+        this.#list.style.minHeight = "";
+    }
+
+    /** Removes all that a running command finds on the page, what it has printed itself included. */
+    clearFor(cell: Cell): void {
+        this.clear();
+        cell.output.clear();
+    }
+
+    /** Scrolls so that what the cell's command prints next comes first of what is seen; nothing is removed. */
+    goHome(cell: Cell): void {
+        this.#renderDirty();
+        const { top } = cell.output.begin().getBoundingClientRect();
+        const offset = top - this.#list.getBoundingClientRect().top;
+        this.#list.style.minHeight = `${String(offset + this.#scroller.clientHeight)}px`;
+        this.#follows = true;
+        this.#follow();
     }
 
     #add(cell: AnyCell): void {

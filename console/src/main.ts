@@ -1,13 +1,18 @@
 import "./style.css";
 
+import type { PromptState } from "yvm-client";
+
 import { ActivityMonitor } from "./ActivityMonitor";
 import { ActivityView } from "./ActivityView";
 import type { Cell } from "./Cell";
 import { byId } from "./dom";
 import { Editor } from "./Editor";
-import { Session, type SessionState } from "./Session";
+import { PromptIndicator } from "./PromptIndicator";
+import { Session, type RunEvent, type SessionState, type Variable } from "./Session";
 import { keepToken, takeToken } from "./token";
 import { Transcript } from "./Transcript";
+import { VariablesMonitor } from "./VariablesMonitor";
+import { VariablesView } from "./VariablesView";
 
 const status = byId("status", HTMLElement);
 const notice = byId("notice", HTMLElement);
@@ -42,7 +47,19 @@ const session = new Session(new URL("./", location.href).href, {
     onEngineTextFailed: (error) => {
         transcript.failEngineText(error);
     },
+    onPrompt: showPrompt,
+    onWorkspace: () => {
+        variablesMonitor.changed();
+    },
 });
+const promptIndicator = new PromptIndicator(byId("engine-state", HTMLElement));
+const variablesView = new VariablesView(byId("variables", HTMLElement), (name) => session.describe(name));
+const variablesMonitor = new VariablesMonitor<Variable[]>(
+    () => session.listVariables(),
+    (variables) => {
+        variablesView.show(variables);
+    },
+);
 const activityView = new ActivityView(byId("activity", HTMLElement), {
     stop,
     interrupt: () => session.interrupt(),
@@ -67,8 +84,13 @@ async function run(command: string): Promise<void> {
     const cell = transcript.add(command, stop);
     try {
         const request = monitor.send(cell, () =>
-            session.run(command, cell.output.columns, (chunk) => {
-                transcript.append(cell, chunk);
+            session.run(command, cell.output.columns, {
+                onText: (chunk) => {
+                    transcript.append(cell, chunk);
+                },
+                onEvent: (event) => {
+                    showEvent(cell, event);
+                },
             }),
         );
         requests.set(cell, request);
@@ -81,6 +103,54 @@ async function run(command: string): Promise<void> {
     } finally {
         requests.delete(cell);
         monitor.ended(cell);
+    }
+}
+
+function showEvent(cell: Cell, event: RunEvent): void {
+    switch (event.name) {
+        case "ylutil::io::StructuredOutputEvent":
+            transcript.display(cell, event.data);
+            break;
+        case "yvm::ProgressEvent":
+            transcript.showProgress(cell, event.data);
+            break;
+        case "services::prompt::InputRequestEvent": {
+            // Whoever is writing something is not torn away from it.
+            const takesFocus = editor.isEmpty && !hasSelection();
+            const field = transcript.ask(
+                cell,
+                event.data,
+                (id, line) => session.answer(id, line),
+                focusEditorUnlessElsewhere,
+            );
+            if (takesFocus) {
+                field.focus();
+            }
+            break;
+        }
+        case "ylutil::prompt::PromptEvent":
+            if (event.data.state === "busy") {
+                cell.goOn();
+            }
+            break;
+        case "services::io::CLCEvent":
+            transcript.clearFor(cell);
+            break;
+        case "services::io::HomeEvent":
+            transcript.goHome(cell);
+            break;
+    }
+}
+
+function showPrompt(state: PromptState["state"] | undefined): void {
+    promptIndicator.show(state);
+    variablesMonitor.isBusy = state === "busy" || state === "paused";
+}
+
+/** Where a field that had the focus has gone, the next thing to be written is a command. */
+function focusEditorUnlessElsewhere(): void {
+    if (document.activeElement === document.body) {
+        editor.focus();
     }
 }
 
@@ -119,6 +189,8 @@ function showState(state: SessionState): void {
     editor.enabled = state.kind === "attached";
     runButton.disabled = !editor.enabled;
     monitor.isAttached = editor.enabled;
+    showPrompt(undefined); // until the engine tells
+    watchVariables();
     connectForm.hidden = state.kind !== "ended";
     if (state.kind === "ended") {
         cells.clear(); // the next client counts its requests anew
@@ -157,6 +229,29 @@ engineTextBox.addEventListener("change", () => {
     }
 });
 
+const variablesButton = byId("variables-button", HTMLButtonElement);
+const variablesPanel = byId("variables-panel", HTMLElement);
+const variablesKey = "showsVariables";
+showVariables(sessionStorage.getItem(variablesKey) !== null);
+variablesButton.addEventListener("click", () => {
+    showVariables(variablesPanel.hidden);
+    if (variablesPanel.hidden) {
+        sessionStorage.removeItem(variablesKey);
+    } else {
+        sessionStorage.setItem(variablesKey, "");
+    }
+});
+
+function showVariables(isShown: boolean): void {
+    variablesPanel.hidden = !isShown;
+    variablesButton.setAttribute("aria-expanded", String(isShown));
+    watchVariables();
+}
+
+function watchVariables(): void {
+    variablesMonitor.isWanted = editor.enabled && !document.hidden && !variablesPanel.hidden;
+}
+
 byId("clear", HTMLButtonElement).addEventListener("click", () => {
     transcript.clear();
     editor.focus();
@@ -178,7 +273,7 @@ addEventListener("keydown", (event) => {
 /** Whether the keys for copying have something to copy. */
 function hasSelection(): boolean {
     const { activeElement } = document;
-    return activeElement instanceof HTMLTextAreaElement
+    return activeElement instanceof HTMLTextAreaElement || activeElement instanceof HTMLInputElement
         ? activeElement.selectionStart !== activeElement.selectionEnd
         : getSelection()?.isCollapsed === false;
 }
@@ -186,6 +281,7 @@ function hasSelection(): boolean {
 monitor.isVisible = !document.hidden;
 document.addEventListener("visibilitychange", () => {
     monitor.isVisible = !document.hidden;
+    watchVariables();
 });
 
 addEventListener("pagehide", () => {

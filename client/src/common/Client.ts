@@ -250,11 +250,12 @@ export class Client {
     }
 
     /**
-     * Replies to an `InputRequest`, with a line without its end. The first answer counts.
+     * Replies to an `InputRequest`, with a line without its end, or with null, which is the end of the input.
+     * The first answer counts.
      *
      * @throws YvmError if the request was answered before, or its command no longer waits for it
      */
-    async answer(id: string, text: string): Promise<void> {
+    async answer(id: string, text: string | null): Promise<void> {
         await this.feval("yvm.answer", [id, text], {
             numOutputs: 0,
             output: "none",
