@@ -1,7 +1,7 @@
 #include "engine/detail/DisplayFunctions.hpp"
 
 #include "engine/detail/Command.hpp"
-#include "engine/detail/EngineEvents.hpp"
+#include "engine/detail/EngineThread.hpp"
 #include "engine/detail/Gil.hpp"
 #include "engine/detail/JsonConversion.hpp"
 #include "engine/detail/PythonText.hpp"
@@ -37,12 +37,15 @@ bool may(const std::string& capability) {
     return command == nullptr || command->runOptions().getCapabilities().allows(capability);
 }
 
-void tellValue(EngineEvents& events, const py::dict& data, const py::dict& metadata) {
+/// Images in a loop are a flood as text is.
+void tellValue(EngineThread& engine, const py::dict& data, const py::dict& metadata) {
     auto dataJson = toJson(data);
     auto metadataJson = toJson(metadata);
     const WithoutGil released;
-    events.fire<StructuredOutputEvent>(std::move(dataJson.get<foundation::json::Object>()),
-                                       std::move(metadataJson.get<foundation::json::Object>()));
+    engine.output().writeOtherwise([&] {
+        engine.events().fire<StructuredOutputEvent>(std::move(dataJson.get<foundation::json::Object>()),
+                                                    std::move(metadataJson.get<foundation::json::Object>()));
+    });
 }
 
 void tellProgress(EngineEvents& events, std::uint64_t id, const py::str& label, double done,
@@ -72,12 +75,13 @@ void tellWorkspace(EngineEvents& events, const py::list& appeared, const py::lis
 
 }  // namespace
 
-void addDisplayFunctions(py::module_& module, EngineEvents& events) {
+void addDisplayFunctions(py::module_& module, EngineThread& engine) {
+    EngineEvents& events = engine.events();
     module.def("may", &may);
     module.def("wants_values", [&events] { return events.isWanted<StructuredOutputEvent>(); });
     module.def("takes_values", &takesValues);
-    module.def("tell_value", [&events](const py::dict& data, const py::dict& metadata) {
-        tellValue(events, data, metadata);
+    module.def("tell_value", [&engine](const py::dict& data, const py::dict& metadata) {
+        tellValue(engine, data, metadata);
     });
     module.def("wants_progress", [&events] { return events.isWanted<ProgressEvent>(); });
     module.def("tell_progress",

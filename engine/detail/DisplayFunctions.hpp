@@ -4,10 +4,10 @@
 
 namespace yvm::engine {
 
-class EngineEvents;
+class EngineThread;
 
 /// Adds to `module` the functions by which the engine's Python side tells clients of displayed values,
-/// figures, progress and the workspace. `events` must outlive the use of the interpreter. With the GIL held.
-void addDisplayFunctions(pybind11::module_& module, EngineEvents& events);
+/// figures, progress and the workspace. `engine` must outlive the use of the interpreter. With the GIL held.
+void addDisplayFunctions(pybind11::module_& module, EngineThread& engine);
 
 }  // namespace yvm::engine

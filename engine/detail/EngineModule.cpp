@@ -238,7 +238,7 @@ void createEngineModule(EngineThread& engine) {
     module.def("links_tracebacks",
                [&engine] { return traitsOf(engine.output(), StreamTypeEnum::Error).supportsHotlinks(); });
 
-    addDisplayFunctions(module, engine.events());
+    addDisplayFunctions(module, engine);
 
     module.def("pause", [&engine](double seconds) { engine.pause(seconds); });
     module.def("running", [&engine] { return engine.runningIds(); });

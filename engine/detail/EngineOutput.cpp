@@ -165,6 +165,16 @@ TextSink::Due EngineOutput::writePiece(Stream stream, std::u16string_view piece)
     return due;
 }
 
+void EngineOutput::writeOtherwise(const std::function<void()>& tell) {
+    const bool waited =
+        ForkedChild::isThis() || waitForGate(Way::OwnStreams, idOfThisThread(), ofThisThread());
+    tell();
+    if (!waited) {
+        const WithGil gil;
+        host_.raiseInterruptOfWriter();
+    }
+}
+
 bool EngineOutput::waitForGate(Way way, const OutputGate::IDType& id, OutputStreams& output) {
     if (gate_.mayWrite(way, id)) {
         return true;

@@ -10,6 +10,7 @@
 #include <pybind11/pybind11.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -77,6 +78,11 @@ class EngineOutput {
     /// piece more.
     void write(Stream stream, pybind11::handle text);
     void flush(Stream stream);
+
+    /// Calls `tell`, which brings something else than text to those who read this thread's command, and holds
+    /// it back as text of that command is. Without the GIL. Throws the interrupt that ended a wait, behind
+    /// the call.
+    void writeOtherwise(const std::function<void()>& tell);
 
     /// From now on, until `releaseDescriptors`, what is written to the descriptors 1 and 2 of the process is
     /// text of the engine. Throws `std::system_error`.

@@ -76,6 +76,23 @@ TEST_F(Gate, HoldsTheWriterBackUntilItOpens) {
     EXPECT_EQ(held.transcript->text(), "through\n");
 }
 
+TEST_F(Gate, HoldsDisplayedValuesBackThatGoToAHandler) {
+    Submission submission;
+    std::atomic<int> values{0};
+    submission.runOptions.setCallbackImpl([&](const foundation::msg_svc::eventmgr::BaseEvent&) { ++values; },
+                                          u"ylutil::io::StructuredOutputEvent");
+    auto held = submitRefused("7", submission);
+    EXPECT_EQ(values, 0);
+    gate().open(held.id);
+    held.get();
+    EXPECT_EQ(values, 1);
+
+    auto interrupted = submitRefused("import yvm; yvm.display(8); yvm.display(9)", submission);
+    EXPECT_EQ(cancel(interrupted.id, true), CancelStatus::CANCEL_WHILE_RUNNING);
+    EXPECT_EQ(interrupted.error().GetID(), "yvm.Interrupt");
+    EXPECT_EQ(values, 2);
+}
+
 TEST_F(Gate, WhatStoodBeforeTheRefusalLeavesFirst) {
     auto held = submitRefused("print('late')");
     gate().closeAfterEachWriteOf(held.id);

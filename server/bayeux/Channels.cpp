@@ -60,7 +60,8 @@ std::optional<yvm::OutputGate::Way> wayOfText(std::string_view channel) noexcept
     // Behind the prefix itself in r22a0.
     const auto parts = asClientChannel(channel);
     const std::string_view rest = parts ? parts->rest : std::string_view();
-    if (rest == "/text/output" || rest == "/text/error" || rest == "/output" || rest == "/error") {
+    if (rest == "/text/output" || rest == "/text/error" || rest == "/output" || rest == "/error" ||
+        rest == "/event/fireEvent") {
         return yvm::OutputGate::Way::OwnStreams;
     }
     return std::nullopt;

@@ -30,7 +30,8 @@ inline constexpr std::string_view kDetachResponse = "/yvm/detach/response";
 inline constexpr std::string_view kSinksSet = "/yvm/sinks/set";
 inline constexpr std::string_view kSinksResponse = "/yvm/sinks/response";
 
-/// Which way a text of the engine went that is published on this channel; nothing for other channels.
+/// Which way a text of the engine went that is published on this channel; nothing for other channels. An
+/// event counts as text of the command that caused it: images come in floods, too.
 std::optional<yvm::OutputGate::Way> wayOfText(std::string_view channel) noexcept;
 
 /// A name of the form "/yvm/<client>/<rest>", taken apart.

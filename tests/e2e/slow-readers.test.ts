@@ -15,6 +15,9 @@ const MIB = 1024 * 1024;
 /** A gigabyte, a line at a time, were there somebody to read it. */
 const FLOOD = "line = 'x' * 99 + '\\n'\nfor _ in range(10_000_000):\n    print(line, end='')";
 
+/** The same as displayed values. */
+const VALUES = "import yvm\nvalue = 'x' * 9_999\nfor _ in range(100_000):\n    yvm.display(value)";
+
 let server: ServerProcess;
 let bystander: StockClient;
 
@@ -106,19 +109,25 @@ async function untilSlowReaderHasGone(before: number): Promise<{ greatest: numbe
 
 describe("a client that stops reading in the middle of a gigabyte", () => {
     it.each([
-        ["of its command's own text", { useNullOutSink: false }, false],
-        ["of client-wide text", {}, true],
+        ["of its command's own text", FLOOD, { useNullOutSink: false }, "own"],
+        ["of client-wide text", FLOOD, {}, "wide"],
+        [
+            "of displayed values",
+            VALUES,
+            { eventConnections: { values: "ylutil::io::StructuredOutputEvent" } },
+            "values",
+        ],
     ])(
         "%s is ended and told, while others are answered and memory stays bounded",
-        async (_what, runOptions, sinks) => {
+        async (_what, command, runOptions, id) => {
             const ended = (await scrape(server))("sessions_ended_total", 'cause="slow_reader"');
-            const reader = await Reader.attached(sinks ? "wide" : "own");
-            if (sinks) {
+            const reader = await Reader.attached(id);
+            if (id === "wide") {
                 reader.request(`/yvm/${reader.id}/yvmSinks`, {});
                 await reader.until(({ channel }) => channel === `/yvm/${reader.id}/yvmSinks/response`);
             }
-            reader.request(`/yvm/${reader.id}/eval`, { command: FLOOD, runOptions });
-            await reader.until(({ channel }) => channel.endsWith("/output"));
+            reader.request(`/yvm/${reader.id}/eval`, { command, runOptions });
+            await reader.until(({ channel }) => /\/(output|fireEvent)$/.test(channel));
             const before = residentBytes();
             reader.socket.pause();
 

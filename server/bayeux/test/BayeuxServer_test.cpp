@@ -823,7 +823,13 @@ TEST_F(SlowReaderTest, TextAboveTheHighWaterHoldsItsCommandUntilItHasSunkToTheLo
     EXPECT_EQ(server->sessionCount(), 1U);
 }
 
-TEST_F(SlowReaderTest, WhatIsNoTextHoldsNobody) {
+TEST_F(SlowReaderTest, AnEventAboveTheHighWaterHoldsTheCommandThatCausedIt) {
+    write("/event/fireEvent", 300);
+    EXPECT_FALSE(mayWrite());
+    EXPECT_TRUE(mayWrite(Way::ClientWideSinks));
+}
+
+TEST_F(SlowReaderTest, WhatIsNeitherTextNorEventHoldsNobody) {
     write("/eval/response", 1'000);
     EXPECT_TRUE(mayWrite());
 }

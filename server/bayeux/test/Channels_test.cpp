@@ -38,8 +38,8 @@ TEST(Channels, FindsTheClientOfAChannel) {
 
 TEST(Channels, KnowsWhichWayTextWentInEitherVersion) {
     using Way = yvm::OutputGate::Way;
-    for (const char* name :
-         {"/yvm/a/text/output", "/yvm/a/text/error", "/yvm/a/output", "/yvm/a/error", "/yvm/output/output"}) {
+    for (const char* name : {"/yvm/a/text/output", "/yvm/a/text/error", "/yvm/a/output", "/yvm/a/error",
+                             "/yvm/output/output", "/yvm/a/event/fireEvent"}) {
         EXPECT_EQ(wayOfText(name), Way::OwnStreams) << name;
     }
     for (const char* name : {"/yvm/a/yvmSinks/output", "/yvm/sinks/response"}) {
