@@ -104,11 +104,10 @@ export async function connect(server) {
         throw new Error(`${name} started no kernel: ${kernel.message}`);
     }
     const session = `session${process.pid}`;
-    const socket = await openSocket(
+    const channelsOf = (sessionId) =>
         `${server.address.replace("http", "ws")}api/kernels/${kernel.id}/channels` +
-            `?session_id=${session}&token=${token}`,
-        [subprotocol],
-    );
+        `?session_id=${sessionId}&token=${token}`;
+    const socket = await openSocket(channelsOf(session), [subprotocol]);
     const requests = new Map();
     socket.on("message", (frame) => {
         const message = decoder(frame);
@@ -207,6 +206,8 @@ export async function connect(server) {
             killAtExit(kernelPid);
             return [server.pid, kernelPid];
         },
+        /** Where a page reaches the kernel, in a session of its own. */
+        channels: () => ({ address: channelsOf("page"), subprotocol }),
         close: () => socket.close(),
     };
 }
