@@ -2,10 +2,10 @@
 
 #include "r22a0/Debugger.hpp"
 
+#include "common/test/EvalFevalCancelFixture.hpp"
 #include "common/test/support.hpp"
 #include "foundation/json/Serializer.hpp"
 #include "r24a0/Debugger.hpp"
-#include "r24a0/test/EvalFevalCancelFixture.hpp"
 #include "testing/FakeMessageService.hpp"
 #include "testing/FakeYvm.hpp"
 #include "testing/LogCapture.hpp"
@@ -30,7 +30,6 @@ using platform_testing::FakeDebugger;
 using platform_testing::FakeMessageService;
 using platform_testing::FakeYvm;
 using platform_testing::LogCapture;
-using r24a0::ForwardingMessageService;
 using YorWorks::lxe::GlobalBreakpoint;
 using YorWorks::lxe::LineBreakpoint;
 using Action = FakeDebugger::Action;

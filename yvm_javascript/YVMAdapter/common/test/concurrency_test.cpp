@@ -90,9 +90,11 @@ class ConcurrencyTest : public testing::Test {
         broker->publish(channel, DataBuffer(text), lane);
     }
 
-    void attach(const std::string& id) {
+    void attach(const std::string& id, const std::string& version = "r24a0") {
         publish("/yvm/attach/request",
-                R"({"requestID":")" + id + R"(","yvmID":"user-yvm","supportedApiVersions":["r24a0"]})", id);
+                R"({"requestID":")" + id + R"(","yvmID":"user-yvm","supportedApiVersions":[")" + version +
+                    R"("]})",
+                id);
     }
 
     void eval(const std::string& id, int number) {
@@ -117,12 +119,12 @@ class ConcurrencyTest : public testing::Test {
 constexpr int clientCount = 4;
 constexpr std::size_t evalCount = 25;
 
-TEST_F(ConcurrencyTest, ClientsThatEvaluateAtOnceEachGetTheirTextAndTheirAnswers) {
+TEST_F(ConcurrencyTest, ClientsOfBothVersionsThatEvaluateAtOnceEachGetTheirTextAndTheirAnswers) {
     const YVMAdapterHolder holder;
     std::vector<std::thread> clients;
     for (int client = 0; client < clientCount; ++client) {
-        clients.emplace_back([this, id = "c" + std::to_string(client)] {
-            attach(id);
+        clients.emplace_back([this, id = "c" + std::to_string(client), isOlder = client % 2 == 1] {
+            attach(id, isOlder ? "r22a0" : "r24a0");
             ASSERT_TRUE(inbox.waitFor("/yvm/attach/response", 1));
             while (true) {  // the answers to all attaches come on one channel
                 const auto answers = inbox.on("/yvm/attach/response");
@@ -148,8 +150,9 @@ TEST_F(ConcurrencyTest, ClientsThatEvaluateAtOnceEachGetTheirTextAndTheirAnswers
     for (int client = 0; client < clientCount; ++client) {
         const std::string prefix = "/yvm/c" + std::to_string(client);
         EXPECT_EQ(inbox.on(prefix + "/eval/response").size(), evalCount);
-        EXPECT_EQ(inbox.on(prefix + "/text/output").size(), evalCount);
-        EXPECT_EQ(inbox.on(prefix + "/text/output").front(), R"({"requestID":"0","stream":0,"text":"hi\n"})");
+        const std::string output = prefix + (client % 2 == 1 ? "/output" : "/text/output");
+        EXPECT_EQ(inbox.on(output).size(), evalCount);
+        EXPECT_EQ(inbox.on(output).front(), R"({"requestID":"0","stream":0,"text":"hi\n"})");
     }
 }
 

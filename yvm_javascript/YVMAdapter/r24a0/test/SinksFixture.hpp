@@ -1,42 +1,16 @@
 #pragma once
 
-#include "common/JsonObject.hpp"
-#include "common/test/support.hpp"
+#include "common/test/textSupport.hpp"
 #include "foundation/feature/IFeature.hpp"
-#include "foundation/json/Serializer.hpp"
 #include "testing/FrameworkWithFakePool.hpp"
-#include "ylutil/io/StreamTypeEnum.hpp"
-
-#include <gtest/gtest.h>
 
 #include <chrono>
-#include <string>
-#include <vector>
 
 namespace yvm::JSClient::r24a0 {
 
 constexpr std::chrono::milliseconds publishPeriod(150);
 
-/// A text message, as a client reads it.
-struct Sent {
-    ylutil::io::StreamTypeEnum stream{};
-    std::string text;
-
-    explicit Sent(const JsonObject& message) : Sent(foundation::json::Serializer::serialize(message)) {}
-    explicit Sent(const std::string& json) {
-        const auto message = test::parseObject(json);
-        EXPECT_EQ(message.size(), 2U) << json;
-        stream = static_cast<ylutil::io::StreamTypeEnum>(message.at("stream").as<double>());
-        text = message.at("text").as<std::string>();
-    }
-    Sent(ylutil::io::StreamTypeEnum ownStream, std::string ownText)
-        : stream(ownStream), text(std::move(ownText)) {}
-
-    bool operator==(const Sent&) const = default;
-    friend std::ostream& operator<<(std::ostream& out, const Sent& sent) {
-        return out << sent.stream << ": " << sent.text;
-    }
-};
+using test::Sent;
 
 /// Switches the two features of batched text, both on at first, and makes both unset again.
 class FeatureSwitches {

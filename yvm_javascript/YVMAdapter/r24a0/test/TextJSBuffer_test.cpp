@@ -23,27 +23,7 @@ using ylutil::io::StreamTypeEnum;
 
 const std::string logChannel = "yvm::JSClient::TextJSBuffer";
 
-/// Opens what is protected, and counts what is called through the table of virtual operations.
-class OpenBuffer final : public TextJSBuffer {
-  public:
-    using TextJSBuffer::overflow;
-    using TextJSBuffer::TextJSBuffer;
-
-    std::streamsize xsputn(const char16_t* text, std::streamsize count) override {
-        ++writes;
-        return TextJSBuffer::xsputn(text, count);
-    }
-    int sync() override {
-        ++syncs;
-        return TextJSBuffer::sync();
-    }
-    std::streamsize write(const std::u16string& text) {
-        return sputn(text.data(), static_cast<std::streamsize>(text.size()));
-    }
-
-    int writes = 0;
-    int syncs = 0;
-};
+using OpenBuffer = test::OpenBuffer<TextJSBuffer>;
 
 class TextJSBufferTest : public testing::Test {
   protected:

@@ -1,8 +1,8 @@
 #include "r24a0/YVMSink.hpp"
 
 #include "cmddistributor/RequestIdAdapter.hpp"
+#include "common/test/EvalFevalCancelFixture.hpp"
 #include "common/test/support.hpp"
-#include "r24a0/test/EvalFevalCancelFixture.hpp"
 #include "r24a0/test/SinksFixture.hpp"
 #include "testing/FakeMessageService.hpp"
 #include "testing/FakeYvm.hpp"

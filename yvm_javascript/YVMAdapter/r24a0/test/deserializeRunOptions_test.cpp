@@ -1,3 +1,5 @@
+// The stream buffer of a command's own text, which is reached through the run options alone.
+
 #include "r24a0/deserializeRunOptions.hpp"
 
 #include "cmddistributor/RequestIdAdapter.hpp"
@@ -8,15 +10,14 @@
 #include "testing/FakeYvm.hpp"
 #include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
-#include "ylutil/io/YLNoOutputStreamBuffer.hpp"
 #include "yvm/Factory.hpp"
 
 #include <boost/make_shared.hpp>
-#include <boost/variant/get.hpp>
 #include <gtest/gtest.h>
 
-#include <limits>
-#include <typeinfo>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace yvm::JSClient::r24a0 {
 namespace {
@@ -26,218 +27,13 @@ using foundation::msg_svc::eventmgr::BaseEvent;
 using foundation::msg_svc::eventmgr::EventMgr;
 using foundation::msg_svc::exchange::IDType;
 using test::parseObject;
-using test::textThrownBy;
-using ylutil::cmddistributor::WhenToDequeue;
-using ylutil::io::SinkTraits;
 using ylutil::io::StreamTypeEnum;
 using ylutil::io::TextBaseEvent;
 
-const std::string badGet = "boost::bad_get: failed value get using boost::get";
 const std::u16string textEventName = u"ylutil::io::TextBaseEvent";
 
-RunOptions read(const std::string& text, PublishTextCallback publish = {}) {
-    return deserializeRunOptions(parseObject(text), nullptr, "7", std::move(publish));
-}
-
-void expectDefaultScheduling(const RunOptions& runOptions) {
-    const RunOptions defaults;
-    EXPECT_EQ(runOptions.getDequeueMode(), defaults.getDequeueMode());
-    EXPECT_FALSE(runOptions.getQueueName());
-    EXPECT_EQ(runOptions.getCapabilities(), defaults.getCapabilities());
-    EXPECT_EQ(runOptions.getGroupNames(), defaults.getGroupNames());
-    EXPECT_EQ(runOptions.getSuppressDebugControlOutput(), defaults.getSuppressDebugControlOutput());
-    EXPECT_EQ(runOptions.getCommandWindowRowSize(), defaults.getCommandWindowRowSize());
-    EXPECT_EQ(runOptions.getCommandWindowColSize(), defaults.getCommandWindowColSize());
-}
-
-TEST(DeserializeRunOptions, AnEmptyObjectGivesTheDefaults) {
-    const auto runOptions = read("{}");
-    expectDefaultScheduling(runOptions);
-    EXPECT_EQ(runOptions.getOutSink(), nullptr);
-    EXPECT_EQ(runOptions.getErrSink(), nullptr);
-    EXPECT_TRUE(runOptions.getCallbacks().empty());
-}
-
-TEST(DeserializeRunOptions, EveryModeCanBeNamed) {
-    for (int mode = 1; mode <= 7; ++mode) {
-        const auto expected = static_cast<WhenToDequeue::Enum>(mode);
-        EXPECT_EQ(read(R"({"dequeueMode":")" + WhenToDequeue::toString(expected) + "\"}").getDequeueMode(),
-                  expected);
-    }
-}
-
-TEST(DeserializeRunOptions, AnUnknownModeKeepsTheDefault) {
-    for (const char* mode : {"DEQUEUE_UNKNOWN", "nonsense", "", "dequeue_at_ppe"}) {
-        const auto runOptions = read(R"({"dequeueMode":")" + std::string(mode) + R"(","groupNames":["g"]})");
-        EXPECT_EQ(runOptions.getDequeueMode(), RunOptions().getDequeueMode()) << mode;
-        EXPECT_EQ(runOptions.getGroupNames(), std::vector<std::string>{"g"}) << "the keys behind it are read";
-    }
-}
-
-TEST(DeserializeRunOptions, TheQueueNameBecomesSixteenBitText) {
-    EXPECT_EQ(read(R"({"queueName":"\u00e4\ud83d\ude00"})").getQueueName().value(), u"\u00e4\U0001F600");
-    EXPECT_EQ(read(R"({"queueName":""})").getQueueName().value(), u"");
-}
-
-TEST(DeserializeRunOptions, CapabilitiesAllowTheNamedAlone) {
-    const auto capabilities = read(R"({"capabilitiesList":["input","figures"]})").getCapabilities();
-    EXPECT_EQ(capabilities, capabilities::CapabilityList::fromStringVector({"input", "figures"}));
-    EXPECT_FALSE(capabilities.allows("debugger"));
-    EXPECT_FALSE(read(R"({"capabilitiesList":[]})").getCapabilities().isUnrestricted());
-}
-
-TEST(DeserializeRunOptions, GroupNamesKeepOrderAndDuplicates) {
-    EXPECT_EQ(read(R"({"groupNames":["b","a","b"]})").getGroupNames(),
-              (std::vector<std::string>{"b", "a", "b"}));
-}
-
-TEST(DeserializeRunOptions, DebugControlOutputCanBeSuppressed) {
-    EXPECT_TRUE(read(R"({"suppressDebugControlOutput":true})").getSuppressDebugControlOutput());
-    EXPECT_FALSE(read(R"({"suppressDebugControlOutput":false})").getSuppressDebugControlOutput());
-}
-
-TEST(DeserializeRunOptions, WindowSizesAreTruncatedAndUnchecked) {
-    EXPECT_EQ(read(R"({"commandWindowRowSize":80.9})").getCommandWindowRowSize(), 80U);
-    EXPECT_EQ(read(R"({"commandWindowRowSize":-1})").getCommandWindowRowSize(),
-              std::numeric_limits<std::uint64_t>::max());
-    EXPECT_EQ(read(R"({"commandWindowColSize":9223372036854775808})").getCommandWindowColSize(),
-              std::uint64_t{1} << 63U);
-    const auto runOptions = read(R"({"commandWindowRowSize":10,"commandWindowColSize":20})");
-    EXPECT_EQ(runOptions.getCommandWindowRowSize(), 10U);
-    EXPECT_EQ(runOptions.getCommandWindowColSize(), 20U);
-}
-
-TEST(DeserializeRunOptions, UnknownKeysAndThoseOfTheOlderProtocolAreIgnored) {
-    expectDefaultScheduling(
-        read(R"({"commandWindowWidth":10,"commandWindowHeight":20,"DequeueMode":3,"other":null})"));
-}
-
-TEST(DeserializeRunOptions, AValueOfTheWrongTypeThrows) {
-    for (const char* text :
-         {R"({"dequeueMode":3})", R"({"queueName":5})", R"({"capabilitiesList":"input"})",
-          R"({"capabilitiesList":["input",5]})", R"({"groupNames":{}})", R"({"groupNames":[null]})",
-          R"({"suppressDebugControlOutput":1})", R"({"commandWindowRowSize":"80"})",
-          R"({"commandWindowColSize":true})", R"({"outSinkTraits":null})", R"({"errSinkTraits":[]})",
-          R"({"outSinkTraits":{"useEcho":1}})", R"({"useNullOutSink":1})", R"({"useNullErrSink":null})"}) {
-        EXPECT_EQ(textThrownBy<boost::bad_get>([text] { read(text); }), badGet) << text;
-    }
-}
-
-/// Whether the command has a text callback.
-bool hasTextCallback(const RunOptions& runOptions) {
-    return runOptions.getCallbacks().contains(textEventName);
-}
-
-bool isNullSink(const boost::shared_ptr<ylutil::io::YLSink>& sink) {
-    return sink && dynamic_cast<ylutil::io::YLNoOutputStreamBuffer*>(&sink->buffer()) != nullptr;
-}
-
-TEST(RunOptionStreams, FalseForOutAloneChangesTheOutStreamAlone) {
-    const auto runOptions = read(R"({"useNullOutSink":false})");
-    EXPECT_TRUE(hasTextCallback(runOptions));
-    ASSERT_NE(runOptions.getOutSink(), nullptr);
-    EXPECT_FALSE(isNullSink(runOptions.getOutSink()));
-    EXPECT_EQ(runOptions.getErrSink(), nullptr);
-}
-
-TEST(RunOptionStreams, FalseForErrInstallsTheCallbackBesideANullOutStream) {
-    const auto runOptions = read(R"({"useNullOutSink":true,"useNullErrSink":false})");
-    EXPECT_TRUE(hasTextCallback(runOptions));
-    EXPECT_TRUE(isNullSink(runOptions.getOutSink()));
-    ASSERT_NE(runOptions.getErrSink(), nullptr);
-    EXPECT_FALSE(isNullSink(runOptions.getErrSink()));
-}
-
-TEST(RunOptionStreams, BothTrueInstallNoCallback) {
-    const auto runOptions = read(R"({"useNullOutSink":true,"useNullErrSink":true})");
-    EXPECT_FALSE(hasTextCallback(runOptions));
-    EXPECT_TRUE(isNullSink(runOptions.getOutSink()));
-    EXPECT_TRUE(isNullSink(runOptions.getErrSink()));
-}
-
-TEST(RunOptionStreams, TraitsAloneChangeNothing) {
-    const auto runOptions = read(R"({"outSinkTraits":{"useEcho":true},"errSinkTraits":{}})");
-    EXPECT_FALSE(hasTextCallback(runOptions));
-    EXPECT_EQ(runOptions.getOutSink(), nullptr);
-    EXPECT_EQ(runOptions.getErrSink(), nullptr);
-}
-
-TEST(RunOptionStreams, EachStreamHasItsTraits) {
-    const auto runOptions =
-        read(R"({"outSinkTraits":{"useEcho":true},"useNullOutSink":true,"useNullErrSink":false})");
-    EXPECT_TRUE(runOptions.getOutSink()->traits().useEcho());
-    EXPECT_EQ(runOptions.getErrSink()->traits(), SinkTraits());
-}
-
-class OtherEvent final : public foundation::msg_svc::eventmgr::DerivedEvent<OtherEvent> {};
-
-struct Message {
-    std::string channel;
-    JsonObject json;
-
-    bool operator==(const Message&) const = default;
-};
-
-/// What the text callback of a command publishes for `event`.
-std::vector<Message> publishedFor(const BaseEvent& event) {
-    std::vector<Message> messages;
-    const auto runOptions =
-        read(R"({"useNullOutSink":false})", [&messages](std::string channel, JsonObject json) {
-            messages.push_back({std::move(channel), std::move(json)});
-        });
-    runOptions.getCallbacks().at(textEventName)(event);
-    return messages;
-}
-
-TEST(TextCallback, OutputGoesToItsChannel) {
-    EXPECT_EQ(publishedFor(TextBaseEvent(IDType(), StreamTypeEnum::Output, u"hi\n")),
-              (std::vector<Message>{{"/text/output", JsonObject{{"requestID", "7"},
-                                                                {"stream", foundation::json::Value(0)},
-                                                                {"text", "hi\n"}}}}));
-}
-
-TEST(TextCallback, ErrorsGoToTheirChannel) {
-    EXPECT_EQ(publishedFor(TextBaseEvent(IDType(), StreamTypeEnum::Error, u"oh")),
-              (std::vector<Message>{
-                  {"/text/error",
-                   JsonObject{{"requestID", "7"}, {"stream", foundation::json::Value(1)}, {"text", "oh"}}}}));
-}
-
-TEST(TextCallback, OtherStreamsAreDropped) {
-    EXPECT_TRUE(publishedFor(TextBaseEvent(IDType(), StreamTypeEnum::Generic, u"x")).empty());
-    EXPECT_TRUE(publishedFor(TextBaseEvent(IDType(), static_cast<StreamTypeEnum>(9), u"x")).empty());
-}
-
-TEST(TextCallback, LoneSurrogatesBecomeTheReplacementCharacter) {
-    const auto messages = publishedFor(TextBaseEvent(IDType(), StreamTypeEnum::Output, u"a\xD800\U0001F600"));
-    ASSERT_EQ(messages.size(), 1U);
-    EXPECT_EQ(messages.front().json.at("text").as<std::string>(), "a\xEF\xBF\xBD\xF0\x9F\x98\x80");
-}
-
-TEST(TextCallback, AnEventOfAnotherKindIsABadCast) {
-    EXPECT_THROW(publishedFor(OtherEvent()), std::bad_cast);
-}
-
-class TaggedEvent final : public foundation::msg_svc::eventmgr::DerivedEvent<TaggedEvent> {
-  public:
-    static constexpr bool acceptsUserTags = true;
-};
-
-TEST(TextCallback, AnEventThatMerelyCarriesTheTagIsABadCast) {
-    TaggedEvent event;
-    event.addUserTags(std::vector<std::u16string>{textEventName});
-    EXPECT_THROW(publishedFor(event), std::bad_cast);
-}
-
-TEST(TextCallback, EachCopyOfTheRunOptionsPublishes) {
-    int published = 0;
-    const auto runOptions = read(R"({"useNullErrSink":false})",
-                                 [&published](const std::string&, const JsonObject&) { ++published; });
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what is tested.
-    const RunOptions copy = runOptions;
-    copy.getCallbacks().at(textEventName)(TextBaseEvent(IDType(), StreamTypeEnum::Output, u"x"));
-    runOptions.getCallbacks().at(textEventName)(TextBaseEvent(IDType(), StreamTypeEnum::Output, u"x"));
-    EXPECT_EQ(published, 2);
+RunOptions read(const std::string& text) {
+    return deserializeRunOptions(parseObject(text), nullptr, "7", {});
 }
 
 /// An event manager whose deliveries fail.

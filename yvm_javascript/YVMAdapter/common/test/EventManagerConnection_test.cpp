@@ -1,12 +1,17 @@
-#include "r24a0/EventManagerConnection.hpp"
+// The bridge from events to a client, which both protocol versions have alike, but that only r24a0 flushes
+// text ahead of an event.
+
+#include "r22a0/EventManagerConnection.hpp"
 
 #include "cmddistributor/RunOptions.hpp"
 #include "common/test/support.hpp"
+#include "common/test/versions.hpp"
 #include "cppmicroservices/Framework.hpp"
 #include "event_json_converter/EventToJsonConverter.hpp"
 #include "foundation/cppmicroservices/framework.hpp"
-#include "r24a0/DisconnectRequest.hpp"
-#include "r24a0/SubscribeRequest.hpp"
+#include "r22a0/YVMSink.hpp"
+#include "r22a0/deserializeRunOptions.hpp"
+#include "r24a0/EventManagerConnection.hpp"
 #include "r24a0/YVMSink.hpp"
 #include "r24a0/deserializeRunOptions.hpp"
 #include "r24a0/test/SinksFixture.hpp"
@@ -28,7 +33,7 @@
 #include <thread>
 #include <vector>
 
-namespace yvm::JSClient::r24a0 {
+namespace yvm::JSClient {
 namespace {
 
 using event_json_converter::EventToJsonConverter;
@@ -46,7 +51,7 @@ using test::statusOf;
 using test::textThrownBy;
 
 const std::string logChannel = "yvm::JSClient::EventManagerConnection";
-const std::string numberEvent = "yvm::JSClient::r24a0::(anonymous namespace)::NumberEvent";
+const std::string numberEvent = "yvm::JSClient::(anonymous namespace)::NumberEvent";
 const std::string promptEvent = "ylutil::prompt::PromptEvent";
 
 class NumberEvent final : public DerivedEvent<NumberEvent> {
@@ -87,11 +92,70 @@ JsonObject tellNumber(const BaseEvent& event) {
     return {{"number", Value(dynamic_cast<const NumberEvent&>(event).number())}};
 }
 
-class EventManagerConnectionTest : public testing::Test {
-  protected:
-    ~EventManagerConnectionTest() override { connection.reset(); }
+/// The bridge of either version.
+class Bridge {
+  public:
+    using EventHandler = boost::function<void(const BaseEvent&)>;
 
-    void create() { connection = EventManagerConnection::create("/yvm/a", eventMgr, service, nullptr); }
+    virtual ~Bridge() = default;
+    virtual EventHandler makeEventHandler(const std::string& eventName, const std::string& requestId) = 0;
+    virtual EventHandler makeRunOptionsEventHandler(const std::string& eventName,
+                                                    const std::string& requestId) = 0;
+    virtual void handleDisconnect(const std::string& channel) = 0;
+    virtual cmddistributor::RunOptions deserialize(const JsonObject& options) = 0;
+};
+
+template <typename Connection, cmddistributor::RunOptions (*deserializeRunOptions)(
+                                   const JsonObject&, const std::shared_ptr<Connection>&, const std::string&,
+                                   std::function<void(std::string, JsonObject)>)>
+class BridgeOf final : public Bridge {
+  public:
+    explicit BridgeOf(std::shared_ptr<Connection> connection) : connection_(std::move(connection)) {}
+    EventHandler makeEventHandler(const std::string& eventName, const std::string& requestId) override {
+        return connection_->makeEventHandler(eventName, requestId);
+    }
+    EventHandler makeRunOptionsEventHandler(const std::string& eventName,
+                                            const std::string& requestId) override {
+        return connection_->makeRunOptionsEventHandler(eventName, requestId);
+    }
+    void handleDisconnect(const std::string& channel) override { connection_->handleDisconnect(channel); }
+    cmddistributor::RunOptions deserialize(const JsonObject& options) override {
+        return deserializeRunOptions(options, connection_, "7", [](const std::string&, const JsonObject&) {});
+    }
+
+  private:
+    const std::shared_ptr<Connection> connection_;
+};
+
+using BridgeOfR22a0 = BridgeOf<r22a0::EventManagerConnection, r22a0::deserializeRunOptions>;
+using BridgeOfR24a0 = BridgeOf<r24a0::EventManagerConnection, r24a0::deserializeRunOptions>;
+
+class EventFixture : public testing::Test {
+  protected:
+    /// The converters of the product are started by the first look-up of each version, in the framework that
+    /// is there. Let that be none of a test's, which knows the converters that it registers and no others.
+    static void SetUpTestSuite() {
+        const platform_testing::FrameworkWithFakePool first;
+        const auto service = FakeMessageService::create();
+        EXPECT_FALSE(r22a0::EventManagerConnection::create("/yvm/a", nullptr, service)
+                         ->makeEventHandler("nobody::Knows", "1"));
+        EXPECT_FALSE(r24a0::EventManagerConnection::create("/yvm/a", nullptr, service, nullptr)
+                         ->makeEventHandler("nobody::Knows", "1"));
+    }
+
+    explicit EventFixture(ApiVersion ownVersion) : version(ownVersion) {}
+    ~EventFixture() override { connection.reset(); }
+
+    void create() { create(eventMgr); }
+    void create(const boost::shared_ptr<EventMgr>& ownEventMgr) {
+        if (version == ApiVersion::r22a0) {
+            connection = std::make_unique<BridgeOfR22a0>(
+                r22a0::EventManagerConnection::create("/yvm/a", ownEventMgr, service));
+        } else {
+            connection = std::make_unique<BridgeOfR24a0>(
+                r24a0::EventManagerConnection::create("/yvm/a", ownEventMgr, service, nullptr));
+        }
+    }
 
     void registerConverter(const std::string& tag, FunctionConverter::Function function) {
         registered.framework().GetBundleContext().RegisterService<EventToJsonConverter>(
@@ -133,36 +197,22 @@ class EventManagerConnectionTest : public testing::Test {
         return R"({"requestID":")" + requestID + R"("})";
     }
 
-    const FeatureSwitches features;
+    const ApiVersion version;
+    const r24a0::FeatureSwitches features;
     platform_testing::FrameworkWithFakePool registered;
     const std::shared_ptr<FakeMessageService> service = FakeMessageService::create();
     const boost::shared_ptr<EventMgr> eventMgr = EventMgr::create();
-    std::shared_ptr<EventManagerConnection> connection;
+    std::unique_ptr<Bridge> connection;
 };
 
-TEST(EventRequests, ReadTheirKey) {
-    const BaseRequest base(std::string(R"({"requestID":"1","eventName":"e","requestIDtoDisconnect":"2"})"));
-    EXPECT_EQ(SubscribeRequest(base).getEventName(), "e");
-    EXPECT_EQ(SubscribeRequest(base).getRequestID(), "1");
-    EXPECT_EQ(DisconnectRequest(base).getRequestIDtoDisconnect(), "2");
-    EXPECT_EQ(DisconnectRequest(base).getRequestID(), "1");
-}
+class EventManagerConnectionTest : public EventFixture, public test::ForEachVersion {
+  protected:
+    EventManagerConnectionTest() : EventFixture(GetParam()) {}
+};
 
-TEST(EventRequests, AMissingOrMistypedKeyThrows) {
-    const BaseRequest empty(std::string(R"({"requestID":"1"})"));
-    const std::string rest = " is missing from {\n  \"requestID\": \"1\"\n}";
-    EXPECT_EQ(textThrownBy<std::runtime_error>([&] { SubscribeRequest{empty}; }), "key: eventName" + rest);
-    EXPECT_EQ(textThrownBy<std::runtime_error>([&] { DisconnectRequest{empty}; }),
-              "key: requestIDtoDisconnect" + rest);
-    const BaseRequest mistyped(
-        std::string(R"({"requestID":"1","eventName":5,"requestIDtoDisconnect":null})"));
-    EXPECT_EQ(textThrownBy<std::runtime_error>([&] { SubscribeRequest{mistyped}; }),
-              "invalid conversion: double to string");
-    EXPECT_EQ(textThrownBy<std::runtime_error>([&] { DisconnectRequest{mistyped}; }),
-              "invalid conversion: null to string");
-}
+INSTANTIATE_TEST_SUITE_P(Versions, EventManagerConnectionTest, test::bothVersions(), test::nameOfVersion);
 
-TEST_F(EventManagerConnectionTest, SubscribesTwoChannelsInOrderAndOnlyPublishesOnTheThird) {
+TEST_P(EventManagerConnectionTest, SubscribesTwoChannelsInOrderAndOnlyPublishesOnTheThird) {
     create();
     EXPECT_EQ(service->subscriptionLog(),
               (std::vector<std::string>{"subscribe /yvm/a/subscribeEvent/request",
@@ -171,7 +221,7 @@ TEST_F(EventManagerConnectionTest, SubscribesTwoChannelsInOrderAndOnlyPublishesO
     EXPECT_EQ(service->subscriberCount(), 0U);
 }
 
-TEST_F(EventManagerConnectionTest, ASubscriptionBringsEveryEventUnderItsIdentifier) {
+TEST_P(EventManagerConnectionTest, ASubscriptionBringsEveryEventUnderItsIdentifier) {
     registerConverter(numberEvent, tellNumber);
     create();
     const LogCapture log;
@@ -188,7 +238,7 @@ TEST_F(EventManagerConnectionTest, ASubscriptionBringsEveryEventUnderItsIdentifi
     EXPECT_EQ(log.count(logChannel, 8, "inside event callback for " + numberEvent + " for s"), 2U);
 }
 
-TEST_F(EventManagerConnectionTest, OtherEventsDoNotComeAndUserTagsDo) {
+TEST_P(EventManagerConnectionTest, OtherEventsDoNotComeAndUserTagsDo) {
     registerConverter("my tag", [](const BaseEvent&) { return JsonObject{{"tagged", Value(true)}}; });
     create();
     subscribe("s", "my tag");
@@ -200,7 +250,7 @@ TEST_F(EventManagerConnectionTest, OtherEventsDoNotComeAndUserTagsDo) {
     EXPECT_EQ(firedTexts(), std::vector<std::string>{R"({"eventData":{"tagged":true},"requestID":"s"})"});
 }
 
-TEST_F(EventManagerConnectionTest, ANameWithoutAConverterIsRefused) {
+TEST_P(EventManagerConnectionTest, ANameWithoutAConverterIsRefused) {
     create();
     const LogCapture log;
     subscribe("s", "nobody::Knows");
@@ -211,7 +261,7 @@ TEST_F(EventManagerConnectionTest, ANameWithoutAConverterIsRefused) {
     EXPECT_EQ(messageOf(lastAnswer("disconnectEvent")), "No subscription for s") << "the table stayed empty";
 }
 
-TEST_F(EventManagerConnectionTest, NamesThatMeanSomethingInFiltersAreJustNames) {
+TEST_P(EventManagerConnectionTest, NamesThatMeanSomethingInFiltersAreJustNames) {
     registerConverter(numberEvent, tellNumber);
     registerConverter("(a)*\\\\", tellNumber);
     create();
@@ -223,7 +273,7 @@ TEST_F(EventManagerConnectionTest, NamesThatMeanSomethingInFiltersAreJustNames) 
     EXPECT_EQ(lastAnswer("subscribeEvent"), Value(JsonObject{{"requestID", "t"}}));
 }
 
-TEST_F(EventManagerConnectionTest, AnEncodedNameFindsTheConverterAndItselfStaysTheTag) {
+TEST_P(EventManagerConnectionTest, AnEncodedNameFindsTheConverterAndItselfStaysTheTag) {
     registerConverter("sample::Event", tellNumber);
     create();
     subscribe("s", "class sample::Event");
@@ -232,7 +282,7 @@ TEST_F(EventManagerConnectionTest, AnEncodedNameFindsTheConverterAndItselfStaysT
     EXPECT_EQ(eventMgr->subscriptionCount(u"sample::Event"), 0U);
 }
 
-TEST_F(EventManagerConnectionTest, OfTwoConvertersTheFirstServes) {
+TEST_P(EventManagerConnectionTest, OfTwoConvertersTheFirstServes) {
     registerConverter(numberEvent, tellNumber);
     int asked = 0;
     registerConverter(numberEvent, [&asked](const BaseEvent&) {
@@ -246,7 +296,7 @@ TEST_F(EventManagerConnectionTest, OfTwoConvertersTheFirstServes) {
     EXPECT_EQ(asked, 0);
 }
 
-TEST_F(EventManagerConnectionTest, WithoutAFrameworkThereIsNoConverter) {
+TEST_P(EventManagerConnectionTest, WithoutAFrameworkThereIsNoConverter) {
     registerConverter(numberEvent, tellNumber);
     create();
     subscribe("first", numberEvent);
@@ -255,9 +305,9 @@ TEST_F(EventManagerConnectionTest, WithoutAFrameworkThereIsNoConverter) {
     EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "No converter for " + numberEvent);
 }
 
-TEST_F(EventManagerConnectionTest, WithoutAConnectionThereIsNoSubscription) {
+TEST_P(EventManagerConnectionTest, WithoutAConnectionThereIsNoSubscription) {
     registerConverter(numberEvent, tellNumber);
-    connection = EventManagerConnection::create("/yvm/a", nullptr, service, nullptr);
+    create(nullptr);
     subscribe("s", numberEvent);
     EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "Unable to subscribe to " + numberEvent);
     EXPECT_EQ(statusOf(lastAnswer("subscribeEvent")), 5);
@@ -265,7 +315,7 @@ TEST_F(EventManagerConnectionTest, WithoutAConnectionThereIsNoSubscription) {
     EXPECT_EQ(messageOf(lastAnswer("disconnectEvent")), "No subscription for s");
 }
 
-TEST_F(EventManagerConnectionTest, AMissingKeyIsAnsweredByTheChannel) {
+TEST_P(EventManagerConnectionTest, AMissingKeyIsAnsweredByTheChannel) {
     create();
     service->deliver("/yvm/a/subscribeEvent/request", R"({"requestID":"s"})");
     EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")),
@@ -275,7 +325,7 @@ TEST_F(EventManagerConnectionTest, AMissingKeyIsAnsweredByTheChannel) {
               "key: requestIDtoDisconnect is missing from {\n  \"requestID\": \"d\"\n}");
 }
 
-TEST_F(EventManagerConnectionTest, AnIdentifierInUseIsRefusedAndYetTheNewSubscriptionLives) {
+TEST_P(EventManagerConnectionTest, AnIdentifierInUseIsRefusedAndYetTheNewSubscriptionLives) {
     registerConverter(numberEvent, tellNumber);
     registerConverter("other", [](const BaseEvent&) { return JsonObject{{"other", Value(true)}}; });
     create();
@@ -293,7 +343,7 @@ TEST_F(EventManagerConnectionTest, AnIdentifierInUseIsRefusedAndYetTheNewSubscri
     EXPECT_EQ(eventMgr->subscriptionCount(u"other"), 0U);
 }
 
-TEST_F(EventManagerConnectionTest, ADisconnectEndsTheSubscriptionOnce) {
+TEST_P(EventManagerConnectionTest, ADisconnectEndsTheSubscriptionOnce) {
     registerConverter(numberEvent, tellNumber);
     create();
     subscribe("s", numberEvent);
@@ -311,7 +361,7 @@ TEST_F(EventManagerConnectionTest, ADisconnectEndsTheSubscriptionOnce) {
         << "the identifier is free";
 }
 
-TEST_F(EventManagerConnectionTest, AConverterThatThrowsCostsThatEventAlone) {
+TEST_P(EventManagerConnectionTest, AConverterThatThrowsCostsThatEventAlone) {
     registerConverter(numberEvent, [](const BaseEvent& event) {
         if (dynamic_cast<const NumberEvent&>(event).number() == 1) {
             throw std::runtime_error("no words");
@@ -327,7 +377,7 @@ TEST_F(EventManagerConnectionTest, AConverterThatThrowsCostsThatEventAlone) {
     EXPECT_EQ(log.texts("foundation::msg_svc::eventmgr", 16).size(), 1U);
 }
 
-TEST_F(EventManagerConnectionTest, APublishThatThrowsCostsThatEventAlone) {
+TEST_P(EventManagerConnectionTest, APublishThatThrowsCostsThatEventAlone) {
     registerConverter(numberEvent, tellNumber);
     create();
     subscribe("s", numberEvent);
@@ -337,7 +387,7 @@ TEST_F(EventManagerConnectionTest, APublishThatThrowsCostsThatEventAlone) {
     EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("s", 2)});
 }
 
-TEST_F(EventManagerConnectionTest, AnEventBehindTheEndOfTheClientIsDropped) {
+TEST_P(EventManagerConnectionTest, AnEventBehindTheEndOfTheClientIsDropped) {
     registerConverter(numberEvent, tellNumber);
     create();
     const auto handler = connection->makeEventHandler(numberEvent, "r");
@@ -348,7 +398,7 @@ TEST_F(EventManagerConnectionTest, AnEventBehindTheEndOfTheClientIsDropped) {
     EXPECT_TRUE(log.contains(logChannel, 8, "inside event callback for " + numberEvent + " for r"));
 }
 
-TEST_F(EventManagerConnectionTest, TheEndOfTheClientEndsItsSubscriptions) {
+TEST_P(EventManagerConnectionTest, TheEndOfTheClientEndsItsSubscriptions) {
     registerConverter(numberEvent, tellNumber);
     create();
     subscribe("s", numberEvent);
@@ -357,7 +407,7 @@ TEST_F(EventManagerConnectionTest, TheEndOfTheClientEndsItsSubscriptions) {
     EXPECT_EQ(eventMgr->subscriptionCount(std::u16string(numberEvent.begin(), numberEvent.end())), 0U);
 }
 
-TEST_F(EventManagerConnectionTest, AnEventMayDropTheLastReference) {
+TEST_P(EventManagerConnectionTest, AnEventMayDropTheLastReference) {
     registerConverter(numberEvent, [this](const BaseEvent& event) {
         connection.reset();
         return tellNumber(event);
@@ -369,7 +419,7 @@ TEST_F(EventManagerConnectionTest, AnEventMayDropTheLastReference) {
     EXPECT_EQ(service->subscriberCount(), 0U);
 }
 
-TEST_F(EventManagerConnectionTest, AnEventFiredInsideAHandlerArrives) {
+TEST_P(EventManagerConnectionTest, AnEventFiredInsideAHandlerArrives) {
     registerConverter(numberEvent, [this](const BaseEvent& event) {
         if (dynamic_cast<const NumberEvent&>(event).number() == 1) {
             fire(2);
@@ -382,7 +432,7 @@ TEST_F(EventManagerConnectionTest, AnEventFiredInsideAHandlerArrives) {
     EXPECT_EQ(firedTexts(), (std::vector<std::string>{fired("s", 2), fired("s", 1)}));
 }
 
-TEST_F(EventManagerConnectionTest, ARunOptionsHandlerReservesItsIdentifier) {
+TEST_P(EventManagerConnectionTest, ARunOptionsHandlerReservesItsIdentifier) {
     registerConverter(numberEvent, tellNumber);
     create();
     const auto handler = connection->makeRunOptionsEventHandler(numberEvent, "r");
@@ -401,14 +451,14 @@ TEST_F(EventManagerConnectionTest, ARunOptionsHandlerReservesItsIdentifier) {
     EXPECT_TRUE(connection->makeRunOptionsEventHandler(numberEvent, "r")) << "the identifier is free";
 }
 
-TEST_F(EventManagerConnectionTest, ARunOptionsHandlerReservesEvenWithoutAConverter) {
+TEST_P(EventManagerConnectionTest, ARunOptionsHandlerReservesEvenWithoutAConverter) {
     create();
     EXPECT_FALSE(connection->makeRunOptionsEventHandler("nobody::Knows", "r"));
     disconnect("d", "r");
     EXPECT_EQ(lastAnswer("disconnectEvent"), Value(JsonObject{{"requestID", "d"}}));
 }
 
-TEST_F(EventManagerConnectionTest, ARunOptionsHandlerUnderASubscriptionsIdentifierEndsThatSubscription) {
+TEST_P(EventManagerConnectionTest, ARunOptionsHandlerUnderASubscriptionsIdentifierEndsThatSubscription) {
     registerConverter(numberEvent, tellNumber);
     create();
     subscribe("s", numberEvent);
@@ -419,7 +469,7 @@ TEST_F(EventManagerConnectionTest, ARunOptionsHandlerUnderASubscriptionsIdentifi
     EXPECT_EQ(lastAnswer("disconnectEvent"), Value(JsonObject{{"requestID", "d"}})) << "the entry stands";
 }
 
-TEST_F(EventManagerConnectionTest, ALostDisconnectChannelEndsAllSubscriptionsAndOthersNone) {
+TEST_P(EventManagerConnectionTest, ALostDisconnectChannelEndsAllSubscriptionsAndOthersNone) {
     registerConverter(numberEvent, tellNumber);
     create();
     subscribe("s", numberEvent);
@@ -442,13 +492,14 @@ TEST_F(EventManagerConnectionTest, ALostDisconnectChannelEndsAllSubscriptionsAnd
                              "Lost connection to disconnectEvent. Removing 0 related event subscriptions"));
 }
 
-/// With a sink of the client that holds text back.
-class EventAndTextTest : public EventManagerConnectionTest {
+/// With a sink of the client that holds text back, and is told of events.
+class EventAndTextTest : public EventFixture {
   protected:
-    EventAndTextTest() {
+    EventAndTextTest() : EventFixture(ApiVersion::r24a0) {
         registerConverter(promptEvent, [](const BaseEvent&) { return JsonObject(); });
         registerConverter("other::Event", [](const BaseEvent&) { return JsonObject(); });
-        connection = EventManagerConnection::create("/yvm/a", eventMgr, service, sink);
+        connection = std::make_unique<BridgeOfR24a0>(
+            r24a0::EventManagerConnection::create("/yvm/a", eventMgr, service, sink));
         subscribe("p", promptEvent);
         subscribe("o", "other::Event");
         service->deliver("/yvm/a/yvmSinks/request", R"({"requestID":"i"})");
@@ -470,7 +521,7 @@ class EventAndTextTest : public EventManagerConnectionTest {
     }
 
     const std::shared_ptr<FakeYvm> engine = FakeYvm::create();
-    const std::shared_ptr<YVMSink> sink = YVMSink::create("/yvm/a", engine, service);
+    const std::shared_ptr<r24a0::YVMSink> sink = r24a0::YVMSink::create("/yvm/a", engine, service);
 };
 
 TEST_F(EventAndTextTest, TextLeavesBeforeEachEventOfTheFlushSet) {
@@ -504,6 +555,31 @@ TEST_F(EventAndTextTest, WithTheFeatureOffNothingIsFlushed) {
     EXPECT_EQ(channels(), std::vector<std::string>{"/yvm/a/event/fireEvent"});
 }
 
+/// With a sink of the client that knows nothing of events.
+class EventBesideTextOfR22a0Test : public EventFixture {
+  protected:
+    EventBesideTextOfR22a0Test() : EventFixture(ApiVersion::r22a0) {}
+
+    const std::shared_ptr<FakeYvm> engine = FakeYvm::create();
+    const std::shared_ptr<r22a0::YVMSink> sink = r22a0::YVMSink::create(engine, service);
+};
+
+TEST_F(EventBesideTextOfR22a0Test, EachEventOvertakesTextThatIsNotSynchronised) {
+    registerConverter(promptEvent, [](const BaseEvent&) { return JsonObject(); });
+    create();
+    subscribe("p", promptEvent);
+    service->deliver("/yvm/sinks/set", "{}");
+    service->clearPublications();
+    engine->outSink()->buffer().sputn(u"queued", 6);
+    eventMgr->deliver(std::make_shared<NamedEvent>(u"ylutil::prompt::PromptEvent"),
+                      DeliveryMode::synchronous);
+    engine->outSink()->buffer().pubsync();
+    const auto publications = service->publications();
+    ASSERT_EQ(publications.size(), 2U);
+    EXPECT_EQ(publications[0].channel, "/yvm/a/event/fireEvent");
+    EXPECT_EQ(publications[1].channel, "/yvm/sinks/response");
+}
+
 class EventConnectionsOptionTest : public EventManagerConnectionTest {
   protected:
     EventConnectionsOptionTest() {
@@ -516,7 +592,7 @@ class EventConnectionsOptionTest : public EventManagerConnectionTest {
     }
 
     cmddistributor::RunOptions read(const std::string& text) {
-        return deserializeRunOptions(parseObject(text), connection, "7", [](std::string, JsonObject) {});
+        return connection->deserialize(parseObject(text));
     }
     static bool has(const cmddistributor::RunOptions& options, const std::string& name) {
         return options.getCallbacks().contains(std::u16string(name.begin(), name.end()));
@@ -524,7 +600,9 @@ class EventConnectionsOptionTest : public EventManagerConnectionTest {
     static std::string textType() { return "ylutil::io::TextBaseEvent"; }
 };
 
-TEST_F(EventConnectionsOptionTest, EachMemberConnectsAnEventUnderItsIdentifier) {
+INSTANTIATE_TEST_SUITE_P(Versions, EventConnectionsOptionTest, test::bothVersions(), test::nameOfVersion);
+
+TEST_P(EventConnectionsOptionTest, EachMemberConnectsAnEventUnderItsIdentifier) {
     const auto options = read(R"({"eventConnections":{"x":")" + numberEvent + R"("}})");
     ASSERT_TRUE(has(options, numberEvent));
     options.getCallbacks().at(std::u16string(numberEvent.begin(), numberEvent.end()))(NumberEvent(3));
@@ -533,20 +611,20 @@ TEST_F(EventConnectionsOptionTest, EachMemberConnectsAnEventUnderItsIdentifier) 
     EXPECT_EQ(options.getOutSink(), nullptr);
 }
 
-TEST_F(EventConnectionsOptionTest, MembersAreTakenInTheOrderOfTheirNames) {
+TEST_P(EventConnectionsOptionTest, MembersAreTakenInTheOrderOfTheirNames) {
     const auto options =
         read(R"({"eventConnections":{"b":")" + numberEvent + R"(","a":")" + numberEvent + R"("}})");
     options.getCallbacks().at(std::u16string(numberEvent.begin(), numberEvent.end()))(NumberEvent(3));
     EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("b", 3)}) << "the later replaces the earlier";
 }
 
-TEST_F(EventConnectionsOptionTest, AnIdentifierInUseAndAnUnknownEventArePassedOver) {
+TEST_P(EventConnectionsOptionTest, AnIdentifierInUseAndAnUnknownEventArePassedOver) {
     read(R"({"eventConnections":{"x":")" + numberEvent + R"("}})");
     const auto options = read(R"({"eventConnections":{"x":")" + numberEvent + R"(","y":"nobody::Knows"}})");
     EXPECT_TRUE(options.getCallbacks().empty());
 }
 
-TEST_F(EventConnectionsOptionTest, AMistypedValueThrows) {
+TEST_P(EventConnectionsOptionTest, AMistypedValueThrows) {
     for (const char* text : {R"({"eventConnections":[]})", R"({"eventConnections":null})",
                              R"({"eventConnections":{"x":5}})", R"({"eventConnections":{"x":null}})"}) {
         EXPECT_EQ(textThrownBy<boost::bad_get>([&] { read(text); }),
@@ -555,14 +633,14 @@ TEST_F(EventConnectionsOptionTest, AMistypedValueThrows) {
     }
 }
 
-TEST_F(EventConnectionsOptionTest, AnEmptyObjectConnectsNothing) {
+TEST_P(EventConnectionsOptionTest, AnEmptyObjectConnectsNothing) {
     EXPECT_TRUE(read(R"({"eventConnections":{}})").getCallbacks().empty());
 }
 
-TEST_F(EventConnectionsOptionTest, AConnectionForTextOverridesStreamsTraitsAndTextCallback) {
-    const auto options =
-        read(R"({"outSinkTraits":{"useEcho":true},"useNullOutSink":false,"useNullErrSink":true,)"
-             R"("eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
+TEST_P(EventConnectionsOptionTest, AConnectionForTextOverridesStreamsTraitsAndTextCallback) {
+    const auto options = read(
+        R"({"outSinkTraits":{"useEcho":true,"_useEcho":true},"useNullOutSink":false,"useNullErrSink":true,)"
+        R"("eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
     const auto defaults = cmddistributor::RunOptions::getDefaultSinkTraits();
     ASSERT_NE(options.getOutSink(), nullptr);
     ASSERT_NE(options.getErrSink(), nullptr);
@@ -576,7 +654,7 @@ TEST_F(EventConnectionsOptionTest, AConnectionForTextOverridesStreamsTraitsAndTe
     EXPECT_EQ(firedTexts(), std::vector<std::string>{R"({"eventData":{"units":2},"requestID":"t"})"});
 }
 
-TEST_F(EventConnectionsOptionTest, AConnectionForTextThatIsPassedOverLeavesTheStreams) {
+TEST_P(EventConnectionsOptionTest, AConnectionForTextThatIsPassedOverLeavesTheStreams) {
     read(R"({"eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
     const auto options =
         read(R"({"useNullOutSink":false,"eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
@@ -585,7 +663,7 @@ TEST_F(EventConnectionsOptionTest, AConnectionForTextThatIsPassedOverLeavesTheSt
     EXPECT_EQ(options.getErrSink(), nullptr);
 }
 
-TEST_F(EventManagerConnectionTest, SubscribersComeAndGoWhileEventsAreFired) {
+TEST_P(EventManagerConnectionTest, SubscribersComeAndGoWhileEventsAreFired) {
     registerConverter(numberEvent, tellNumber);
     create();
     std::atomic<bool> done{false};
@@ -622,4 +700,4 @@ TEST_F(EventManagerConnectionTest, SubscribersComeAndGoWhileEventsAreFired) {
 }
 
 }  // namespace
-}  // namespace yvm::JSClient::r24a0
+}  // namespace yvm::JSClient

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "common/ApiVersion.hpp"
 #include "common/test/support.hpp"
 #include "foundation/json/Serializer.hpp"
 #include "foundation/yorlabdata/ArrayFactory.hpp"
+#include "r22a0/EvalFevalCancel.hpp"
 #include "r24a0/EvalFevalCancel.hpp"
 #include "testing/FakeCmdDistributor.hpp"
 #include "testing/FakeMessageService.hpp"
@@ -19,7 +21,17 @@
 #include <utility>
 #include <vector>
 
-namespace yvm::JSClient::r24a0 {
+namespace yvm::JSClient {
+
+/// The execution service of a client of that version.
+inline std::shared_ptr<void> createEvalFevalCancel(
+    ApiVersion version, const std::string& prefix, const std::shared_ptr<yvm::YVM>& engine,
+    const std::shared_ptr<connector::message_service::MessageService>& service) {
+    if (version == ApiVersion::r22a0) {
+        return r22a0::EvalFevalCancel::create(prefix, engine, service, nullptr);
+    }
+    return r24a0::EvalFevalCancel::create(prefix, engine, service, nullptr);
+}
 
 /// The service of the client "/yvm/a", once made by `create`, on a distributor without an engine.
 class EvalFevalCancelFixture : public testing::Test {
@@ -33,7 +45,9 @@ class EvalFevalCancelFixture : public testing::Test {
 
     static constexpr const char* logChannel = "yvm::JSClient::EvalFevalCancel";
 
-    void create() { client = EvalFevalCancel::create("/yvm/a", engine, service, nullptr); }
+    explicit EvalFevalCancelFixture(ApiVersion ownVersion) : version(ownVersion) {}
+
+    void create() { client = createEvalFevalCancel(version, "/yvm/a", engine, service); }
 
     /// Delivers a request on the client's channel of this name.
     void request(const std::string& channel, const std::string& message) {
@@ -72,11 +86,12 @@ class EvalFevalCancelFixture : public testing::Test {
 
     CmdDistributor::IDType lastId() const { return distributor->lastCommand().id; }
 
+    const ApiVersion version;
     const std::shared_ptr<FakeMessageService> service = FakeMessageService::create();
     const boost::shared_ptr<FakeCmdDistributor> distributor = FakeCmdDistributor::create();
     std::shared_ptr<FakeYvm> engine = FakeYvm::create(distributor);
     const foundation::yorlabdata::ArrayFactory arrays{};
-    std::shared_ptr<EvalFevalCancel> client;
+    std::shared_ptr<void> client;
 };
 
 /// Runs a function of the test inside each cancel. For one command at a time.
@@ -125,4 +140,4 @@ class ForwardingMessageService : public connector::message_service::MessageServi
         platform_testing::FakeMessageService::create();
 };
 
-}  // namespace yvm::JSClient::r24a0
+}  // namespace yvm::JSClient

@@ -1,5 +1,9 @@
+// Cancels and interrupts. Both protocol versions cancel one request, and r22a0 does not tell what became of
+// it; groups and interrupts are of r24a0 alone.
+
+#include "common/test/EvalFevalCancelFixture.hpp"
+#include "common/test/versions.hpp"
 #include "foundation/log/Severity.hpp"
-#include "r24a0/test/EvalFevalCancelFixture.hpp"
 #include "testing/FakeEngine.hpp"
 
 #include <boost/make_shared.hpp>
@@ -13,7 +17,7 @@
 #include <stdexcept>
 #include <thread>
 
-namespace yvm::JSClient::r24a0 {
+namespace yvm::JSClient {
 namespace {
 
 using platform_testing::FakeEngine;
@@ -23,11 +27,11 @@ using test::waitUntil;
 using Status = RequestResponse::Status;
 
 /// One request in flight, or several, of a client whose distributor and engine are the test's.
-class CancelTest : public EvalFevalCancelFixture {
+class CancelFixture : public EvalFevalCancelFixture {
   protected:
-    CancelTest() { create(); }
+    explicit CancelFixture(ApiVersion ownVersion) : EvalFevalCancelFixture(ownVersion) { create(); }
     /// A continuation that is still under way would write to the log, or end the service, in the next test.
-    ~CancelTest() override {
+    ~CancelFixture() override {
         EXPECT_TRUE(waitUntil([this] {
             return client.use_count() <= 1 && countOf(foundation::log::FunctionEntry, "::completeCancel(") ==
                                                   countOf(foundation::log::FunctionExit, "::completeCancel(");
@@ -54,25 +58,51 @@ class CancelTest : public EvalFevalCancelFixture {
     LogCapture log;
 };
 
-TEST_F(CancelTest, CancelOfAnUnknownIdAnswersAlreadyDone) {
+/// The answer to a cancel, which in r22a0 is the identifier alone.
+std::string cancelAnswer(ApiVersion version, const std::string& requestID, const std::string& status) {
+    return version == ApiVersion::r22a0
+               ? R"({"requestID":")" + requestID + R"("})"
+               : R"({"cancelStatus":")" + status + R"(","requestID":")" + requestID + R"("})";
+}
+
+class CancelTest : public CancelFixture, public test::ForEachVersion {
+  protected:
+    CancelTest() : CancelFixture(GetParam()) {}
+};
+
+class CancelInR22a0Test : public CancelFixture {
+  protected:
+    CancelInR22a0Test() : CancelFixture(ApiVersion::r22a0) {}
+};
+
+class CancelInR24a0Test : public CancelFixture {
+  protected:
+    CancelInR24a0Test() : CancelFixture(ApiVersion::r24a0) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Versions, CancelTest, test::bothVersions(), test::nameOfVersion);
+
+TEST_P(CancelTest, CancelOfAnUnknownIdAnswersAlreadyDone) {
     log.clear();
     cancel(R"({"requestID":"2","requestIDtoCancel":"never"})");
     EXPECT_EQ(onlyText("/yvm/a/cancel/response"),
-              R"({"cancelStatus":"UNABLE_TO_CANCEL_ALREADY_DONE","requestID":"2"})");
-    EXPECT_EQ(log.texts(logChannel, 8), std::vector<std::string>{"Returning early due to missing ID never"});
+              cancelAnswer(version, "2", "UNABLE_TO_CANCEL_ALREADY_DONE"));
+    EXPECT_EQ(log.texts(logChannel, 8),
+              std::vector<std::string>{perVersion("Responding to cancel request 2 for canceling never",
+                                                  "Returning early due to missing ID never")});
     EXPECT_TRUE(distributor->cancels().empty());
 }
 
-TEST_F(CancelTest, CancelOfAFinishedRequestAnswersAlreadyDoneWithoutTheDistributor) {
+TEST_P(CancelTest, CancelOfAFinishedRequestAnswersAlreadyDoneWithoutTheDistributor) {
     distributor->succeed(submit("1"));
     service->clearPublications();
     cancel(R"({"requestID":"2","requestIDtoCancel":"1","interrupt":true})");
     EXPECT_EQ(onlyText("/yvm/a/cancel/response"),
-              R"({"cancelStatus":"UNABLE_TO_CANCEL_ALREADY_DONE","requestID":"2"})");
+              cancelAnswer(version, "2", "UNABLE_TO_CANCEL_ALREADY_DONE"));
     EXPECT_TRUE(distributor->cancels().empty());
 }
 
-TEST_F(CancelTest, EachStatusOfTheDistributorIsAnsweredByItsText) {
+TEST_F(CancelInR24a0Test, EachStatusOfTheDistributorIsAnsweredByItsText) {
     submit("1");
     std::size_t count = 0;
     for (const auto& [status, text] :
@@ -85,7 +115,7 @@ TEST_F(CancelTest, EachStatusOfTheDistributorIsAnsweredByItsText) {
     }
 }
 
-TEST_F(CancelTest, TheDistributorIsAskedForTheIdentityOfTheSubmissionAndToInterruptOnlyIfTheMessageSaysSo) {
+TEST_P(CancelTest, TheDistributorIsAskedForTheIdentityOfTheSubmissionAndToInterruptOnlyIfTheMessageSaysSo) {
     const auto evalId = submit("1");
     feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
     const auto fevalId = lastId();
@@ -103,19 +133,19 @@ TEST_F(CancelTest, TheDistributorIsAskedForTheIdentityOfTheSubmissionAndToInterr
     EXPECT_FALSE(cancels[2].interrupt);
 }
 
-TEST_F(CancelTest, ACancelLeavesTheEntrySoThatASecondReachesTheDistributorAgain) {
+TEST_P(CancelTest, ACancelLeavesTheEntrySoThatASecondReachesTheDistributorAgain) {
     const auto id = submit("1");
     cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
-    EXPECT_EQ(answer(1), R"({"cancelStatus":"UNABLE_TO_CANCEL_OTHER","requestID":"2"})");
+    EXPECT_EQ(answer(1), cancelAnswer(version, "2", "UNABLE_TO_CANCEL_OTHER"));
     distributor->answerCancels(CmdDistributor::CANCEL_BEFORE_RUNNING);
     cancel(R"({"requestID":"3","requestIDtoCancel":"1"})");
-    EXPECT_EQ(answer(2), R"({"cancelStatus":"CANCEL_BEFORE_RUNNING","requestID":"3"})");
+    EXPECT_EQ(answer(2), cancelAnswer(version, "3", "CANCEL_BEFORE_RUNNING"));
     EXPECT_EQ(distributor->cancels().size(), 2U);
     distributor->succeed(id);
     EXPECT_EQ(evalResponses().size(), 1U) << "the request answers for itself";
 }
 
-TEST_F(CancelTest, WhatThePromiseOfACancelHoldsIsAnsweredWhenItIsThere) {
+TEST_F(CancelInR24a0Test, WhatThePromiseOfACancelHoldsIsAnsweredWhenItIsThere) {
     submit("1");
     boost::promise<CmdDistributor::CancelStatus> promise;
     distributor->answerCancels(promise.get_future().share());
@@ -154,9 +184,9 @@ class ThreadNotingMessageService final : public ForwardingMessageService {
     std::vector<std::thread::id> publishers_;  // guarded by mutex_
 };
 
-TEST_F(CancelTest, TheAnswerOfAPromiseComesOnANewThreadWhetherItIsReadyOrNot) {
+TEST_F(CancelInR24a0Test, TheAnswerOfAPromiseComesOnANewThreadWhetherItIsReadyOrNot) {
     const auto noting = std::make_shared<ThreadNotingMessageService>();
-    client = EvalFevalCancel::create("/yvm/a", engine, noting, nullptr);
+    client = createEvalFevalCancel(version, "/yvm/a", engine, noting);
     const auto deliver = [&noting](const std::string& channel, const std::string& message) {
         EXPECT_EQ(noting->inner->deliver("/yvm/a/" + channel + "/request", message), 1U);
     };
@@ -174,7 +204,7 @@ TEST_F(CancelTest, TheAnswerOfAPromiseComesOnANewThreadWhetherItIsReadyOrNot) {
     EXPECT_NE(publishers[1], std::this_thread::get_id());
 }
 
-TEST_F(CancelTest, AFutureThatIsAsynchronousIsAnswered) {
+TEST_F(CancelInR24a0Test, AFutureThatIsAsynchronousIsAnswered) {
     submit("1");
     distributor->answerCancels(
         boost::async(boost::launch::async, [] { return CmdDistributor::CANCEL_WHILE_RUNNING; }).share());
@@ -182,7 +212,7 @@ TEST_F(CancelTest, AFutureThatIsAsynchronousIsAnswered) {
     EXPECT_EQ(answer(), R"({"cancelStatus":"CANCEL_WHILE_RUNNING","requestID":"2"})");
 }
 
-TEST_F(CancelTest, AFutureThatIsDeferredIsNeitherRunNorAnswered) {
+TEST_F(CancelInR24a0Test, AFutureThatIsDeferredIsNeitherRunNorAnswered) {
     submit("1");
     bool ran = false;
     const auto deferred = boost::async(boost::launch::deferred, [&ran] {
@@ -198,21 +228,46 @@ TEST_F(CancelTest, AFutureThatIsDeferredIsNeitherRunNorAnswered) {
     deferred.wait();
 }
 
-TEST_F(CancelTest, AFutureWithoutAStateIsAnError) {
+TEST_F(CancelInR22a0Test, ACancelIsAnsweredAtOnceWhateverBecomesOfIt) {
+    submit("1");
+    boost::promise<CmdDistributor::CancelStatus> pending;
+    boost::promise<CmdDistributor::CancelStatus> failed;
+    failed.set_exception(std::runtime_error("lost"));
+    std::size_t count = 0;
+    for (const auto& future : {pending.get_future().share(), failed.get_future().share(),
+                               boost::shared_future<CmdDistributor::CancelStatus>()}) {
+        distributor->answerCancels(future);
+        cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
+        EXPECT_EQ(service->publicationsOn("/yvm/a/cancel/response").size(), ++count);
+        EXPECT_EQ(service->publications().back().text, R"({"requestID":"2"})");
+    }
+    EXPECT_EQ(distributor->cancels().size(), count);
+}
+
+TEST_F(CancelInR22a0Test, ACancelIsAnsweredOnTheThreadThatDeliversIt) {
+    const auto noting = std::make_shared<ThreadNotingMessageService>();
+    client = createEvalFevalCancel(version, "/yvm/a", engine, noting);
+    noting->inner->deliver("/yvm/a/eval/request", R"({"requestID":"1","command":"x"})");
+    noting->inner->deliver("/yvm/a/cancel/request", R"({"requestID":"2","requestIDtoCancel":"1"})");
+    EXPECT_EQ(noting->publishers(), std::vector<std::thread::id>{std::this_thread::get_id()});
+}
+
+TEST_F(CancelInR24a0Test, AFutureWithoutAStateIsAnError) {
     submit("1");
     distributor->answerCancels(boost::shared_future<CmdDistributor::CancelStatus>());
     cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
     expectPlainError(only("/yvm/a/cancel/response"), 2, boost::future_uninitialized().what());
 }
 
-TEST_F(CancelTest, ACancelThatThrowsIsAnError) {
+TEST_P(CancelTest, ACancelThatThrowsIsAnError) {
     submit("1");
     distributor->failCancels(std::make_exception_ptr(std::runtime_error("no cancel")));
     log.clear();
     cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
     expectPlainError(only("/yvm/a/cancel/response"), 2, "no cancel");
     EXPECT_EQ(test::memberOf(only("/yvm/a/cancel/response"), "requestID"), Value("2"));
-    EXPECT_EQ(log.texts(logChannel, 8), std::vector<std::string>{"Cancelling " + textOf(lastId())});
+    EXPECT_EQ(log.texts(logChannel, 8),
+              perVersion<std::vector<std::string>>({}, {"Cancelling " + textOf(lastId())}));
 
     service->clearPublications();
     const RuntimeException error(Status::CommandFailed, std::u16string(u"no"), "Identifier");
@@ -221,7 +276,7 @@ TEST_F(CancelTest, ACancelThatThrowsIsAnError) {
     EXPECT_EQ(onlyText("/yvm/a/cancel/response"), errorResponse("3", error));
 }
 
-TEST_F(CancelTest, ACancelWhoseFutureHoldsAnExceptionIsNotAnswered) {
+TEST_F(CancelInR24a0Test, ACancelWhoseFutureHoldsAnExceptionIsNotAnswered) {
     submit("1");
     boost::promise<CmdDistributor::CancelStatus> promise;
     distributor->answerCancels(promise.get_future().share());
@@ -234,7 +289,7 @@ TEST_F(CancelTest, ACancelWhoseFutureHoldsAnExceptionIsNotAnswered) {
     EXPECT_EQ(log.texts(logChannel, 8), std::vector<std::string>{"Cancelling " + textOf(lastId())});
 }
 
-TEST_F(CancelTest, AnAnswerThatComesAfterTheServiceHasGoneIsDropped) {
+TEST_F(CancelInR24a0Test, AnAnswerThatComesAfterTheServiceHasGoneIsDropped) {
     const auto id = submit("1");
     boost::promise<CmdDistributor::CancelStatus> promise;
     distributor->answerCancels(promise.get_future().share());
@@ -251,23 +306,23 @@ TEST_F(CancelTest, AnAnswerThatComesAfterTheServiceHasGoneIsDropped) {
     EXPECT_TRUE(service->publications().empty());
 }
 
-TEST_F(CancelTest, ACancelThatEndsItsRequestOnTheSpotAnswersBoth) {
+TEST_P(CancelTest, ACancelThatEndsItsRequestOnTheSpotAnswersBoth) {
     const auto hook = boost::make_shared<CancelHook>();
     engine->setCmdDistributor(hook);
     eval(R"({"requestID":"1","command":"x"})");
     const RuntimeException error(Status::Cancelled, std::u16string(u"cancelled"));
     hook->onCancel = [&](const CmdDistributor::IDType&) { hook->delegate->fail(error); };
     cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
-    EXPECT_EQ(answer(), R"({"cancelStatus":"CANCEL_BEFORE_RUNNING","requestID":"2"})");
+    EXPECT_EQ(answer(), cancelAnswer(version, "2", "CANCEL_BEFORE_RUNNING"));
     ASSERT_EQ(evalResponses().size(), 1U);
     EXPECT_EQ(evalResponses().front().text, errorResponse("1", error));
     service->clearPublications();
     cancel(R"({"requestID":"3","requestIDtoCancel":"1"})");
     EXPECT_EQ(onlyText("/yvm/a/cancel/response"),
-              R"({"cancelStatus":"UNABLE_TO_CANCEL_ALREADY_DONE","requestID":"3"})");
+              cancelAnswer(version, "3", "UNABLE_TO_CANCEL_ALREADY_DONE"));
 }
 
-TEST_F(CancelTest, OfRequestsThatShareAnIDTheFirstIsCancelled) {
+TEST_P(CancelTest, OfRequestsThatShareAnIDTheFirstIsCancelled) {
     const auto first = submit("1");
     const auto second = submit("1");
     cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
@@ -276,7 +331,7 @@ TEST_F(CancelTest, OfRequestsThatShareAnIDTheFirstIsCancelled) {
     EXPECT_EQ(distributor->cancels().front().id, first);
     distributor->succeed(first);
     cancel(R"({"requestID":"3","requestIDtoCancel":"1"})");
-    EXPECT_EQ(answer(2), R"({"cancelStatus":"UNABLE_TO_CANCEL_ALREADY_DONE","requestID":"3"})")
+    EXPECT_EQ(answer(2), cancelAnswer(version, "3", "UNABLE_TO_CANCEL_ALREADY_DONE"))
         << "the second cannot be cancelled";
     EXPECT_TRUE(distributor->isUnsettled(second));
     submit("1");
@@ -286,14 +341,14 @@ TEST_F(CancelTest, OfRequestsThatShareAnIDTheFirstIsCancelled) {
         << "an identifier that is free again names the next";
 }
 
-TEST_F(CancelTest, TheEntryOfASubmissionThatThrewIsStillAskedFor) {
+TEST_P(CancelTest, TheEntryOfASubmissionThatThrewIsStillAskedFor) {
     distributor->failSubmissions(std::make_exception_ptr(std::runtime_error("the queue is full")));
     eval(R"({"requestID":"1","command":"x"})");
     cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
-    EXPECT_EQ(answer(), R"({"cancelStatus":"UNABLE_TO_CANCEL_OTHER","requestID":"2"})");
+    EXPECT_EQ(answer(), cancelAnswer(version, "2", "UNABLE_TO_CANCEL_OTHER"));
 }
 
-TEST_F(CancelTest, AnEntryWithoutADistributorIsAnError) {
+TEST_P(CancelTest, AnEntryWithoutADistributorIsAnError) {
     engine->setCmdDistributor(nullptr);
     feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
     service->clearPublications();
@@ -302,7 +357,7 @@ TEST_F(CancelTest, AnEntryWithoutADistributorIsAnError) {
                      "Cannot find a distributor instance to cancel this YVM request");
 }
 
-TEST_F(CancelTest, AFaultOfTheMessageReachesNoDistributor) {
+TEST_P(CancelTest, AFaultOfTheMessageReachesNoDistributor) {
     submit("1");
     cancel(R"({"requestID":"2"})");
     expectPlainError(only("/yvm/a/cancel/response"), 2,
@@ -316,17 +371,18 @@ TEST_F(CancelTest, AFaultOfTheMessageReachesNoDistributor) {
     EXPECT_TRUE(distributor->cancels().empty());
 }
 
-TEST_F(CancelTest, EachStepOfACancelIsLogged) {
+TEST_P(CancelTest, EachStepOfACancelIsLogged) {
     const auto id = textOf(submit("1"));
     log.clear();
     cancel(R"({"requestID":"2","requestIDtoCancel":"1"})");
     answer();
-    EXPECT_EQ(
-        log.texts(logChannel, 8),
-        (std::vector<std::string>{"Cancelling " + id, "Responding to cancel request 2 for canceling 1"}));
+    EXPECT_EQ(log.texts(logChannel, 8),
+              perVersion<std::vector<std::string>>(
+                  {"Responding to cancel request 2 for canceling 1"},
+                  {"Cancelling " + id, "Responding to cancel request 2 for canceling 1"}));
 }
 
-TEST_F(CancelTest, AGroupIsCancelledByItsNameAndAnsweredByTheRequestIDAlone) {
+TEST_F(CancelInR24a0Test, AGroupIsCancelledByItsNameAndAnsweredByTheRequestIDAlone) {
     submit("1");
     request("cancelGroup", R"({"requestID":"2","requestGroupNametoCancel":"plots","interrupt":true})");
     EXPECT_EQ(onlyText("/yvm/a/cancelGroup/response"), R"({"requestID":"2"})");
@@ -345,7 +401,7 @@ TEST_F(CancelTest, AGroupIsCancelledByItsNameAndAnsweredByTheRequestIDAlone) {
         << "a group cancel takes nothing out of the registry";
 }
 
-TEST_F(CancelTest, AGroupCancelThatFailsIsAnError) {
+TEST_F(CancelInR24a0Test, AGroupCancelThatFailsIsAnError) {
     distributor->failCancels(std::make_exception_ptr(std::runtime_error("no cancel")));
     request("cancelGroup", R"({"requestID":"2","requestGroupNametoCancel":"plots"})");
     expectPlainError(only("/yvm/a/cancelGroup/response"), 2, "no cancel");
@@ -365,7 +421,7 @@ TEST_F(CancelTest, AGroupCancelThatFailsIsAnError) {
                      "key: requestGroupNametoCancel is missing from {\n  \"requestID\": \"5\"\n}");
 }
 
-TEST_F(CancelTest, AGroupCancelIsLoggedAlsoWhenItFails) {
+TEST_F(CancelInR24a0Test, AGroupCancelIsLoggedAlsoWhenItFails) {
     log.clear();
     request("cancelGroup", R"({"requestID":"2","requestGroupNametoCancel":"plots"})");
     distributor->failCancels(std::make_exception_ptr(std::runtime_error("no cancel")));
@@ -375,7 +431,7 @@ TEST_F(CancelTest, AGroupCancelIsLoggedAlsoWhenItFails) {
                                         "Responding to cancel group request name3 for canceling plots"}));
 }
 
-TEST_F(CancelTest, AnInterruptBreaksIntoTheEngineAndAsksNoDistributor) {
+TEST_F(CancelInR24a0Test, AnInterruptBreaksIntoTheEngineAndAsksNoDistributor) {
     submit("1");
     request("interrupt", R"({"requestID":"2","requestIDtoCancel":"1"})");
     EXPECT_EQ(onlyText("/yvm/a/interrupt/response"), R"({"requestID":"2"})");
@@ -384,7 +440,7 @@ TEST_F(CancelTest, AnInterruptBreaksIntoTheEngineAndAsksNoDistributor) {
     EXPECT_TRUE(distributor->groupCancels().empty());
 }
 
-TEST_F(CancelTest, AnInterruptThatFailsIsAnError) {
+TEST_F(CancelInR24a0Test, AnInterruptThatFailsIsAnError) {
     engine->failInterrupts(std::make_exception_ptr(std::runtime_error("no interrupt")));
     request("interrupt", R"({"requestID":"2"})");
     expectPlainError(only("/yvm/a/interrupt/response"), 2, "no interrupt");
@@ -399,11 +455,11 @@ TEST_F(CancelTest, AnInterruptThatFailsIsAnError) {
     expectPlainError(only("/yvm/a/interrupt/response"), 2, "Unknown Exception");
 }
 
-TEST_F(CancelTest, AMessageWithoutARequestIDStopsNothing) {
+TEST_P(CancelTest, AMessageWithoutARequestIDStopsNothing) {
     submit("1");
     cancel(R"({"requestIDtoCancel":"1"})");
-    request("cancelGroup", R"({"requestGroupNametoCancel":"plots"})");
-    request("interrupt", R"({"requestID":1})");
+    service->deliver("/yvm/a/cancelGroup/request", R"({"requestGroupNametoCancel":"plots"})");
+    service->deliver("/yvm/a/interrupt/request", R"({"requestID":1})");
     EXPECT_TRUE(service->publications().empty());
     EXPECT_TRUE(distributor->cancels().empty());
     EXPECT_TRUE(distributor->groupCancels().empty());
@@ -412,9 +468,9 @@ TEST_F(CancelTest, AMessageWithoutARequestIDStopsNothing) {
 
 /// What becomes of a request, by the moment at which it is stopped: on an engine that runs a command, "busy",
 /// until it is let go, while others wait.
-class StopTest : public testing::Test {
+class StopFixture : public testing::Test {
   protected:
-    StopTest() {
+    explicit StopFixture(ApiVersion ownVersion) : version(ownVersion) {
         engine->onEval(u"busy", [this](FakeEngine::Command& command) {
             started.set_value();
             while (!released) {
@@ -430,7 +486,7 @@ class StopTest : public testing::Test {
         eval("busy", "1");
         started.get_future().wait();
     }
-    ~StopTest() override {
+    ~StopFixture() override {
         released = true;
         engine->stop();
         EXPECT_TRUE(waitUntil([this] { return client.use_count() <= 1; }));
@@ -453,41 +509,54 @@ class StopTest : public testing::Test {
         return error == members.end() ? "" : test::memberOf(error->second, "identifier").as<std::string>();
     }
 
+    const ApiVersion version;
     std::promise<void> started;
     std::atomic<bool> released{false};
     std::atomic<int> nextRuns{0};
     const std::shared_ptr<platform_testing::FakeMessageService> service =
         platform_testing::FakeMessageService::create();
     const std::shared_ptr<FakeEngine> engine = FakeEngine::create();
-    std::shared_ptr<EvalFevalCancel> client = EvalFevalCancel::create("/yvm/a", engine, service, nullptr);
+    std::shared_ptr<void> client = createEvalFevalCancel(version, "/yvm/a", engine, service);
 };
 
-TEST_F(StopTest, ARequestThatWaitsIsCancelledAndNeverRuns) {
+class StopTest : public StopFixture, public test::ForEachVersion {
+  protected:
+    StopTest() : StopFixture(GetParam()) {}
+};
+
+class StopInR24a0Test : public StopFixture {
+  protected:
+    StopInR24a0Test() : StopFixture(ApiVersion::r24a0) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Versions, StopTest, test::bothVersions(), test::nameOfVersion);
+
+TEST_P(StopTest, ARequestThatWaitsIsCancelledAndNeverRuns) {
     eval("next", "2");
     request("cancel", R"({"requestID":"c","requestIDtoCancel":"2"})");
-    EXPECT_EQ(response("cancel"), R"({"cancelStatus":"CANCEL_BEFORE_RUNNING","requestID":"c"})");
+    EXPECT_EQ(response("cancel"), cancelAnswer(version, "c", "CANCEL_BEFORE_RUNNING"));
     EXPECT_EQ(failure(response("eval")), cmddistributor::cancelledIdentifier);
     released = true;
     EXPECT_EQ(response("eval", 2), R"({"requestID":"1"})");
     EXPECT_EQ(nextRuns, 0);
 }
 
-TEST_F(StopTest, ARequestThatRunsIsStoppedByACancelWithInterrupt) {
+TEST_P(StopTest, ARequestThatRunsIsStoppedByACancelWithInterrupt) {
     request("cancel", R"({"requestID":"c","requestIDtoCancel":"1","interrupt":true})");
-    EXPECT_EQ(response("cancel"), R"({"cancelStatus":"CANCEL_WHILE_RUNNING","requestID":"c"})");
+    EXPECT_EQ(response("cancel"), cancelAnswer(version, "c", "CANCEL_WHILE_RUNNING"));
     EXPECT_EQ(failure(response("eval")), FakeEngine::interruptedIdentifier);
 }
 
-TEST_F(StopTest, ARequestThatRunsIsLeftAloneByACancelWithoutInterrupt) {
+TEST_P(StopTest, ARequestThatRunsIsLeftAloneByACancelWithoutInterrupt) {
     request("cancel", R"({"requestID":"c","requestIDtoCancel":"1"})");
-    EXPECT_EQ(response("cancel"), R"({"cancelStatus":"UNABLE_TO_CANCEL_OTHER","requestID":"c"})");
+    EXPECT_EQ(response("cancel"), cancelAnswer(version, "c", "UNABLE_TO_CANCEL_OTHER"));
     released = true;
     EXPECT_EQ(response("eval"), R"({"requestID":"1"})");
     request("cancel", R"({"requestID":"d","requestIDtoCancel":"1","interrupt":true})");
-    EXPECT_EQ(response("cancel", 2), R"({"cancelStatus":"UNABLE_TO_CANCEL_ALREADY_DONE","requestID":"d"})");
+    EXPECT_EQ(response("cancel", 2), cancelAnswer(version, "d", "UNABLE_TO_CANCEL_ALREADY_DONE"));
 }
 
-TEST_F(StopTest, AGroupCancelReachesItsGroupAlone) {
+TEST_F(StopInR24a0Test, AGroupCancelReachesItsGroupAlone) {
     eval("next", "2", R"("plots")");
     eval("next", "3", R"("other")");
     eval("next", "4", R"("more","plots")");
@@ -504,7 +573,7 @@ TEST_F(StopTest, AGroupCancelReachesItsGroupAlone) {
     EXPECT_EQ(nextRuns, 1);
 }
 
-TEST_F(StopTest, AGroupCancelStopsWhatRunsOnlyWithInterrupt) {
+TEST_F(StopInR24a0Test, AGroupCancelStopsWhatRunsOnlyWithInterrupt) {
     released = true;
     response("eval");
     released = false;
@@ -517,7 +586,7 @@ TEST_F(StopTest, AGroupCancelStopsWhatRunsOnlyWithInterrupt) {
     EXPECT_EQ(failure(response("eval", 2)), FakeEngine::interruptedIdentifier);
 }
 
-TEST_F(StopTest, AnInterruptStopsWhatRunsAndNotWhatComesNext) {
+TEST_F(StopInR24a0Test, AnInterruptStopsWhatRunsAndNotWhatComesNext) {
     eval("next", "2");
     request("interrupt", R"({"requestID":"i"})");
     EXPECT_EQ(response("interrupt"), R"({"requestID":"i"})");
@@ -529,12 +598,12 @@ TEST_F(StopTest, AnInterruptStopsWhatRunsAndNotWhatComesNext) {
     EXPECT_EQ(response("eval", 3), R"({"requestID":"3"})");
 }
 
-TEST_F(StopTest, TheEndOfAClientStopsWhatRunsAndWhatWaitsNeverRuns) {
+TEST_P(StopTest, TheEndOfAClientStopsWhatRunsAndWhatWaitsNeverRuns) {
     for (int number = 0; number < 2000; ++number) {
         eval("next", "w" + std::to_string(number));
     }
     client.reset();
-    const auto other = EvalFevalCancel::create("/yvm/b", engine, service, nullptr);
+    const auto other = createEvalFevalCancel(version, "/yvm/b", engine, service);
     EXPECT_EQ(service->deliver("/yvm/b/eval/request", R"({"requestID":"3","command":"next"})"), 1U);
     EXPECT_EQ(service->waitForPublication("/yvm/b/eval/response").text, R"({"requestID":"3"})");
     EXPECT_EQ(nextRuns, 1) << "of the other client";
@@ -542,4 +611,4 @@ TEST_F(StopTest, TheEndOfAClientStopsWhatRunsAndWhatWaitsNeverRuns) {
 }
 
 }  // namespace
-}  // namespace yvm::JSClient::r24a0
+}  // namespace yvm::JSClient

@@ -1,10 +1,16 @@
-#include "r24a0/EvalFevalCancel.hpp"
+// The execution service of a client, for both protocol versions: what is expected of each stands side by
+// side.
+
+#include "r22a0/EvalFevalCancel.hpp"
 
 #include "cmddistributor/RequestIdAdapter.hpp"
 #include "common/setCurrentMockYvm.hpp"
+#include "common/test/EvalFevalCancelFixture.hpp"
+#include "common/test/versions.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
-#include "r24a0/test/EvalFevalCancelFixture.hpp"
+#include "foundation/yorlabdata/json/conversion.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
+#include "yvm/Factory.hpp"
 
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
@@ -13,7 +19,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace yvm::JSClient::r24a0 {
+namespace yvm::JSClient {
 namespace {
 
 using connector::message_service::JsonMessage;
@@ -22,29 +28,53 @@ using test::expectPlainError;
 using test::memberOf;
 using Status = RequestResponse::Status;
 
-class EvalFevalCancelTest : public EvalFevalCancelFixture {};
+class EvalFevalCancelTest : public EvalFevalCancelFixture, public test::ForEachVersion {
+  protected:
+    EvalFevalCancelTest() : EvalFevalCancelFixture(GetParam()) {}
 
-TEST_F(EvalFevalCancelTest, SubscribesItsChannelsInOrderAndLeavesThemInReverse) {
+    /// The names of the channels, in the order of subscription.
+    static std::vector<std::string> channels() {
+        return perVersion<std::vector<std::string>>({"cancel", "feval", "eval"},
+                                                    {"cancel", "cancelGroup", "feval", "eval", "interrupt"});
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Versions, EvalFevalCancelTest, test::bothVersions(), test::nameOfVersion);
+
+TEST_P(EvalFevalCancelTest, SubscribesItsChannelsInOrderAndLeavesThemInReverse) {
+    std::vector<std::string> expected;
+    for (const auto& channel : channels()) {
+        expected.push_back("subscribe /yvm/a/" + channel + "/request");
+    }
+    for (auto i = expected.size(); i-- > 0;) {
+        expected.push_back("un" + expected[i]);
+    }
     create();
     client.reset();
-    EXPECT_EQ(service->subscriptionLog(),
-              (std::vector<std::string>{
-                  "subscribe /yvm/a/cancel/request", "subscribe /yvm/a/cancelGroup/request",
-                  "subscribe /yvm/a/feval/request", "subscribe /yvm/a/eval/request",
-                  "subscribe /yvm/a/interrupt/request", "unsubscribe /yvm/a/interrupt/request",
-                  "unsubscribe /yvm/a/eval/request", "unsubscribe /yvm/a/feval/request",
-                  "unsubscribe /yvm/a/cancelGroup/request", "unsubscribe /yvm/a/cancel/request"}));
+    EXPECT_EQ(service->subscriptionLog(), expected);
 }
 
-TEST_F(EvalFevalCancelTest, AFailedSubscriptionLeavesCreateAndNothingBehind) {
-    for (std::size_t after = 0; after < 5; ++after) {
+TEST_P(EvalFevalCancelTest, AChannelThatTheVersionHasNotFindsNoSubscriber) {
+    create();
+    const std::size_t subscribers = perVersion(0U, 1U);
+    EXPECT_EQ(
+        service->deliver("/yvm/a/cancelGroup/request", R"({"requestID":"1","requestGroupNametoCancel":"g"})"),
+        subscribers);
+    EXPECT_EQ(service->deliver("/yvm/a/interrupt/request", R"({"requestID":"2"})"), subscribers);
+    EXPECT_EQ(service->publications().size(), perVersion(0U, 2U));
+    EXPECT_EQ(distributor->groupCancels().size(), subscribers);
+    EXPECT_EQ(engine->interruptCount(), perVersion(0, 1));
+}
+
+TEST_P(EvalFevalCancelTest, AFailedSubscriptionLeavesCreateAndNothingBehind) {
+    for (std::size_t after = 0; after < channels().size(); ++after) {
         service->failNextSubscribe(FakeMessageService::Failure::invalidFuture, after);
         EXPECT_EQ(test::textThrownBy<std::runtime_error>([this] { create(); }), "Future state isn't valid!");
         EXPECT_EQ(service->subscriberCount(), 0U);
     }
 }
 
-TEST_F(EvalFevalCancelTest, KeepsTheEngineAliveWhileItsChannelsStand) {
+TEST_P(EvalFevalCancelTest, KeepsTheEngineAliveWhileItsChannelsStand) {
     create();
     const std::weak_ptr<FakeYvm> weakEngine = engine;
     engine.reset();
@@ -53,14 +83,14 @@ TEST_F(EvalFevalCancelTest, KeepsTheEngineAliveWhileItsChannelsStand) {
     EXPECT_TRUE(weakEngine.expired());
 }
 
-TEST_F(EvalFevalCancelTest, AnEvalIsSubmittedAsItWasAskedFor) {
+TEST_P(EvalFevalCancelTest, AnEvalIsSubmittedAsItWasAskedFor) {
     create();
     eval(R"({"requestID":"1","command":"1+\u00e4","isUserEval":true,"runOptions":)"
          R"({"dequeueMode":"DEQUEUE_AT_IDLE","useNullOutSink":true,"useNullErrSink":false}})");
     const auto command = distributor->lastCommand();
     EXPECT_EQ(command.eval().command, u"1+\u00e4");
     EXPECT_TRUE(command.eval().isUserEval);
-    EXPECT_EQ(command.request->getSourceTag(), "r24a0/EvalFevalCancel");
+    EXPECT_EQ(command.request->getSourceTag(), perVersion("r22a0/EvalFevalCancel", "r24a0/EvalFevalCancel"));
     EXPECT_EQ(command.request->getOutSink(), command.runOptions.getOutSink());
     EXPECT_EQ(command.request->getErrSink(), command.runOptions.getErrSink());
     EXPECT_NE(command.request->getOutSink(), nullptr);
@@ -70,25 +100,25 @@ TEST_F(EvalFevalCancelTest, AnEvalIsSubmittedAsItWasAskedFor) {
     EXPECT_TRUE(service->publications().empty()) << "nothing is answered when a command is queued";
 }
 
-TEST_F(EvalFevalCancelTest, TheGroupOfAUserSelectsItsStreamAndIsComparedExactly) {
+TEST_P(EvalFevalCancelTest, TheGroupOfAUserSelectsItsStreamInR24a0AndIsComparedExactly) {
     create();
     const auto streamFor = [this](const std::string& runOptions) {
         eval(R"({"requestID":"1","command":"x","runOptions":)" + runOptions + "}");
         return distributor->lastCommand().request->getStreamID();
     };
     EXPECT_EQ(streamFor("{}"), -2);
-    EXPECT_EQ(streamFor(R"({"groupNames":["plots","UserGroup","more"]})"), 0);
+    EXPECT_EQ(streamFor(R"({"groupNames":["plots","UserGroup","more"]})"), perVersion(-2, 0));
     EXPECT_EQ(streamFor(R"({"groupNames":["usergroup","UserGroups"]})"), -2);
 }
 
-TEST_F(EvalFevalCancelTest, AnEvalThatSucceedsIsAnsweredByItsRequestIDAlone) {
+TEST_P(EvalFevalCancelTest, AnEvalThatSucceedsIsAnsweredByItsRequestIDAlone) {
     create();
     eval(R"({"requestID":"1","command":"1+1"})");
     distributor->succeed(lastId());
     EXPECT_EQ(only("/yvm/a/eval/response"), Value(JsonObject{{"requestID", "1"}}));
 }
 
-TEST_F(EvalFevalCancelTest, AnErrorOfTheEngineIsAnsweredWhole) {
+TEST_P(EvalFevalCancelTest, AnErrorOfTheEngineIsAnsweredWhole) {
     create();
     const RuntimeException error(Status::CommandFailed, u"division by zero", "ZeroDivisionError", "f",
                                  {{"<command>", "<module>", 1, "1/0"}},
@@ -99,14 +129,14 @@ TEST_F(EvalFevalCancelTest, AnErrorOfTheEngineIsAnsweredWhole) {
     EXPECT_EQ(onlyText("/yvm/a/eval/response"), errorResponse("1", error));
 }
 
-TEST_F(EvalFevalCancelTest, OtherFailuresOfAnEvalAreAnsweredByTheirText) {
+TEST_P(EvalFevalCancelTest, OtherFailuresOfAnEvalAreAnsweredByTheirText) {
     create();
     eval(R"({"requestID":"1","command":"x"})");
     distributor->fail(lastId(), std::make_exception_ptr(std::runtime_error("out of order")));
     expectPlainError(only("/yvm/a/eval/response"), 2, "out of order");
 }
 
-TEST_F(EvalFevalCancelTest, WhatIsNoExceptionIsAnsweredAsUnknown) {
+TEST_P(EvalFevalCancelTest, WhatIsNoExceptionIsAnsweredAsUnknown) {
     create();
     eval(R"({"requestID":"1","command":"x"})");
     distributor->fail(lastId(), std::make_exception_ptr(42));
@@ -117,7 +147,7 @@ TEST_F(EvalFevalCancelTest, WhatIsNoExceptionIsAnsweredAsUnknown) {
     expectPlainError(only("/yvm/a/feval/response"), 2, "Unknown Exception");
 }
 
-TEST_F(EvalFevalCancelTest, AFaultOfTheMessageReachesNoEngine) {
+TEST_P(EvalFevalCancelTest, AFaultOfTheMessageReachesNoEngine) {
     create();
     eval(R"({"requestID":"1"})");
     expectPlainError(only("/yvm/a/eval/response"), 2,
@@ -126,14 +156,14 @@ TEST_F(EvalFevalCancelTest, AFaultOfTheMessageReachesNoEngine) {
     eval(R"({"requestID":"1","command":"x","runOptions":{"dequeueMode":3}})");
     expectPlainError(only("/yvm/a/eval/response"), 2, "boost::bad_get: failed value get using boost::get");
     service->clearPublications();
-    feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[],"ydaOutputFormat":"x"})");
-    expectPlainError(only("/yvm/a/feval/response"), 2, "Invalid YDA output format");
+    feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":5})");
+    expectPlainError(only("/yvm/a/feval/response"), 2, "invalid conversion: double to array");
     EXPECT_TRUE(distributor->commands().empty());
     client.reset();
     EXPECT_TRUE(distributor->cancels().empty());
 }
 
-TEST_F(EvalFevalCancelTest, AnEvalWithoutADistributorIsAnsweredAndNotRegistered) {
+TEST_P(EvalFevalCancelTest, AnEvalWithoutADistributorIsAnsweredAndNotRegistered) {
     engine->setCmdDistributor(nullptr);
     create();
     eval(R"({"requestID":"1","command":"x"})");
@@ -145,47 +175,69 @@ TEST_F(EvalFevalCancelTest, AnEvalWithoutADistributorIsAnsweredAndNotRegistered)
     EXPECT_TRUE(log.texts(logChannel, 8).empty()) << "there is nothing to cancel";
 }
 
-TEST_F(EvalFevalCancelTest, AFevalIsSubmittedAsItWasAskedFor) {
+TEST_P(EvalFevalCancelTest, AFevalIsSubmittedAsItWasAskedFor) {
     create();
-    feval(R"({"requestID":"1","function":"numpy.add","numOutputsExpected":-1,"rhsArgs":["1.5","[1,2]"],)"
-          R"("runOptions":{"useNullOutSink":true,"groupNames":["UserGroup"]}})");
+    feval(R"({"requestID":"1","function":"numpy.add","numOutputsExpected":-1,"rhsArgs":)" +
+          std::string(perVersion(R"([1.5,[1,2]])", R"(["1.5","[1,2]"])")) +
+          R"(,"runOptions":{"useNullOutSink":true,"groupNames":["UserGroup"]}})");
     const auto command = distributor->lastCommand();
     EXPECT_EQ(command.feval().function, "numpy.add");
     ASSERT_EQ(command.feval().arguments.size(), 2U);
     EXPECT_EQ(command.feval().arguments[0], arrays.createScalar(1.5));
     EXPECT_EQ(command.feval().numOutputs, std::numeric_limits<std::uint64_t>::max());
-    EXPECT_EQ(command.request->getSourceTag(), "r24a0/EvalFevalCancel");
+    EXPECT_EQ(command.request->getSourceTag(), perVersion("r22a0/EvalFevalCancel", "r24a0/EvalFevalCancel"));
     EXPECT_EQ(command.request->getOutSink(), command.runOptions.getOutSink());
     EXPECT_NE(command.request->getOutSink(), nullptr);
     EXPECT_TRUE(service->publications().empty());
 }
 
-TEST_F(EvalFevalCancelTest, AFevalIsAnsweredByOneValueForEachOutput) {
+TEST_P(EvalFevalCancelTest, AFevalIsAnsweredByOneValueForEachOutput) {
     create();
     feval(R"({"requestID":"1","function":"f","numOutputsExpected":2,"rhsArgs":[]})");
     distributor->succeed(lastId(), {arrays.createScalar(1.5), foundation::yorlabdata::Array(u"x")});
     EXPECT_EQ(only("/yvm/a/feval/response"), test::parseObject(R"({"requestID":"1","result":[1.5,"x"]})"));
 }
 
-TEST_F(EvalFevalCancelTest, TheLongFormChangesTheElementsAlone) {
+TEST_P(EvalFevalCancelTest, TheLongFormCanBeAskedForInR24a0AloneAndChangesTheElementsAlone) {
     create();
     feval(
         R"({"requestID":"1","function":"f","numOutputsExpected":2,"rhsArgs":[],"ydaOutputFormat":"alwaysYDALong"})");
     distributor->succeed(lastId(), {arrays.createScalar(1.5), foundation::yorlabdata::Array(u"x")});
-    EXPECT_EQ(
-        only("/yvm/a/feval/response"),
-        test::parseObject(R"({"requestID":"1","result":[{"ywtype":"float64","ywsize":[],"ywdata":[1.5]},)"
-                          R"({"ywtype":"text","ywsize":[],"ywdata":"x"}]})"));
+    EXPECT_EQ(only("/yvm/a/feval/response"),
+              test::parseObject(
+                  perVersion(R"({"requestID":"1","result":[1.5,"x"]})",
+                             R"({"requestID":"1","result":[{"ywtype":"float64","ywsize":[],"ywdata":[1.5]},)"
+                             R"({"ywtype":"text","ywsize":[],"ywdata":"x"}]})")));
 }
 
-TEST_F(EvalFevalCancelTest, AFevalWithoutOutputsHasAnEmptyResult) {
+TEST_P(EvalFevalCancelTest, AnUnknownOutputFormatIsRefusedInR24a0AndIgnoredInR22a0) {
+    create();
+    feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[],"ydaOutputFormat":"x"})");
+    EXPECT_EQ(distributor->commands().size(), perVersion(1U, 0U));
+    if (isR22a0()) {
+        distributor->succeed(lastId(), {arrays.createScalar(1.5)});
+        EXPECT_EQ(onlyText("/yvm/a/feval/response"), R"({"requestID":"1","result":[1.5]})");
+    } else {
+        expectPlainError(only("/yvm/a/feval/response"), 2, "Invalid YDA output format");
+    }
+}
+
+TEST_P(EvalFevalCancelTest, AStringAmongTheArgumentsIsATextInR22a0AndJsonTextInR24a0) {
+    create();
+    feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":["[1,2]"]})");
+    const auto argument = distributor->lastCommand().feval().arguments.at(0);
+    EXPECT_EQ(argument, perVersion(foundation::yorlabdata::Array(u"[1,2]"),
+                                   foundation::yorlabdata::json::string_to_yorlabdata("[1,2]", arrays)));
+}
+
+TEST_P(EvalFevalCancelTest, AFevalWithoutOutputsHasAnEmptyResult) {
     create();
     feval(R"({"requestID":"1","function":"f","numOutputsExpected":0,"rhsArgs":[]})");
     distributor->succeed(lastId());
     EXPECT_EQ(only("/yvm/a/feval/response"), test::parseObject(R"({"requestID":"1","result":[]})"));
 }
 
-TEST_F(EvalFevalCancelTest, AFevalThatFailsHasNoResult) {
+TEST_P(EvalFevalCancelTest, AFevalThatFailsHasNoResult) {
     create();
     const RuntimeException error(Status::CommandFailed, std::u16string(u"no"), "ValueError");
     feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
@@ -193,21 +245,21 @@ TEST_F(EvalFevalCancelTest, AFevalThatFailsHasNoResult) {
     EXPECT_EQ(onlyText("/yvm/a/feval/response"), errorResponse("1", error));
 }
 
-TEST_F(EvalFevalCancelTest, AFevalWithoutADistributorIsAnErrorAndItsEntryCannotBeCancelled) {
+TEST_P(EvalFevalCancelTest, AFevalWithoutADistributorIsAnErrorAndItsEntryCannotBeCancelled) {
     engine->setCmdDistributor(nullptr);
     create();
     feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
     EXPECT_EQ(test::statusOf(only("/yvm/a/feval/response")), 2);
     const LogCapture log;
     client.reset();
-    EXPECT_EQ(log.texts(logChannel, 8).size(), 1U) << "the entry has stayed, and its cancel is tried";
+    EXPECT_EQ(log.texts(logChannel, 8).size(), perVersion(0U, 1U)) << "only r24a0 logs its cancels";
     const auto caught = log.texts(logChannel, 16);
     ASSERT_EQ(caught.size(), 1U);
     EXPECT_NE(caught.front().find("Cannot find a distributor instance to cancel this YVM request"),
               std::string::npos);
 }
 
-TEST_F(EvalFevalCancelTest, ASubmissionThatThrowsIsAnsweredOnceAndItsEntryStays) {
+TEST_P(EvalFevalCancelTest, ASubmissionThatThrowsIsAnsweredOnceAndItsEntryStays) {
     create();
     distributor->failSubmissions(std::make_exception_ptr(std::runtime_error("the queue is full")));
     eval(R"({"requestID":"1","command":"x"})");
@@ -219,7 +271,7 @@ TEST_F(EvalFevalCancelTest, ASubmissionThatThrowsIsAnsweredOnceAndItsEntryStays)
     EXPECT_EQ(distributor->cancels().size(), 2U) << "both entries have stayed";
 }
 
-TEST_F(EvalFevalCancelTest, ARequestThatEndsInsideItsSubmissionIsAnsweredAndForgotten) {
+TEST_P(EvalFevalCancelTest, ARequestThatEndsInsideItsSubmissionIsAnsweredAndForgotten) {
     create();
     distributor->succeedAtOnce();
     eval(R"({"requestID":"1","command":"x"})");
@@ -228,7 +280,7 @@ TEST_F(EvalFevalCancelTest, ARequestThatEndsInsideItsSubmissionIsAnsweredAndForg
     EXPECT_TRUE(distributor->cancels().empty());
 }
 
-TEST_F(EvalFevalCancelTest, RequestsThatShareAnIDAllRunAndTheFirstCanBeCancelled) {
+TEST_P(EvalFevalCancelTest, RequestsThatShareAnIDAllRunAndTheFirstCanBeCancelled) {
     create();
     eval(R"({"requestID":"1","command":"first"})");
     const auto first = lastId();
@@ -240,7 +292,7 @@ TEST_F(EvalFevalCancelTest, RequestsThatShareAnIDAllRunAndTheFirstCanBeCancelled
     EXPECT_EQ(distributor->cancels().front().id, first);
 }
 
-TEST_F(EvalFevalCancelTest, OfRequestsThatShareAnIDTheFirstToFinishTakesTheEntryAlong) {
+TEST_P(EvalFevalCancelTest, OfRequestsThatShareAnIDTheFirstToFinishTakesTheEntryAlong) {
     create();
     eval(R"({"requestID":"1","command":"first"})");
     const auto first = lastId();
@@ -255,7 +307,7 @@ TEST_F(EvalFevalCancelTest, OfRequestsThatShareAnIDTheFirstToFinishTakesTheEntry
     EXPECT_EQ(distributor->cancels().size(), 1U) << "of the third alone";
 }
 
-TEST_F(EvalFevalCancelTest, DestructionCancelsWhatIsInFlightWithInterrupt) {
+TEST_P(EvalFevalCancelTest, DestructionCancelsWhatIsInFlightWithInterrupt) {
     create();
     eval(R"({"requestID":"1","command":"x"})");
     const auto first = lastId();
@@ -271,11 +323,11 @@ TEST_F(EvalFevalCancelTest, DestructionCancelsWhatIsInFlightWithInterrupt) {
     EXPECT_EQ(cancels[0].id, std::min(first, second));
     EXPECT_EQ(cancels[1].id, std::max(first, second));
     EXPECT_TRUE(cancels[0].interrupt && cancels[1].interrupt);
-    EXPECT_TRUE(log.contains(logChannel, 8, "Cancelling " + textOf(first)));
-    EXPECT_TRUE(log.contains(logChannel, 8, "Cancelling " + textOf(second)));
+    EXPECT_EQ(log.count(logChannel, 8, "Cancelling " + textOf(first)), perVersion(0U, 1U));
+    EXPECT_EQ(log.count(logChannel, 8, "Cancelling " + textOf(second)), perVersion(0U, 1U));
 }
 
-TEST_F(EvalFevalCancelTest, DestructionCancelsTheNewestFirst) {
+TEST_P(EvalFevalCancelTest, DestructionCancelsTheNewestFirst) {
     create();
     std::vector<CmdDistributor::IDType> ids;
     for (int number = 0; number < 50; ++number) {
@@ -290,7 +342,7 @@ TEST_F(EvalFevalCancelTest, DestructionCancelsTheNewestFirst) {
     EXPECT_EQ(cancelled, ids);
 }
 
-TEST_F(EvalFevalCancelTest, ACompletionThatComesAfterDestructionAnswersNothing) {
+TEST_P(EvalFevalCancelTest, ACompletionThatComesAfterDestructionAnswersNothing) {
     create();
     eval(R"({"requestID":"1","command":"x"})");
     const auto evalId = lastId();
@@ -305,7 +357,7 @@ TEST_F(EvalFevalCancelTest, ACompletionThatComesAfterDestructionAnswersNothing) 
                                                                   "Returning early due to null weakThis"}));
 }
 
-TEST_F(EvalFevalCancelTest, ACancelThatThrowsInTheDestructorIsLoggedAndStopsNoOther) {
+TEST_P(EvalFevalCancelTest, ACancelThatThrowsInTheDestructorIsLoggedAndStopsNoOther) {
     create();
     eval(R"({"requestID":"1","command":"x"})");
     eval(R"({"requestID":"2","command":"x"})");
@@ -318,7 +370,7 @@ TEST_F(EvalFevalCancelTest, ACancelThatThrowsInTheDestructorIsLoggedAndStopsNoOt
     EXPECT_NE(caught.front().find("no cancel"), std::string::npos);
 }
 
-TEST_F(EvalFevalCancelTest, AnEntryWithoutADistributorKeepsTheDestructorFromNoOther) {
+TEST_P(EvalFevalCancelTest, AnEntryWithoutADistributorKeepsTheDestructorFromNoOther) {
     create();
     eval(R"({"requestID":"1","command":"x"})");
     engine->setCmdDistributor(nullptr);
@@ -334,7 +386,7 @@ TEST_F(EvalFevalCancelTest, AnEntryWithoutADistributorKeepsTheDestructorFromNoOt
               std::string::npos);
 }
 
-TEST_F(EvalFevalCancelTest, ACancelMayCompleteTheRequestOnTheSpot) {
+TEST_P(EvalFevalCancelTest, ACancelMayCompleteTheRequestOnTheSpot) {
     const auto hook = boost::make_shared<CancelHook>();
     engine->setCmdDistributor(hook);
     create();
@@ -346,7 +398,7 @@ TEST_F(EvalFevalCancelTest, ACancelMayCompleteTheRequestOnTheSpot) {
     EXPECT_TRUE(service->publications().empty());
 }
 
-TEST_F(EvalFevalCancelTest, AMessageThatArrivesDuringDestructionIsNotAnswered) {
+TEST_P(EvalFevalCancelTest, AMessageThatArrivesDuringDestructionIsNotAnswered) {
     const auto hook = boost::make_shared<CancelHook>();
     engine->setCmdDistributor(hook);
     create();
@@ -355,13 +407,13 @@ TEST_F(EvalFevalCancelTest, AMessageThatArrivesDuringDestructionIsNotAnswered) {
         eval(R"({"requestID":"2","command":"y"})");
         feval(R"({"requestID":"3","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
         request("cancel", R"({"requestID":"4","requestIDtoCancel":"1"})");
-        request("cancelGroup", R"({"requestID":"5","requestGroupNametoCancel":"g"})");
-        request("interrupt", R"({"requestID":"6"})");
+        service->deliver("/yvm/a/cancelGroup/request", R"({"requestID":"5","requestGroupNametoCancel":"g"})");
+        service->deliver("/yvm/a/interrupt/request", R"({"requestID":"6"})");
     };
     const LogCapture log;
     client.reset();
     EXPECT_TRUE(service->publications().empty());
-    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), 5U);
+    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), channels().size());
     EXPECT_EQ(engine->interruptCount(), 0);
 }
 
@@ -378,18 +430,18 @@ class HastyMessageService final : public ForwardingMessageService {
     }
 };
 
-TEST_F(EvalFevalCancelTest, AMessageThatArrivesWhileItsConnectionIsBuiltIsNotAnswered) {
+TEST_P(EvalFevalCancelTest, AMessageThatArrivesWhileItsConnectionIsBuiltIsNotAnswered) {
     const auto hasty = std::make_shared<HastyMessageService>();
     const LogCapture log;
-    client = EvalFevalCancel::create("/yvm/a", engine, hasty, nullptr);
-    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), 5U);
+    client = createEvalFevalCancel(version, "/yvm/a", engine, hasty);
+    EXPECT_EQ(log.count(logChannel, 8, "Returning early due to null weakThis"), channels().size());
     EXPECT_TRUE(hasty->inner->publications().empty());
     EXPECT_TRUE(distributor->commands().empty());
     EXPECT_TRUE(distributor->groupCancels().empty());
     EXPECT_EQ(engine->interruptCount(), 0);
 }
 
-TEST_F(EvalFevalCancelTest, EachStepOfARequestIsLogged) {
+TEST_P(EvalFevalCancelTest, EachStepOfARequestIsLogged) {
     create();
     const LogCapture log;
     eval(R"({"requestID":"1","command":"1+1"})");
@@ -400,14 +452,16 @@ TEST_F(EvalFevalCancelTest, EachStepOfARequestIsLogged) {
     const auto fevalId = textOf(lastId());
     distributor->succeed(lastId());
     EXPECT_EQ(log.texts(logChannel, 8),
-              (std::vector<std::string>{
-                  "Enqueueing eval " + evalId + " \"1+1\" for request 1 to run at DEQUEUE_AT_PROMPT",
-                  "Responding to eval request 1",
-                  "Enqueueing feval " + fevalId + " \"f\" for request 2 to run at DEQUEUE_AT_PPE",
-                  "Responding to feval request 2"}));
+              perVersion<std::vector<std::string>>(
+                  {"Enqueueing \"1+1\" to run at 3", "Responding to eval request 1",
+                   "Responding to feval request 2"},
+                  {"Enqueueing eval " + evalId + " \"1+1\" for request 1 to run at DEQUEUE_AT_PROMPT",
+                   "Responding to eval request 1",
+                   "Enqueueing feval " + fevalId + " \"f\" for request 2 to run at DEQUEUE_AT_PPE",
+                   "Responding to feval request 2"}));
 }
 
-TEST_F(EvalFevalCancelTest, OperationsOpenAFunctionTrace) {
+TEST_P(EvalFevalCancelTest, OperationsOpenAFunctionTrace) {
     const LogCapture log;
     create();
     eval(R"({"requestID":"1","command":"1+1","runOptions":{"useNullOutSink":false}})");
@@ -416,15 +470,16 @@ TEST_F(EvalFevalCancelTest, OperationsOpenAFunctionTrace) {
     distributor->succeed(lastId());
     feval(R"({"requestID":"2","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
     request("cancel", R"({"requestID":"3","requestIDtoCancel":"2"})");
-    // The continuation has left when its trace ends; it would otherwise share in the end of the service.
+    // A continuation has left when its trace ends; it would otherwise share in the end of the service.
+    const std::string cancelled = perVersion("::handleCancelRequest(", "::completeCancel(");
     ASSERT_TRUE(test::waitUntil([&] {
-        return std::ranges::any_of(log.texts(logChannel, 64), [](const std::string& text) {
-            return text.find("::completeCancel(") != std::string::npos;
+        return std::ranges::any_of(log.texts(logChannel, 64), [&cancelled](const std::string& text) {
+            return text.find(cancelled) != std::string::npos;
         });
     }));
     distributor->succeed(lastId());
-    request("cancelGroup", R"({"requestID":"4","requestGroupNametoCancel":"g"})");
-    request("interrupt", R"({"requestID":"5"})");
+    service->deliver("/yvm/a/cancelGroup/request", R"({"requestID":"4","requestGroupNametoCancel":"g"})");
+    service->deliver("/yvm/a/interrupt/request", R"({"requestID":"5"})");
     client.reset();
     const auto entries = log.texts(logChannel, 32);
     const auto countOf = [&entries](const std::string& function) {
@@ -433,17 +488,20 @@ TEST_F(EvalFevalCancelTest, OperationsOpenAFunctionTrace) {
     };
     for (const std::string function :
          {"::create(", "::EvalFevalCancel(", "::~EvalFevalCancel(", "::createYVMConnections(",
-          "::handleEvalRequest(", "::handleFevalRequest(", "::handleCancelRequest(", "::completeCancel(",
-          "::handleCancelGroupRequest(", "::handleInterruptRequest(", "::completeEval(", "::completeFeval(",
-          "::publishTextCallback("}) {
+          "::handleEvalRequest(", "::handleFevalRequest(", "::handleCancelRequest(", "::completeEval(",
+          "::completeFeval(", "::publishTextCallback("}) {
         EXPECT_EQ(countOf(function), 1) << function << " among " << testing::PrintToString(entries);
     }
-    EXPECT_EQ(countOf("::insertNewIIP("), 2) << "once for each eval and feval";
-    EXPECT_EQ(countOf("::makeHandler("), 5) << "once for each message";
+    for (const std::string function :
+         {"::completeCancel(", "::handleCancelGroupRequest(", "::handleInterruptRequest("}) {
+        EXPECT_EQ(countOf(function), perVersion(0, 1)) << function;
+    }
+    EXPECT_EQ(countOf("::insertNewIIP("), perVersion(0, 2)) << "once for each eval and feval";
+    EXPECT_EQ(countOf("::makeHandler("), std::ssize(channels())) << "once for each message";
     EXPECT_EQ(log.texts(logChannel, 64).size(), entries.size());
 }
 
-TEST_F(EvalFevalCancelTest, TheTextOfACommandIsPublishedBelowThePrefixAndBeforeItsResponse) {
+TEST_P(EvalFevalCancelTest, TheTextOfACommandIsPublishedBelowThePrefixAndBeforeItsResponse) {
     const auto eventMgr = foundation::msg_svc::eventmgr::EventMgr::create();
     engine->setEventMgr(eventMgr);
     eventMgr->setCommandHandlerLookup(
@@ -454,7 +512,9 @@ TEST_F(EvalFevalCancelTest, TheTextOfACommandIsPublishedBelowThePrefixAndBeforeI
                        ? callback->second
                        : foundation::msg_svc::eventmgr::EventHandler();
         });
+    // The streams of the older version know the engine of the process alone.
     yvm::unittest::setCurrentMockYvm(engine.get());
+    Factory::setCurrentLocalYVM(engine);
     create();
     eval(R"({"requestID":"1","command":"hi","runOptions":{"useNullOutSink":false,"useNullErrSink":false}})");
     const LogCapture log;
@@ -468,19 +528,22 @@ TEST_F(EvalFevalCancelTest, TheTextOfACommandIsPublishedBelowThePrefixAndBeforeI
     }
     distributor->succeed(command.id);
     yvm::unittest::setCurrentMockYvm(nullptr);
+    Factory::setCurrentLocalYVM(nullptr);
 
     const auto publications = service->publications();
     ASSERT_EQ(publications.size(), 3U);
-    EXPECT_EQ(publications[0].channel, "/yvm/a/text/output");
+    const std::string output = perVersion("/yvm/a/output", "/yvm/a/text/output");
+    const std::string error = perVersion("/yvm/a/error", "/yvm/a/text/error");
+    EXPECT_EQ(publications[0].channel, output);
     EXPECT_EQ(publications[0].text, R"({"requestID":"1","stream":0,"text":"hi\n"})");
-    EXPECT_EQ(publications[1].channel, "/yvm/a/text/error");
+    EXPECT_EQ(publications[1].channel, error);
     EXPECT_EQ(publications[1].text, R"({"requestID":"1","stream":1,"text":"oh"})");
     EXPECT_EQ(publications[2].channel, "/yvm/a/eval/response");
-    EXPECT_TRUE(log.contains(logChannel, 8, "publishTextCallback to /yvm/a/text/output"));
-    EXPECT_TRUE(log.contains(logChannel, 8, "publishTextCallback to /yvm/a/text/error"));
+    EXPECT_TRUE(log.contains(logChannel, 8, "publishTextCallback to " + output));
+    EXPECT_TRUE(log.contains(logChannel, 8, "publishTextCallback to " + error));
 }
 
-TEST_F(EvalFevalCancelTest, TextThatComesAfterTheServiceHasGoneIsDropped) {
+TEST_P(EvalFevalCancelTest, TextThatComesAfterTheServiceHasGoneIsDropped) {
     create();
     eval(R"({"requestID":"1","command":"x","runOptions":{"useNullOutSink":false}})");
     const auto command = distributor->lastCommand();
@@ -493,4 +556,4 @@ TEST_F(EvalFevalCancelTest, TextThatComesAfterTheServiceHasGoneIsDropped) {
 }
 
 }  // namespace
-}  // namespace yvm::JSClient::r24a0
+}  // namespace yvm::JSClient

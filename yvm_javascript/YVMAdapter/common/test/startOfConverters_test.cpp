@@ -1,9 +1,10 @@
-// The start of the converters' module happens once in a process, so this program has one test, which tells
-// the story of one process.
+// Each protocol version starts the converters' module once in a process, so this program has one test, which
+// tells the story of one process.
 
 #include "fl/filesystem/installation_root.hpp"
 #include "foundation/cppmicroservices/framework.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
+#include "r22a0/EventManagerConnection.hpp"
 #include "r24a0/EventManagerConnection.hpp"
 #include "testing/FakeMessageService.hpp"
 #include "testing/FrameworkWithFakePool.hpp"
@@ -17,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-namespace yvm::JSClient::r24a0 {
+namespace yvm::JSClient {
 namespace {
 
 namespace fs = std::filesystem;
@@ -63,11 +64,11 @@ std::string answerTo(FakeMessageService& service, const std::string& requestID,
     return service.publicationsOn("/yvm/a/subscribeEvent/response").back().text;
 }
 
-TEST(StartOfConverters, IsTriedByEachLookUpUntilItSucceedsAndNeverAgain) {
+TEST(StartOfConverters, IsTriedByEachLookUpOfAVersionUntilItSucceedsAndNeverAgain) {
     platform_testing::FrameworkWithFakePool host;
     const Installation installation;
     const auto service = FakeMessageService::create();
-    const auto connection = EventManagerConnection::create(
+    const auto connection = r24a0::EventManagerConnection::create(
         "/yvm/a", foundation::msg_svc::eventmgr::EventMgr::create(), service, nullptr);
 
     for (const char* id : {"1", "2"}) {
@@ -104,7 +105,19 @@ TEST(StartOfConverters, IsTriedByEachLookUpUntilItSucceedsAndNeverAgain) {
     auto second = connection->makeEventHandler(textEvent, "s");
     first.clear();
     EXPECT_TRUE(second);
+
+    // The other version knows nothing of this start, and makes its own.
+    const auto older = r22a0::EventManagerConnection::create(
+        "/yvm/b", foundation::msg_svc::eventmgr::EventMgr::create(), service);
+    EXPECT_ANY_THROW(older->makeEventHandler(textEvent, "e"));
+    EXPECT_TRUE(connection->makeEventHandler(textEvent, "e"))
+        << "which is not that of the version that has started";
+    installation.putConverters();
+    EXPECT_TRUE(older->makeEventHandler(textEvent, "e"));
+    EXPECT_EQ(host.framework().GetBundleContext().GetBundles().size(), 1U);
+    installation.takeConvertersAway();
+    EXPECT_TRUE(older->makeEventHandler(textEvent, "f"));
 }
 
 }  // namespace
-}  // namespace yvm::JSClient::r24a0
+}  // namespace yvm::JSClient
