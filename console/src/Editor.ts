@@ -1,4 +1,6 @@
+import type { LineMark } from "./BreakpointLines";
 import { CommandHistory } from "./CommandHistory";
+import type { Gutter } from "./Gutter";
 import { indentationAfter } from "./indentation";
 
 /** The editor shows this many lines before it scrolls. */
@@ -8,21 +10,29 @@ const maxRows = 12;
 export class Editor {
     readonly #area: HTMLTextAreaElement;
     readonly #history = new CommandHistory();
-    readonly #onRun: (command: string) => void;
+    readonly #gutter: Gutter;
+    readonly #onRun: (command: string, breakpoints: readonly LineMark[]) => void;
 
     /**
      * @param area the text area
      * @param form its form, whose button runs the command too
-     * @param onRun called with each command that is run, never an empty one
+     * @param gutter beside the area
+     * @param onRun called with each command that is run, never an empty one, and the breakpoints on its lines
      */
-    constructor(area: HTMLTextAreaElement, form: HTMLFormElement, onRun: (command: string) => void) {
+    constructor(
+        area: HTMLTextAreaElement,
+        form: HTMLFormElement,
+        gutter: Gutter,
+        onRun: (command: string, breakpoints: readonly LineMark[]) => void,
+    ) {
         this.#area = area;
+        this.#gutter = gutter;
         this.#onRun = onRun;
         area.addEventListener("keydown", (event) => {
             this.#onKey(event);
         });
         area.addEventListener("input", () => {
-            this.#fit();
+            this.#fit("edited");
         });
         form.addEventListener("submit", (event) => {
             event.preventDefault();
@@ -51,7 +61,7 @@ export class Editor {
             if (event.shiftKey) {
                 const before = value.slice(0, selectionStart);
                 this.#area.setRangeText(`\n${indentationAfter(before)}`, selectionStart, selectionEnd, "end");
-                this.#fit();
+                this.#fit("edited");
             } else {
                 this.#run();
             }
@@ -67,7 +77,7 @@ export class Editor {
             event.preventDefault();
             this.#area.value = command;
             this.#area.setSelectionRange(command.length, command.length);
-            this.#fit();
+            this.#fit("replaced");
         }
     }
 
@@ -75,13 +85,16 @@ export class Editor {
         const command = this.#area.value.trimEnd();
         if (command !== "" && this.enabled) {
             this.#history.add(command);
+            const breakpoints = this.#gutter.marks;
             this.#area.value = "";
-            this.#fit();
-            this.#onRun(command);
+            this.#fit("replaced");
+            this.#onRun(command, breakpoints);
         }
     }
 
-    #fit(): void {
+    /** The text is another. */
+    #fit(change: "edited" | "replaced"): void {
         this.#area.rows = Math.min(this.#area.value.split("\n").length, maxRows);
+        this.#gutter.update(change);
     }
 }

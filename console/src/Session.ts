@@ -3,9 +3,13 @@ import {
     connect,
     ConnectionError,
     RefusedError,
+    type Breakpoints,
     type Client,
+    type ClientDebugger,
     type ClientOutput,
     type Connection,
+    type DebuggerResumed,
+    type DebuggerStopped,
     type EvalResult,
     type EventData,
     type EventName,
@@ -19,6 +23,7 @@ import {
     type YdaValue,
 } from "yvm-client";
 
+import type { LineMark } from "./BreakpointLines";
 import type { Listing } from "./CommandTracker";
 
 /** Answered while another command runs, and without text. */
@@ -76,6 +81,9 @@ export interface SessionEvents {
     /** The engine does something else now. */
     onPrompt(state: PromptState["state"]): void;
     onWorkspace(change: WorkspaceChange): void;
+    onStopped(stop: DebuggerStopped): void;
+    onResumed(resume: DebuggerResumed): void;
+    onBreakpoints(breakpoints: Breakpoints["breakpoints"]): void;
 }
 
 /** The page's connection and its one attached client. It knows nothing of the page. */
@@ -147,8 +155,31 @@ export class Session {
                 told.onEvent(event);
             },
             output: "stream",
-            runOptions: { commandWindowColSize: columns },
+            // Where it stops is shown beside the text.
+            runOptions: { commandWindowColSize: columns, suppressDebugControlOutput: true },
         });
+    }
+
+    /** @throws Error if there is no attached client */
+    get debugger(): ClientDebugger {
+        return this.#attached().debugger;
+    }
+
+    /** Sets breakpoints on lines of a command that is to be run next. */
+    async setBreakpoints(command: string, marks: readonly LineMark[]): Promise<void> {
+        const [fileName] = await this.#attached().feval("yvm.debug.name_command", [command], queryOptions);
+        if (typeof fileName !== "string") {
+            throw new Error("the engine does not name the command");
+        }
+        await Promise.all(
+            marks.map(({ line, condition }) =>
+                this.debugger.setBreakpoint({
+                    fileName,
+                    location: { lineNumber: line },
+                    ...(condition !== "" && { expression: condition }),
+                }),
+            ),
+        );
     }
 
     /** Replies to a command that asks for a line; null is the end of the input. */
@@ -216,7 +247,26 @@ export class Session {
         this.#readEvents("yvm::WorkspaceEvent", (change) => {
             this.#events.onWorkspace(change);
         });
+        this.#readEvents("yvm::DebuggerStoppedEvent", (stop) => {
+            this.#events.onStopped(stop);
+        });
+        this.#readEvents("yvm::DebuggerResumedEvent", (resume) => {
+            this.#events.onResumed(resume);
+        });
+        this.#readEvents("yvm::BreakpointsChangedEvent", ({ breakpoints }) => {
+            this.#events.onBreakpoints(breakpoints);
+        });
         void this.#tellPrompt();
+        void this.#tellBreakpoints();
+    }
+
+    /** Tells which breakpoints there are. */
+    async #tellBreakpoints(): Promise<void> {
+        try {
+            this.#events.onBreakpoints(await this.debugger.breakpoints());
+        } catch {
+            // As of the prompt.
+        }
     }
 
     /** Tells what the engine does now. Events that tell more come behind the answer. */

@@ -5,8 +5,12 @@ import type { PromptState } from "yvm-client";
 import { ActivityMonitor } from "./ActivityMonitor";
 import { ActivityView } from "./ActivityView";
 import type { Cell } from "./Cell";
+import type { LineMark } from "./BreakpointLines";
+import { DebuggerMonitor } from "./DebuggerMonitor";
+import { DebuggerView, moveOfKey } from "./DebuggerView";
 import { byId } from "./dom";
 import { Editor } from "./Editor";
+import { Gutter } from "./Gutter";
 import { PromptIndicator } from "./PromptIndicator";
 import { Session, type RunEvent, type SessionState, type Variable } from "./Session";
 import { keepToken, takeToken } from "./token";
@@ -23,13 +27,17 @@ const welcome = byId("welcome", HTMLElement);
 const runButton = byId("run", HTMLButtonElement);
 
 const transcript = new Transcript(byId("transcript", HTMLElement), byId("scroller", HTMLElement));
-const editor = new Editor(
-    byId("command", HTMLTextAreaElement),
-    byId("prompt", HTMLFormElement),
-    (command) => {
-        void run(command);
-    },
-);
+const commandArea = byId("command", HTMLTextAreaElement);
+const gutter = new Gutter({
+    numbers: byId("line-numbers", HTMLElement),
+    area: commandArea,
+    conditionRow: byId("condition-row", HTMLElement),
+    conditionLine: byId("condition-line", HTMLElement),
+    condition: byId("condition", HTMLInputElement),
+});
+const editor = new Editor(commandArea, byId("prompt", HTMLFormElement), gutter, (command, breakpoints) => {
+    void run(command, breakpoints);
+});
 /** Cells by the identifiers of their requests, for text that comes after the end. */
 const cells = new Map<string, Cell>();
 const session = new Session(new URL("./", location.href).href, {
@@ -51,7 +59,34 @@ const session = new Session(new URL("./", location.href).href, {
     onWorkspace: () => {
         variablesMonitor.changed();
     },
+    onStopped: (stop) => {
+        showDebugger(true);
+        debuggerMonitor.stopped(stop);
+    },
+    onResumed: (resume) => {
+        debuggerMonitor.resumed(resume);
+    },
+    onBreakpoints: (breakpoints) => {
+        debuggerView.showBreakpoints(breakpoints);
+    },
 });
+const debuggerView = new DebuggerView(byId("debugger", HTMLElement), {
+    move: (move) => session.debugger[move](),
+    select: async (callsOut) => {
+        await (callsOut > 0 ? session.debugger.up(callsOut) : session.debugger.down(-callsOut));
+        await debuggerMonitor.look();
+    },
+    breakIn: () => session.debugger.breakIn(),
+    set: (breakpoint) => session.debugger.setBreakpoint(breakpoint),
+    clear: (breakpoint) => session.debugger.clearBreakpoint(breakpoint),
+    clearAll: () => session.debugger.clearAllBreakpoints(),
+});
+const debuggerMonitor = new DebuggerMonitor(
+    { stack: () => session.debugger.stack(), locals: () => session.debugger.locals() },
+    (stop) => {
+        debuggerView.show(stop);
+    },
+);
 const promptIndicator = new PromptIndicator(byId("engine-state", HTMLElement));
 const variablesView = new VariablesView(byId("variables", HTMLElement), (name) => session.describe(name));
 const variablesMonitor = new VariablesMonitor<Variable[]>(
@@ -79,10 +114,13 @@ const monitor = new ActivityMonitor<Cell>(
 /** The requests of the cells that have not ended. */
 const requests = new Map<Cell, ReturnType<Session["run"]>>();
 
-async function run(command: string): Promise<void> {
+async function run(command: string, breakpoints: readonly LineMark[]): Promise<void> {
     welcome.hidden = true;
     const cell = transcript.add(command, stop);
     try {
+        if (breakpoints.length > 0) {
+            await session.setBreakpoints(command, breakpoints);
+        }
         const request = monitor.send(cell, () =>
             session.run(command, cell.output.columns, {
                 onText: (chunk) => {
@@ -103,6 +141,9 @@ async function run(command: string): Promise<void> {
     } finally {
         requests.delete(cell);
         monitor.ended(cell);
+        if (debuggerView.isStopped) {
+            void debuggerMonitor.look(); // it may have changed variables of the stopped one
+        }
     }
 }
 
@@ -190,6 +231,10 @@ function showState(state: SessionState): void {
     runButton.disabled = !editor.enabled;
     monitor.isAttached = editor.enabled;
     showPrompt(undefined); // until the engine tells
+    debuggerMonitor.forget();
+    if (state.kind === "attached") {
+        void debuggerMonitor.look();
+    }
     watchVariables();
     connectForm.hidden = state.kind !== "ended";
     if (state.kind === "ended") {
@@ -252,12 +297,29 @@ function watchVariables(): void {
     variablesMonitor.isWanted = editor.enabled && !document.hidden && !variablesPanel.hidden;
 }
 
+const debuggerButton = byId("debugger-button", HTMLButtonElement);
+const debuggerPanel = byId("debugger-panel", HTMLElement);
+debuggerButton.addEventListener("click", () => {
+    showDebugger(debuggerPanel.hidden);
+});
+
+function showDebugger(isShown: boolean): void {
+    debuggerPanel.hidden = !isShown;
+    debuggerButton.setAttribute("aria-expanded", String(isShown));
+}
+
 byId("clear", HTMLButtonElement).addEventListener("click", () => {
     transcript.clear();
     editor.focus();
 });
 
 addEventListener("keydown", (event) => {
+    const move = moveOfKey(event);
+    if (move && debuggerView.isStopped) {
+        event.preventDefault();
+        debuggerView.move(move);
+        return;
+    }
     if (event.ctrlKey && event.key === "l") {
         event.preventDefault();
         transcript.clear();
