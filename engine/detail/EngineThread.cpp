@@ -298,10 +298,19 @@ void EngineThread::wake() {
 }
 
 void EngineThread::requestPreemption() {
+    requestPreemption(Sending::AtOnce);
+}
+
+void EngineThread::requestPreemption(Sending sending) {
     const std::lock_guard lock(framesMutex_);
     // One signal runs all commands that are due.
-    if (!std::exchange(preemptionRequested_, true)) {
+    if (std::exchange(preemptionRequested_, true)) {
+        return;
+    }
+    if (sending == Sending::AtOnce) {
         sendLocked(preemptionSignal());
+    } else if (armed_) {
+        repeater_->start();
     }
 }
 
@@ -444,8 +453,11 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
     // At the limit nothing is lost: the level beneath takes what still waits when this one has ended.
     if (!frames_.empty() && depth < Engine::maxPreemptionDepth) {
         const WithoutGil released;
-        if (!takePreemptionBatch(*frames_.back())) {
-            requestPreemption();
+        const Command& beneath = *frames_.back();
+        if (!takePreemptionBatch(beneath)) {
+            // Sent at once while the command cannot be interrupted, the signal would come before its every
+            // bytecode, and the command would never get on to where it can.
+            requestPreemption(beneath.isInterruptRequested() ? Sending::AfterAWhile : Sending::AtOnce);
         }
     }
     // An interrupt of the command beneath may have come meanwhile. Python looks at each signal once before it

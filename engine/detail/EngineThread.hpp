@@ -148,6 +148,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     void serveDebugger();
     /// The innermost command that a prompt took or that is stopped; null when there is none.
     Command* interactiveCommandLocked() const;
+    enum class Sending { AtOnce, AfterAWhile };
+    void requestPreemption(Sending sending);
     void sendLocked(int signalNumber);
     void stopRepeatingLocked();
     /// Before a wait for commands: what a signal that has not reached its handler stands for is done, or the
