@@ -35,6 +35,10 @@ class OutputStreams {
     /// As TextSink's.
     TextSink::Due write(Stream stream, std::u16string_view text,
                         TextSink::WithinLine withinLine = TextSink::WithinLine::Leaves);
+    /// As TextSink's; false also for a switch of streams.
+    bool gather(Stream stream, std::basic_string_view<unsigned char> text) {
+        return last_.load(std::memory_order_relaxed) == stream && sinkOf(stream)->gather(text);
+    }
     void flush(Stream stream);
     /// Brings out everything; by default as nothing is to follow for now.
     void synchroniseAll(TextSink::HeldSurrogate held = TextSink::HeldSurrogate::Release) const;

@@ -70,6 +70,9 @@ void EngineOutput::replaceSinks(YVM::Sink out, YVM::Sink err) {
 }
 
 void EngineOutput::write(Stream stream, py::handle text) {
+    if (gather(stream, text)) {
+        return;
+    }
     const PythonTextPieces pieces(text, pieceSize);
     TextSink::Due due = TextSink::Due::Never;
     {
@@ -137,6 +140,23 @@ void EngineOutput::flush(Stream stream) {
 OutputStreams& EngineOutput::ofThisThread() noexcept {
     const auto& command = CommandScope::current();
     return command != nullptr ? command->output() : defaults_;
+}
+
+bool EngineOutput::gather(Stream stream, py::handle text) {
+    const auto latin1 = asLatin1(text);
+    if (!latin1 || ForkedChild::isThis()) {
+        return false;
+    }
+    OutputStreams& output = ofThisThread();
+    const auto way = wayTo(output.sinkOf(stream)->destination());
+    const auto id = idOfThisThread();
+    if ((way && !gate_.mayWrite(*way, id)) || !output.gather(stream, *latin1)) {
+        return false;
+    }
+    if (way) {
+        gate_.hasWritten(*way, id, latin1->size());
+    }
+    return true;
 }
 
 TextSink::Due EngineOutput::writePiece(Stream stream, std::u16string_view piece) {

@@ -99,6 +99,9 @@ class EngineOutput {
     /// On the capture's thread, or that of whoever drains. Text of descriptors waits for no reader: who wrote
     /// it could not be held back.
     void receive(Stream stream, std::u16string_view text);
+    /// Whether the text has been taken without a wait, as most of a flood is: giving the GIL up would cost
+    /// more than the text.
+    bool gather(Stream stream, pybind11::handle text);
     /// Without the GIL. Throws Python's exception.
     TextSink::Due writePiece(Stream stream, std::u16string_view piece);
     /// False when an interrupt broke the wait off.

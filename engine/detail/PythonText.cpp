@@ -61,6 +61,15 @@ std::u16string toUtf16(py::handle text) {
     }
 }
 
+std::optional<std::basic_string_view<unsigned char>> asLatin1(py::handle text) noexcept {
+    if (!PyUnicode_Check(text.ptr()) || !PyUnicode_IS_READY(text.ptr()) ||
+        PyUnicode_KIND(text.ptr()) != PyUnicode_1BYTE_KIND) {
+        return std::nullopt;
+    }
+    return std::basic_string_view<unsigned char>(PyUnicode_1BYTE_DATA(text.ptr()),
+                                                 static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.ptr())));
+}
+
 PythonTextPieces::PythonTextPieces(py::handle text, std::size_t size)
     : kind_(PyUnicode_KIND(checkText(text).ptr())),
       data_(PyUnicode_DATA(text.ptr())),

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,10 @@ namespace yvm::engine {
 /// The 16-bit text of a Python string. Lone surrogates stay what they are. With the GIL held. Throws
 /// Python's TypeError when `text` is no `str`.
 std::u16string toUtf16(pybind11::handle text);
+
+/// The characters of a Python string that has none beyond Latin-1; empty for any other object. With the GIL
+/// held, and to be used while the string lives.
+std::optional<std::basic_string_view<unsigned char>> asLatin1(pybind11::handle text) noexcept;
 
 /// The 16-bit text of a Python string in pieces, without a copy of the whole.
 ///

@@ -1,10 +1,12 @@
 #include "engine/detail/TextSink.hpp"
 
+#include "cmddistributor/RequestIdAdapter.hpp"
 #include "foundation/log/basic_diagnostic_logger.hpp"
 #include "ylutil/io/ActiveCmdWinSinkBufferProxy.hpp"
 
 #include <boost/exception/diagnostic_information.hpp>
 
+#include <ctime>
 #include <string>
 #include <string_view>
 
@@ -21,6 +23,15 @@ constexpr bool isHighSurrogate(char16_t unit) {
     return unit >= 0xD800 && unit <= 0xDBFF;
 }
 
+/// The clock as it stood at the last tick of the system's timer, some milliseconds ago: for text that comes
+/// a million times a second, where the clock itself costs as much as the text.
+TextSink::Clock::time_point coarseNow() noexcept {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return TextSink::Clock::time_point(std::chrono::seconds(now.tv_sec) +
+                                       std::chrono::nanoseconds(now.tv_nsec));
+}
+
 }  // namespace
 
 TextSink::Due TextSink::write(std::u16string_view text, WithinLine withinLine) {
@@ -32,6 +43,7 @@ TextSink::Due TextSink::write(std::u16string_view text, WithinLine withinLine) {
     if (sink_ == nullptr) {
         return Due::Never;
     }
+    putGatheredLocked();
     std::u16string joined;
     if (heldSurrogate_) {
         joined = *heldSurrogate_;
@@ -62,6 +74,24 @@ TextSink::Due TextSink::write(std::u16string_view text, WithinLine withinLine) {
     }
     synchroniseLocked();
     return Due::Never;
+}
+
+bool TextSink::gather(std::basic_string_view<unsigned char> text) {
+    // Whoever holds the mutex may be in need of the GIL.
+    const std::unique_lock lock(mutex_, std::try_to_lock);
+    if (!lock || !pendingSince_ || heldSurrogate_ || gathered_.size() + text.size() > gatherLimit ||
+        coarseNow() - lastSynchronised_ >= batchTime) {
+        return false;
+    }
+    const auto id = cmddistributor::RequestIdAdapter().getRequestId();
+    if (id != gatheredFor_) {
+        if (!gathered_.empty()) {
+            return false;
+        }
+        gatheredFor_ = id;
+    }
+    gathered_.insert(gathered_.end(), text.begin(), text.end());
+    return true;
 }
 
 void TextSink::replaceSink(boost::shared_ptr<ylutil::io::YLSink> sink, Destination destination) {
@@ -107,6 +137,15 @@ void TextSink::releaseSurrogateLocked() {
     }
 }
 
+void TextSink::putGatheredLocked() {
+    if (gathered_.empty()) {
+        return;
+    }
+    const cmddistributor::RequestIdScope writer(gatheredFor_);
+    putLocked({gathered_.data(), gathered_.size()});
+    gathered_.clear();
+}
+
 void TextSink::putLocked(std::u16string_view text) {
     try {
         sink_->buffer().sputn(text.data(), static_cast<std::streamsize>(text.size()));
@@ -135,6 +174,7 @@ void TextSink::copyLocked(std::u16string_view text) {
 }
 
 void TextSink::synchroniseLocked() {
+    putGatheredLocked();
     pendingSince_.reset();
     lastSynchronised_ = Clock::now();
     try {

@@ -1,15 +1,19 @@
 #pragma once
 
 #include "engine/detail/SinkTexts.hpp"
+#include "foundation/msg_svc/exchange/IDType.hpp"
 #include "ylutil/io/YLSink.hpp"
 
 #include <boost/shared_ptr.hpp>
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace yvm::engine {
 
@@ -60,11 +64,20 @@ class TextSink {
     /// in two. An empty text does nothing. `Later`, which is within `longestWait`, is told once a batch.
     Due write(std::u16string_view text, WithinLine withinLine = WithinLine::Leaves);
 
+    /// Takes the text of a writer that goes on, if that needs no wait and no work: while text waits to be
+    /// synchronised in its batch, and somebody knows. False when `write` has to take it. The characters are
+    /// those of Latin-1. May be called with the GIL held.
+    bool gather(std::basic_string_view<unsigned char> text);
+
     enum class HeldSurrogate { Keep, Release };
     /// `Release` also writes a high surrogate that still waits: nothing is to follow.
     void synchronise(HeldSurrogate held);
 
   private:
+    /// What `gather` took is handed on in pieces of this many units.
+    static constexpr std::size_t gatherLimit = 8192;
+
+    void putGatheredLocked();
     void putLocked(std::u16string_view text);
     void copyLocked(std::u16string_view text);
     void synchroniseLocked();
@@ -73,6 +86,9 @@ class TextSink {
     mutable std::mutex mutex_;
     // Guarded by mutex_, as is the use of the sink.
     boost::shared_ptr<ylutil::io::YLSink> sink_;
+    /// Text that `sink_` has not been given yet, and the command that wrote it.
+    std::vector<char16_t> gathered_;  // no string, which takes characters of another size twice
+    foundation::msg_svc::exchange::IDType gatheredFor_ = foundation::msg_svc::exchange::IDType::null();
     std::optional<char16_t> heldSurrogate_;
     /// Since when there is text that is not synchronised.
     std::optional<Clock::time_point> pendingSince_;

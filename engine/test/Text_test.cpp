@@ -44,9 +44,46 @@ TEST_F(EngineTest, EmptyTextIsNotWritten) {
 TEST_F(EngineTest, AFloodOfTextIsSynchronisedInBatches) {
     auto submitted = submitEval("for i in range(2000): print(i)");
     submitted.get();
-    EXPECT_EQ(submitted.transcript->writes(), 4000);
-    // Not timing: each takes 20 ms at least, so 4000 would take more than a minute.
-    EXPECT_LT(submitted.transcript->synchronised(), 2000);
+    std::string expected;
+    for (int i = 0; i < 2000; ++i) {
+        expected += std::to_string(i) + "\n";
+    }
+    EXPECT_EQ(submitted.transcript->text(), expected);
+    // Of 4000 pieces. Not timing: each batch takes 15 ms at least, so 1000 would take 15 seconds.
+    EXPECT_LT(submitted.transcript->writes(), 2000);
+    EXPECT_LT(submitted.transcript->synchronised(), 1000);
+}
+
+TEST_F(EngineTest, TextOfAFloodKeepsItsOrderWhateverItsCharactersAre) {
+    // Latin-1, other 16-bit text, pairs of surrogates, both halves of one, nothing, and what is longer than a
+    // piece.
+    auto submitted = submitEval(
+        "import sys\n"
+        "pieces = ['a', '\u00e4', '\u0416', '\U0001F600', '\\ud83d', '\\ude00', '', 'z' * 9000]\n"
+        "for i in range(300):\n"
+        "    for piece in pieces: sys.stdout.write(piece)\n");
+    submitted.get();
+    std::u16string expected;
+    for (int i = 0; i < 300; ++i) {
+        expected += u"a\u00e4\u0416\U0001F600\U0001F600" + std::u16string(9000, u'z');
+    }
+    EXPECT_EQ(submitted.transcript->units(), expected);
+}
+
+TEST_F(EngineTest, TextOfAFloodKeepsItsOrderAmongStreamsAndThreads) {
+    auto submitted = submitEval(
+        "import sys, threading\n"
+        "for i in range(100):\n"
+        "    print('x'); print('y', end='')\n"
+        "    print('e', file=sys.stderr, end=''); print('f', file=sys.stderr, end='')\n"
+        "    print('z', end='')\n"
+        "    worker = threading.Thread(target=print, args=('t',)); worker.start(); worker.join()\n");
+    submitted.get();
+    std::string expected;
+    for (int i = 0; i < 100; ++i) {
+        expected += "x\ny[err]efzt\n";
+    }
+    EXPECT_EQ(submitted.transcript->text(), expected);
 }
 
 TEST_F(EngineTest, TextBeyondTheBasicPlaneAndLoneSurrogatesPassUnharmed) {

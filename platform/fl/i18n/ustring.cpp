@@ -54,13 +54,15 @@ void append(std::u16string& text, char32_t character) {
 }
 
 /// Runs of ASCII are moved in blocks of this many units, by loops that compilers turn into vector code.
-constexpr std::size_t blockSize = 16;
+constexpr std::size_t blockSize = 32;
 
 template <typename Unit>
 bool isAsciiBlock(const Unit* block) {
-    unsigned all = 0;
+    // Of the unit's own size, so that a vector holds as many as it can.
+    std::make_unsigned_t<Unit> all = 0;
     for (std::size_t i = 0; i < blockSize; ++i) {
-        all |= static_cast<std::make_unsigned_t<Unit>>(block[i]);
+        all =
+            static_cast<std::make_unsigned_t<Unit>>(all | static_cast<std::make_unsigned_t<Unit>>(block[i]));
     }
     return all < 0x80;
 }
