@@ -41,16 +41,30 @@ class Reader {
         readonly clientId: string,
     ) {}
 
-    static async attached(id: string): Promise<Reader> {
+    static async attached(id: string, apiVersion = "r24a0"): Promise<Reader> {
         const socket = await RawSocket.open(server.endpoint);
         const reader = new Reader(id, socket, await socket.shakeHands(server.token));
         reader.send("/meta/connect", { connectionType: "websocket", advice: { timeout: 0 } });
         reader.send("/meta/connect", { connectionType: "websocket" });
         reader.send("/meta/subscribe", { subscription: "/yvm/attach/response" });
-        reader.request("/yvm/attach", { yvmID: "user-yvm", supportedApiVersions: ["r24a0"] }, id);
+        reader.request("/yvm/attach", { yvmID: "user-yvm", supportedApiVersions: [apiVersion] }, id);
         await reader.until((message) => message.channel === "/yvm/attach/response");
         reader.send("/meta/subscribe", { subscription: `/yvm/${id}/**` });
         return reader;
+    }
+
+    /** Takes over the client-wide text. */
+    async install(apiVersion: string): Promise<void> {
+        if (apiVersion === "r22a0") {
+            this.send("/meta/subscribe", { subscription: "/yvm/sinks/response" });
+            this.send("/yvm/sinks/set", { data: {} });
+            await this.until(
+                ({ channel, successful }) => channel === "/yvm/sinks/set" && successful === true,
+            );
+        } else {
+            this.request(`/yvm/${this.id}/yvmSinks`, {});
+            await this.until(({ channel }) => channel === `/yvm/${this.id}/yvmSinks/response`);
+        }
     }
 
     send(channel: string, fields: Record<string, unknown>): void {
@@ -109,25 +123,27 @@ async function untilSlowReaderHasGone(before: number): Promise<{ greatest: numbe
 
 describe("a client that stops reading in the middle of a gigabyte", () => {
     it.each([
-        ["of its command's own text", FLOOD, { useNullOutSink: false }, "own"],
-        ["of client-wide text", FLOOD, {}, "wide"],
+        ["r24a0", "its command's own text", FLOOD, { useNullOutSink: false }, "/text/output"],
+        ["r24a0", "client-wide text", FLOOD, {}, "/yvmSinks/output"],
         [
-            "of displayed values",
+            "r24a0",
+            "displayed values",
             VALUES,
             { eventConnections: { values: "ylutil::io::StructuredOutputEvent" } },
-            "values",
+            "/event/fireEvent",
         ],
+        ["r22a0", "its command's own text", FLOOD, { useNullOutSink: false }, "/output"],
+        ["r22a0", "client-wide text", FLOOD, {}, "/yvm/sinks/response"],
     ])(
-        "%s is ended and told, while others are answered and memory stays bounded",
-        async (_what, command, runOptions, id) => {
+        "with %s, of %s is ended and told, while others are answered and memory stays bounded",
+        async (apiVersion, what, command, runOptions, textChannel) => {
             const ended = (await scrape(server))("sessions_ended_total", 'cause="slow_reader"');
-            const reader = await Reader.attached(id);
-            if (id === "wide") {
-                reader.request(`/yvm/${reader.id}/yvmSinks`, {});
-                await reader.until(({ channel }) => channel === `/yvm/${reader.id}/yvmSinks/response`);
+            const reader = await Reader.attached(`slow-${apiVersion}`, apiVersion);
+            if (what === "client-wide text") {
+                await reader.install(apiVersion);
             }
             reader.request(`/yvm/${reader.id}/eval`, { command, runOptions });
-            await reader.until(({ channel }) => /\/(output|fireEvent)$/.test(channel));
+            await reader.until(({ channel, data }) => channel.endsWith(textChannel) && data !== undefined);
             const before = residentBytes();
             reader.socket.pause();
 
