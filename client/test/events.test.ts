@@ -84,6 +84,7 @@ describe("a subscription", () => {
 
     it("is read in order, and ended by leaving the loop", async () => {
         fire(identifier, progress);
+        fire(identifier, { ...progress, done: null });
         fire(identifier, { ...progress, done: 4 });
         const seen = [];
         for await (const { done, remaining } of events) {
@@ -94,6 +95,7 @@ describe("a subscription", () => {
         }
         expect(seen).toEqual([
             [3, null],
+            [NaN, null],
             [4, null],
         ]);
         expect(await freed(1)).toEqual([identifier]);

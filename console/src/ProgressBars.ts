@@ -43,7 +43,7 @@ export class ProgressBars {
             this.element.append(bar.element);
         }
         bar.last = progress;
-        if (progress.total === null) {
+        if (progress.total === null || Number.isNaN(progress.done)) {
             bar.bar.removeAttribute("value");
         } else {
             bar.bar.max = progress.total > 0 ? progress.total : 1;

@@ -1,5 +1,5 @@
 import { describe, expect, it } from "vitest";
-import { connect, type Client, type Connection, type TextChunk } from "yvm-client";
+import { connect, type Client, type Connection, type EngineEvents, type TextChunk } from "yvm-client";
 
 import { CuttingRelay } from "./CuttingRelay.js";
 import type { ServerProcess } from "./ServerProcess.js";
@@ -110,5 +110,96 @@ describe("the events of a run", () => {
     it("that nobody knows leave the run as it is", async () => {
         const run = client.eval("print(1)", { events: ["no::SuchEvent"] });
         expect((await run).text).toBe("1\n");
+    });
+});
+
+describe("each event of the engine", () => {
+    /** What one event said, of those that a command causes itself. */
+    async function ofRun<N extends keyof EngineEvents>(name: N, command: string): Promise<EngineEvents[N][]> {
+        const seen: EngineEvents[N][] = [];
+        const run = client.eval(command, {
+            events: [name],
+            onEvent: ({ data }) => seen.push(data as EngineEvents[N]),
+        });
+        await run.then(undefined, () => undefined); // a command that fails tells of it
+        return seen;
+    }
+
+    it("is understood, with what it says", async () => {
+        expect(await ofRun("ylutil::prompt::PromptEvent", "import yvm; yvm.pause(0)")).toEqual([
+            { state: "busy" },
+            { state: "paused" },
+            { state: "busy" },
+        ]);
+        expect(await ofRun("ylutil::io::StructuredOutputEvent", "[1, 2]")).toEqual([
+            { data: { "text/plain": "[1, 2]" }, metadata: {} },
+        ]);
+        const [figure] = await ofRun(
+            "ylutil::io::StructuredOutputEvent",
+            "import matplotlib.pyplot as plt; plt.plot([1, 2]); pass",
+        );
+        expect(figure?.data["image/png"]).toMatch(/^iVBOR/);
+        expect(figure?.metadata).toEqual({ "image/png": { width: 640, height: 480 } });
+        expect(await ofRun("ylutil::io::PrintableErrorEvent", "1/0")).toMatchObject([
+            {
+                identifier: "ZeroDivisionError",
+                message: "division by zero",
+                stackFrames: [{ functionName: "<module>", lineNumber: 1, sourceLine: "1/0" }],
+            },
+        ]);
+        expect(await ofRun("services::io::CLCEvent", "yvm.clc()")).toEqual([{}]);
+        expect(await ofRun("services::io::HomeEvent", "yvm.home()")).toEqual([{}]);
+        const steps = await ofRun("yvm::ProgressEvent", "for i in yvm.progress(range(3), 'fit'): pass");
+        expect(steps[0]).toMatchObject({ label: "fit", done: 0, total: 3, rate: null, finished: false });
+        expect(steps.at(-1)).toMatchObject({ label: "fit", done: 3, total: 3, remaining: 0, finished: true });
+    });
+
+    it("of the workspace tells of all clients' commands", async () => {
+        const other = await yvm.attach();
+        const changes = client.events("yvm::WorkspaceEvent");
+        await changes.subscribed;
+        await other.eval("first = 1; second = 2");
+        expect((await changes.next()).value).toEqual({
+            appeared: ["first", "second"],
+            changed: [],
+            gone: [],
+        });
+        await other.eval("first = 'x'; del second");
+        expect((await changes.next()).value).toEqual({ appeared: [], changed: ["first"], gone: ["second"] });
+        await changes.close();
+    });
+
+    it("that asks for a line is answered, by whoever comes first", async () => {
+        const other = await yvm.attach();
+        const request = client.eval("input('name? ') + '!'", {
+            events: ["services::prompt::InputRequestEvent"],
+            output: "stream",
+        });
+        for await (const { data } of request.events) {
+            expect(data).toMatchObject({ prompt: "name? ", password: false });
+            await other.answer(data.id, "Ada");
+            await expect(client.answer(data.id, "Eve")).rejects.toMatchObject({ identifier: "ValueError" });
+        }
+        await request;
+    });
+
+    it("that asks for a line may be answered by the end of the input", async () => {
+        const request = client.eval("input()", {
+            events: ["services::prompt::InputRequestEvent"],
+            onEvent: ({ data }) => {
+                void client.answer(data.id, null);
+            },
+        });
+        await expect(request).rejects.toMatchObject({ identifier: "EOFError" });
+    });
+
+    it("goes on to be told to a client of r22a0", async () => {
+        const older = await yvm.attach({ apiVersions: ["r22a0"] });
+        const prompts: string[] = [];
+        await older.eval("1", {
+            events: ["ylutil::prompt::PromptEvent"],
+            onEvent: ({ data }) => prompts.push(data.state),
+        });
+        expect(prompts).toEqual(["busy"]);
     });
 });

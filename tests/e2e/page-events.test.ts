@@ -232,10 +232,18 @@ describe("a question of a command", () => {
         expect(await cell.locator(".failure-title").textContent()).toContain("EOFError");
     });
 
-    it("ends with the command that is stopped", async () => {
+    it("ends with the command that is stopped by its button", async () => {
         const cell = await start("input('name? ')");
         await cell.locator("input").waitFor();
         await cell.getByRole("button", { name: "Stop" }).click();
+        await ended(cell);
+        expect(await cell.locator("input").count()).toBe(0);
+    });
+
+    it("ends with the command that is stopped by Ctrl+C in its field", async () => {
+        const cell = await start("input('name? ')");
+        await cell.locator("input").fill("draft");
+        await cell.locator("input").press("Control+c");
         await ended(cell);
         expect(await cell.locator("input").count()).toBe(0);
     });
@@ -364,6 +372,16 @@ describe("a displayed value", () => {
         );
         expect(await cell.getByRole("columnheader").allInnerTexts()).toEqual(["", "city", "area"]);
         expect(await cell.getByRole("cell").allInnerTexts()).toEqual(["Rome", "1285", "Oslo", "454"]);
+    });
+
+    it("is one of 200 that a cell keeps, and the others are counted", async () => {
+        const cell = await run(
+            "import yvm\nclass Table:\n    def __init__(self, n): self.n = n\n" +
+                "    def _repr_html_(self): return f'<table><tr><td>{self.n}</table>'\nfor n in range(230): yvm.display(Table(n))",
+        );
+        expect(await cell.locator(".display").count()).toBe(200);
+        expect(await cell.getByRole("cell").first().innerText()).toBe("30");
+        expect(await cell.locator(".outputs > .note").innerText()).toBe("30 earlier outputs are not kept");
     });
 
     it("whose HTML shows nothing is shown as text", async () => {

@@ -53,6 +53,7 @@ export interface Progress {
     /** Which of the command's bars. */
     readonly id: number;
     readonly label: string;
+    /** NaN if the command has made something of it that is no finite number. */
     readonly done: number;
     /** What `done` will be at the end; null if that is not known. */
     readonly total: number | null;
@@ -149,7 +150,7 @@ const readers: { readonly [N in keyof EngineEvents]: (data: JsonObject, path: st
     "yvm::ProgressEvent": (data, path) => ({
         id: asNumber(data["id"], `${path}.id`),
         label: asString(data["label"], `${path}.label`),
-        done: asNumber(data["done"], `${path}.done`),
+        done: asNumberOrNull(data["done"], `${path}.done`) ?? NaN,
         total: asNumberOrNull(data["total"], `${path}.total`),
         rate: asNumberOrNull(data["rate"], `${path}.rate`),
         remaining: asNumberOrNull(data["remaining"], `${path}.remaining`),
