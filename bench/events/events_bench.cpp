@@ -7,10 +7,12 @@
 #include "connector/message_service/Broker.hpp"
 #include "cppmicroservices/Framework.hpp"
 #include "foundation/cppmicroservices/framework.hpp"
+#include "foundation/feature/IFeature.hpp"
 #include "foundation/log/basic_diagnostic_logger.hpp"
 #include "foundation/msg_svc/eventmgr/EventMgr.hpp"
 #include "r24a0/EventManagerConnection.hpp"
 #include "r24a0/SubscribeRequest.hpp"
+#include "r24a0/YVMSink.hpp"
 #include "ylutil/io/SinkTextEvent.hpp"
 #include "ylutil/prompt/PromptEvent.hpp"
 
@@ -45,6 +47,7 @@ using ylutil::prompt::PromptState;
 using yvm::JSClient::BaseRequest;
 using yvm::JSClient::r24a0::EventManagerConnection;
 using yvm::JSClient::r24a0::SubscribeRequest;
+using yvm::JSClient::r24a0::YVMSink;
 
 using EventPtr = std::shared_ptr<const BaseEvent>;
 using EventMaker = std::function<EventPtr()>;
@@ -78,7 +81,8 @@ class Clients {
                 broker_->subscribeInline(prefix + "/**", [this](const JsonMessage& /*message*/) {
                     messages_.fetch_add(1, std::memory_order_relaxed);
                 }));
-            clients_.push_back(EventManagerConnection::create(prefix, manager, service_, nullptr));
+            clients_.push_back(EventManagerConnection::create(prefix, manager, service_,
+                                                              YVMSink::create(prefix, nullptr, service_)));
             const SubscribeRequest request(
                 BaseRequest(R"({"requestID":"s","eventName":")" + eventName + R"("})"));
             if (clients_.back()->handleRequest(request).getJson().contains("error")) {
@@ -200,7 +204,10 @@ void measureNobody() {
 }  // namespace
 
 int main() {
-    // As in the server: the log is on, and takes what went wrong.
+    // As in the server: text is batched, so that events ask for it to leave first; the log is on, and takes
+    // what went wrong.
+    foundation::feature::IFeature::instance().set("YVMJS_SmartBuf", true);
+    foundation::feature::IFeature::instance().set("webui", true);
     foundation::log::setLoggingEnabled(true);
     const auto framework = std::make_shared<cppmicroservices::Framework>();
     framework->Start();
