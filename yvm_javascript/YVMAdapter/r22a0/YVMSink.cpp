@@ -42,6 +42,10 @@ YVMSink::YVMSink(std::shared_ptr<MessageService> messageService)
     FOUNDATION_FUNCTION_TRACE(logger());
 }
 
+YVMSink::~YVMSink() {
+    FOUNDATION_FUNCTION_TRACE(logger());
+}
+
 void YVMSink::createYVMConnections(const std::shared_ptr<yvm::YVM>& engine) {
     auto future = messageService_->subscribe(
         setChannel, [weakThis = weak_from_this(), engine](const JsonMessage& message) {

@@ -36,6 +36,7 @@ class YVMSink : public std::enable_shared_from_this<YVMSink> {
         const std::shared_ptr<yvm::YVM>& engine,
         std::shared_ptr<connector::message_service::MessageService> messageService);
 
+    ~YVMSink();
     YVMSink(const YVMSink&) = delete;
     YVMSink& operator=(const YVMSink&) = delete;
 

@@ -9,7 +9,8 @@ namespace yvm::JSClient::r24a0 {
 
 /// Reads `{"supportsMore": b, "supportsHotlinks": b, "useDiary": b, "useEcho": b,
 /// "needsFormattingForDisplay": b, "useLogging": b}`. An absent key keeps the default of `SinkTraits`,
-/// unknown keys are ignored. Throws `boost::bad_get` for a value that is no boolean.
+/// unknown keys are ignored, those of r22a0, which begin with an underscore, among them. Throws
+/// `boost::bad_get` for a value that is no boolean.
 ylutil::io::SinkTraits readSinkTraits(const JsonObject& object);
 
 /// The traits of the out and of the err stream, out first, from the members `outSinkTraits` and

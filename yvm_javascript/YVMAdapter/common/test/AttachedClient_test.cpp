@@ -117,7 +117,10 @@ TEST_P(AttachedClientTest, ItsEndIsLoggedBeforeItsServicesGo) {
         return std::ranges::find_if(
             records, [&](const auto& record) { return record.text.find(destructor) != std::string::npos; });
     };
+    // Last made first.
     EXPECT_NE(endOf("::~EvalFevalCancel("), records.end());
+    EXPECT_NE(endOf("::~YVMSink("), records.end());
+    EXPECT_EQ(endOf("::~YVMSink(") < endOf("::~EvalFevalCancel("), isR22a0());
 }
 
 TEST_P(AttachedClientTest, ReleasesItsEngineAndService) {

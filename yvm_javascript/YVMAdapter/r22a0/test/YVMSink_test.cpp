@@ -20,6 +20,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace yvm::JSClient::r22a0 {
@@ -294,14 +295,25 @@ TEST_F(YVMSinkOfR22a0Test, AMessageThatArrivesWhileItSubscribesIsCarriedOut) {
     EXPECT_FALSE(hasOwnSinks());
 }
 
-TEST_F(YVMSinkOfR22a0Test, CreationAndMessagesOpenAFunctionTrace) {
+TEST_F(YVMSinkOfR22a0Test, ConstructionMessagesAndDestructionOpenAFunctionTrace) {
+    sink.reset();
     const LogCapture log;
     sink = YVMSink::create(engine, service);
     set("{}");
-    EXPECT_EQ(log.texts(logChannel, 32).size(), 2U);
-    EXPECT_EQ(log.texts(logChannel, 64).size(), 2U);
     set("[]");
-    EXPECT_TRUE(log.texts(logChannel, 64).back().ends_with(" [throw]"));
+    sink.reset();
+    const auto entries = log.texts(logChannel, 32);
+    ASSERT_EQ(entries.size(), 4U);
+    for (const auto& [index, function] :
+         {std::pair(0U, "::YVMSink("), std::pair(1U, "::createYVMConnections("),
+          std::pair(2U, "::createYVMConnections("), std::pair(3U, "::~YVMSink(")}) {
+        EXPECT_NE(entries[index].find(function), std::string::npos) << entries[index];
+    }
+    const auto exits = log.texts(logChannel, 64);
+    ASSERT_EQ(exits.size(), 4U);
+    for (std::size_t index = 0; index < exits.size(); ++index) {
+        EXPECT_EQ(exits[index].ends_with(" [throw]"), index == 2) << exits[index];
+    }
 }
 
 TEST_F(YVMSinkOfR22a0Test, TheSinksOfADetachedClientGoOnForTheOthers) {
