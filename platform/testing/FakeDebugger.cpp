@@ -42,18 +42,18 @@ void FakeDebugger::failOperations(std::exception_ptr error) {
 }
 
 void FakeDebugger::setImpl(Breakpoint breakpoint, Completion completion) {
-    record({Action::Set, std::move(breakpoint)}, std::move(completion));
+    record({Action::Set, std::move(breakpoint)}, completion);
 }
 
 void FakeDebugger::clearImpl(Breakpoint breakpoint, Completion completion) {
-    record({Action::Clear, std::move(breakpoint)}, std::move(completion));
+    record({Action::Clear, std::move(breakpoint)}, completion);
 }
 
 void FakeDebugger::clearAllImpl(Completion completion) {
-    record({Action::ClearAll, std::nullopt}, std::move(completion));
+    record({Action::ClearAll, std::nullopt}, completion);
 }
 
-void FakeDebugger::record(Operation operation, Completion completion) {
+void FakeDebugger::record(Operation operation, const Completion& completion) {
     std::unique_lock lock(mutex_);
     if (operationError_) {
         std::rethrow_exception(operationError_);

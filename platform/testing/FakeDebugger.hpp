@@ -52,7 +52,7 @@ class FakeDebugger final : public ylutil::debugger::Debugger {
     void clearImpl(ylutil::debugger::Breakpoint breakpoint, Completion completion) override;
     void clearAllImpl(Completion completion) override;
 
-    void record(Operation operation, Completion completion);
+    void record(Operation operation, const Completion& completion);
     Completion completionOf(std::size_t index) const;
 
     mutable std::mutex mutex_;

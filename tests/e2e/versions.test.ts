@@ -35,6 +35,8 @@ const versions = [
         cancelOfNothing: { cancelStatus: "UNABLE_TO_CANCEL_ALREADY_DONE" },
         interrupt: {},
         cancelGroup: {},
+        clearAllBreakpoints: {},
+        displayBreakpoint: {},
     },
     {
         apiVersion: "r22a0",
@@ -50,6 +52,10 @@ const versions = [
         cancelOfNothing: {},
         interrupt: silence,
         cancelGroup: silence,
+        clearAllBreakpoints: silence,
+        displayBreakpoint: {
+            error: expect.objectContaining({ message: "Unknown GlobalBreakpoint type" }) as unknown,
+        },
     },
 ] as const;
 
@@ -196,6 +202,33 @@ describe.each(versions)("with $apiVersion", (version) => {
         expect(Object.keys(cancel).includes("cancelStatus")).toBe(version.apiVersion === "r24a0");
         expect((await running)["error"]).toMatchObject({ status: 3 });
         gate.remove();
+    });
+
+    it("breakpoints stop commands, and are cleared, as far as the version has them", async () => {
+        const breakpoint = { type: "UNSUPPRESSED_OUTPUT" };
+        expect(await answered("setGlobalBreakpoint", { breakpoint })).toEqual(version.displayBreakpoint);
+        expect(await answered("clearGlobalBreakpoint", { breakpoint })).toEqual(version.displayBreakpoint);
+        expect(await answered("breakInDebugger", {})).toEqual({});
+        const command = `# ${id}\nx = 41\nx += 1`;
+        const { result } = await client.feval(id, "yvm.debug.name_command", [
+            version.argument(JSON.stringify(command)),
+        ]);
+        const [fileName] = result as [string];
+        const line = { breakpoint: { fileName, location: { lineNumber: 3 } } };
+        expect(await answered("setLineBreakpoint", line)).toEqual({});
+        await client.request(`/yvm/${id}/subscribeEvent`, {
+            requestID: "stops",
+            eventName: "yvm::DebuggerStoppedEvent",
+        });
+        const running = client.eval(id, command);
+        const { data } = await client.event(
+            (event) => event.channel.endsWith("/fireEvent") && event.data["requestID"] === "stops",
+        );
+        expect(data["eventData"]).toMatchObject({ reason: "breakpoint", fileName, lineNumber: 3 });
+        expect(await answered("clearLineBreakpoint", line)).toEqual({});
+        await client.feval(id, "yvm.debug.resume", [], { numOutputsExpected: 0 });
+        expect((await running).response["error"]).toBeUndefined();
+        expect(await answered("clearAllBreakpoints", {})).toEqual(version.clearAllBreakpoints);
     });
 
     it("events are told", async () => {

@@ -1,6 +1,7 @@
 #include "ylutil/debugger/Debugger.hpp"
 
 #include <exception>
+#include <utility>
 
 namespace ylutil::debugger {
 
@@ -11,9 +12,9 @@ void Debugger::breakpointActionCallback(T&& info, Callback<void> callback) {
     const auto completion = std::make_shared<OperationCompletion>(std::move(callback));
     try {
         if constexpr (action == setAction) {
-            setImpl(std::move(info), completion);
+            setImpl(std::forward<T>(info), completion);
         } else if constexpr (action == clearAction) {
-            clearImpl(std::move(info), completion);
+            clearImpl(std::forward<T>(info), completion);
         } else {
             static_assert(action == clearAllAction);
             clearAllImpl(completion);
