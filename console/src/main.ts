@@ -1,7 +1,5 @@
 import "./style.css";
 
-import type { PromptState } from "yvm-client";
-
 import { ActivityMonitor } from "./ActivityMonitor";
 import { ActivityView } from "./ActivityView";
 import type { Cell } from "./Cell";
@@ -55,7 +53,9 @@ const session = new Session(new URL("./", location.href).href, {
     onEngineTextFailed: (error) => {
         transcript.failEngineText(error);
     },
-    onPrompt: showPrompt,
+    onPrompt: (state) => {
+        promptIndicator.show(state);
+    },
     onWorkspace: () => {
         variablesMonitor.changed();
     },
@@ -87,7 +87,9 @@ const debuggerMonitor = new DebuggerMonitor(
         debuggerView.show(stop);
     },
 );
-const promptIndicator = new PromptIndicator(byId("engine-state", HTMLElement));
+const promptIndicator = new PromptIndicator(byId("engine-state", HTMLElement), (state) => {
+    variablesMonitor.isBusy = state === "busy" || state === "paused";
+});
 const variablesView = new VariablesView(byId("variables", HTMLElement), (name) => session.describe(name));
 const variablesMonitor = new VariablesMonitor<Variable[]>(
     () => session.listVariables(),
@@ -141,6 +143,7 @@ async function run(command: string, breakpoints: readonly LineMark[]): Promise<v
     } finally {
         requests.delete(cell);
         monitor.ended(cell);
+        variablesMonitor.changed(); // also within a value, of which no event tells
         if (debuggerView.isStopped) {
             void debuggerMonitor.look(); // it may have changed variables of the stopped one
         }
@@ -181,11 +184,6 @@ function showEvent(cell: Cell, event: RunEvent): void {
             transcript.goHome(cell);
             break;
     }
-}
-
-function showPrompt(state: PromptState["state"] | undefined): void {
-    promptIndicator.show(state);
-    variablesMonitor.isBusy = state === "busy" || state === "paused";
 }
 
 /** Where a field that had the focus has gone, the next thing to be written is a command. */
@@ -230,7 +228,7 @@ function showState(state: SessionState): void {
     editor.enabled = state.kind === "attached";
     runButton.disabled = !editor.enabled;
     monitor.isAttached = editor.enabled;
-    showPrompt(undefined); // until the engine tells
+    promptIndicator.show(undefined); // until the engine tells
     debuggerMonitor.forget();
     if (state.kind === "attached") {
         void debuggerMonitor.look();

@@ -152,6 +152,15 @@ describe("the panel of variables", () => {
         expect(await page.locator("#variables").innerText()).toBe("No variables yet.");
     });
 
+    it("shows what a command has changed within a value", async () => {
+        await page.getByRole("button", { name: "Variables" }).click();
+        await run("items = [1]");
+        await variable("items").click();
+        await page.locator(".variable-value", { hasText: "[1]" }).waitFor();
+        await run("items.append(2)");
+        await page.locator(".variable-value", { hasText: "[1, 2]" }).waitFor();
+    });
+
     it("is remembered over a reload, and asks for nothing while it is closed", async () => {
         await page.getByRole("button", { name: "Variables" }).click();
         await page.locator("#variables-panel").waitFor();
