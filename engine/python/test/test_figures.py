@@ -131,6 +131,16 @@ def test_a_query_leaves_the_figures_of_the_command_beneath_alone(native, monkeyp
     assert len(native.told_values) == 2
 
 
+def test_figures_that_are_left_over_go_with_the_next_command_and_not_by_its_show(native):
+    plt.plot([1])
+    native.command = "another command"
+    plt.figure(figsize=(1, 1)).text(0, 0, "shown")
+    plt.show()
+    assert [metadata["image/png"]["width"] for _, metadata in native.told_values] == [100]
+    _figures.end_command(True)
+    assert [metadata["image/png"]["width"] for _, metadata in native.told_values] == [100, 640]
+
+
 def test_without_the_capability_drawing_is_an_error(native):
     native.forbidden = ("figures",)
     with pytest.raises(RuntimeError, match='may not draw figures: its run options give it no "figures"'):

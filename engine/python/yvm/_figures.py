@@ -80,17 +80,16 @@ def send(manager):
 
 
 def of_this_command():
-    """The managers of the open figures that the running command answers for: those that it opened, and
-    those that were left over from commands before it if it runs above no other."""
+    """The managers of the open figures that the command of this thread opened."""
     command = _yvm.current_command()
-    is_alone = len(_yvm.running()) <= 1
-    return [manager for manager in opened if is_alone or manager.command is command]
+    return [manager for manager in opened if manager.command is command]
 
 
 def end_command(sends):
     """Sends the figures of the command that ends, or does not, and closes them. One that cannot be drawn is
     told on standard error, and keeps no other from being sent."""
-    managers = of_this_command()
+    # What threads have left over from commands before it goes with the first that runs above no other.
+    managers = list(opened) if len(_yvm.running()) <= 1 else of_this_command()
     try:
         for manager in managers if sends else ():
             try:
