@@ -71,7 +71,7 @@ export class DebuggerView {
     readonly #list = make("ul", "breakpoint-list");
     readonly #clearAll = make("button", "quiet", "Clear all");
     readonly #boxes = new Map<BreakpointCondition, HTMLInputElement>();
-    #level: Stop | undefined;
+    #isStopped = false;
 
     /** @param section where all of it goes */
     constructor(section: HTMLElement, actions: DebuggerActions) {
@@ -119,7 +119,7 @@ export class DebuggerView {
 
     /** Whether a command is stopped. */
     get isStopped(): boolean {
-        return this.#level !== undefined;
+        return this.#isStopped;
     }
 
     /** Does what a button of the panel does, and says there why it does not. */
@@ -128,7 +128,7 @@ export class DebuggerView {
     }
 
     show(stop: Stop | undefined): void {
-        this.#level = stop;
+        this.#isStopped = stop !== undefined;
         this.#stop.hidden = !stop;
         this.#break.hidden = stop !== undefined;
         this.#failure.textContent = "";
