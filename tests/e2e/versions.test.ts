@@ -1,6 +1,7 @@
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
 import { Gate } from "./Gate.js";
+import { RawSocket } from "./RawSocket.js";
 import { scrape } from "./scrape.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient, type Data } from "./StockClient.js";
@@ -271,7 +272,7 @@ describe.each(versions)("with $apiVersion", (version) => {
     });
 });
 
-describe("typed integers inline, with r22a0", () => {
+describe("arguments inline, with r22a0", () => {
     let client: StockClient;
     const id = "integers";
 
@@ -310,4 +311,52 @@ describe("typed integers inline, with r22a0", () => {
         const { error } = await client.feval(id, "str", [{ ywtype: "int8", ywsize: [1], ywdata: [300] }]);
         expect((error as Data)["message"]).toContain("int8 takes integers from -128 to 127");
     });
+
+    it("beyond 64 bits become the nearest that there is", async () => {
+        // By hand: the text of a JavaScript number has no such digits.
+        const rhsArgs =
+            '[{"ywtype":"uint64","ywsize":[2],"ywdata":[18446744073709551615,99999999999999999999]}]';
+        const { result } = await inline("numpy.array", rhsArgs);
+        expect(result).toEqual([
+            { ywtype: "uint64", ywsize: [2], ywdata: ["18446744073709551615", "18446744073709551615"] },
+        ]);
+    });
+
+    it("in a record keep no order, and of two members of one name the first counts", async () => {
+        const rhsArgs = '[{"ywtype":"record","ywdata":{"b":1,"a":2,"b":3}}]';
+        expect((await inline("str", rhsArgs))["result"]).toEqual(["{'a': 2.0, 'b': 1.0}"]);
+    });
+
+    /** Calls a function with arguments whose text stands as it is given. */
+    async function inline(name: string, rhsArgs: string): Promise<Data> {
+        const socket = await RawSocket.open(server.endpoint);
+        const clientId = await socket.shakeHands(server.token);
+        const message = (channel: string, fields: string) =>
+            `[{"channel":"${channel}","clientId":"${clientId}",${fields}}]`;
+        const until = async (channel: string) => {
+            for (;;) {
+                const frame = await socket.next();
+                if (typeof frame === "number") {
+                    throw new Error(`closed with ${String(frame)}`);
+                }
+                const found = frame.find((received) => received.channel === channel && "data" in received);
+                if (found) {
+                    return found.data as Data;
+                }
+            }
+        };
+        socket.send(message("/meta/connect", '"connectionType":"websocket","advice":{"timeout":0}'));
+        socket.send(message("/meta/subscribe", '"subscription":"/yvm/attach/response"'));
+        const attach = '"requestID":"raw","yvmID":"user-yvm","supportedApiVersions":["r22a0"]';
+        socket.send(message("/yvm/attach/request", `"data":{${attach}}`));
+        await until("/yvm/attach/response");
+        socket.send(message("/meta/subscribe", '"subscription":"/yvm/raw/**"'));
+        const call = `"requestID":"f","function":"${name}","numOutputsExpected":1,"rhsArgs":${rhsArgs}`;
+        socket.send(message("/yvm/raw/feval/request", `"data":{${call}}`));
+        const answer = await until("/yvm/raw/feval/response");
+        socket.send(message("/yvm/detach/request", '"data":{"requestID":"d","requestIDtoDetach":"raw"}'));
+        socket.send(message("/meta/disconnect", '"id":"bye"'));
+        socket.close();
+        return answer;
+    }
 });
