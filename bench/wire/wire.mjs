@@ -3,7 +3,7 @@
 // all of them in turns, so that none has the machine to itself at a better time. Every answer is checked: a wrong
 // one ends the run with an error. A missed goal does not, it is printed.
 //
-//   YVM_BUILD_DIR=build/bench node bench/wire/wire.mjs [round-trip] [pipeline] [doubles] [stop] [output] [figure] [start] [sessions]
+//   YVM_BUILD_DIR=build/bench node bench/wire/wire.mjs [round-trip] [pipeline] [doubles] [stop] [output] [figure] [start] [sessions] [versions]
 
 import { readFileSync } from "node:fs";
 import { cpus, loadavg } from "node:os";
@@ -611,6 +611,102 @@ async function sessions() {
     below("each further session (RSS)", median(perSession), "KiB", 60);
 }
 
+/** The same work by clients of both versions of the protocol, on one server. */
+async function versions() {
+    const server = await yvm.startServer(build);
+    const sides = [];
+    for (const version of ["r24a0", "r22a0"]) {
+        sides.push({ version, module: yvm, server, client: await yvm.connect(server, version) });
+    }
+    /** Prints a figure of each side, and the ratio of the older to the newer. */
+    const compare = (what, unit, counted, limits) => {
+        for (const { version, figures } of sides) {
+            const spread = `quartiles ${quantile(figures, 0.25).toFixed(0)} to ${quantile(figures, 0.75).toFixed(0)}`;
+            row(version, `${median(figures).toFixed(0)} ${unit}`, spread, counted);
+        }
+        const ratio = median(sides[1].figures) / median(sides[0].figures);
+        if (limits === undefined) {
+            row("ratio", ratio.toFixed(2), "no goal: not the same way");
+        } else {
+            atLeast(`r22a0 to r24a0, ${what}`, ratio, "times", limits[0]);
+            atMost(`r22a0 to r24a0, ${what}`, ratio, "times", limits[1]);
+        }
+    };
+    const within10Percent = [0.9, 1.1];
+    const measure = async (warmUp, rounds, work) => {
+        for (const count of [warmUp, rounds]) {
+            sides.forEach((side) => Object.assign(side, { figures: [], serverTime: 0 }));
+            await inTurns(count, sides, async (side) => {
+                const before = processorTime([server.pid]);
+                await work(side);
+                side.serverTime += processorTime([server.pid]) - before;
+            });
+        }
+    };
+    /** Hardly depends on what else the machine does. */
+    const showServerTimes = () =>
+        row(
+            "processor time",
+            ...sides.map(({ version, serverTime }) => `${version} ${(serverTime / 1000).toFixed(2)} s`),
+            `ratio ${(sides[1].serverTime / sides[0].serverTime).toFixed(2)}, of the server`,
+        );
+
+    heading("round trip of 1+1, one after the other, by version of the protocol");
+    await measure(4, 40, async ({ client, figures }) => {
+        for (let i = 0; i < 100; ++i) {
+            figures.push((await milliseconds(async () => check(await client.eval("1+1"), "2"))) * 1000);
+        }
+    });
+    compare("p50", "us", `${sides[0].figures.length} evals`, within10Percent);
+    showServerTimes();
+
+    const lines = 200_000;
+    const characters = lines * 100;
+    const flood = `for _ in range(${lines}): print("x" * 99)`;
+    heading(
+        `${characters / 1e6} MB printed by one command in lines of 100 bytes, by version of the protocol`,
+    );
+    const rateOf = async (print) => {
+        let received = 0;
+        const time = await milliseconds(() => print((text) => (received += text.length)));
+        check(received, characters);
+        return characters / 1000 / time;
+    };
+    await measure(1, 21, async ({ client, figures }) =>
+        figures.push(await rateOf((onText) => client.print(flood, onText))),
+    );
+    compare("rate", "MB/s", "21 times, every character", within10Percent);
+    showServerTimes();
+
+    heading(`${characters / 1e6} MB of client-wide text, by version of the protocol`);
+    await measure(1, 5, async ({ client, figures, version }) => {
+        await (version === "r22a0" ? client.installSharedSinks() : client.installSinks());
+        figures.push(
+            await rateOf(async (onText) => {
+                let missing = characters;
+                const arrived = new Promise((resolve) => {
+                    client.takeOtherText((text) => {
+                        onText(text);
+                        missing -= text.length;
+                        if (missing === 0) {
+                            resolve();
+                        }
+                    });
+                });
+                await client.run(flood);
+                await arrived;
+            }),
+        );
+        if (version === "r24a0") {
+            await client.revertSinks();
+        }
+    });
+    compare("rate", "MB/s", "5 times, every character");
+    showServerTimes();
+    sides.forEach(({ client }) => client.close());
+    await server.stop();
+}
+
 async function printMachine(peerSide) {
     const debian = readFileSync("/etc/debian_version", "utf8").trim();
     const [cpu] = cpus();
@@ -618,25 +714,30 @@ async function printMachine(peerSide) {
     console.log(
         `machine: ${cpus().length} cores, ${cpu.model}; Debian ${debian}, Node ${process.version}; load ${load}`,
     );
-    const versions = await peerSide.client.eval(
+    if (peerSide === undefined) {
+        return;
+    }
+    const libraries = await peerSide.client.eval(
         "import sys, ipykernel, numpy; ' '.join(['ipykernel', ipykernel.__version__ + ',', " +
             "'Python', sys.version.split()[0] + ',', 'NumPy', numpy.__version__])",
     );
     console.log(
-        `peer: jupyter_server ${await peer.version(peerSide.server)}, ${versions.replaceAll("'", "")}; ` +
+        `peer: jupyter_server ${await peer.version(peerSide.server)}, ${libraries.replaceAll("'", "")}; ` +
             "Nagle off, no output limits",
     );
 }
 
-const known = ["round-trip", "pipeline", "doubles", "stop", "output", "figure", "start", "sessions"];
+const besidePeer = ["round-trip", "pipeline", "doubles", "stop", "output", "figure"];
+const known = [...besidePeer, "start", "sessions", "versions"];
 const parts = process.argv.length > 2 ? process.argv.slice(2) : known;
 const unknown = parts.find((part) => !known.includes(part));
 if (unknown !== undefined) {
     throw new Error(`unknown part ${unknown}; there are ${known.join(", ")}`);
 }
-const peerSide = await serve(peer);
-const ours = await serve(yvm);
-await peerSide.client.processes();
+const isBesidePeer = parts.some((part) => besidePeer.includes(part));
+const peerSide = isBesidePeer ? await serve(peer) : undefined;
+const ours = isBesidePeer ? await serve(yvm) : undefined;
+await peerSide?.client.processes();
 await printMachine(peerSide);
 if (parts.includes("round-trip")) {
     const bareSide = await serve(bare);
@@ -662,8 +763,10 @@ if (parts.includes("figure")) {
     await measureFigures(inTurns, ours, peerSide);
 }
 // The rest starts servers of its own, and is not to share the machine with these.
-await stop(ours);
-await stop(peerSide);
+if (isBesidePeer) {
+    await stop(ours);
+    await stop(peerSide);
+}
 if (parts.includes("output")) {
     await slowReader();
 }
@@ -672,5 +775,8 @@ if (parts.includes("start")) {
 }
 if (parts.includes("sessions")) {
     await sessions();
+}
+if (parts.includes("versions")) {
+    await versions();
 }
 summary();

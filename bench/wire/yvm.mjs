@@ -13,8 +13,11 @@ export async function startServer(build) {
 let lastId = 0;
 const requestIdOf = (id) => `bench${id}`;
 
-/** A session of its own with one attached client. */
-export async function connect(server) {
+/** Carries the text of the sinks that all clients of r22a0 share, and no responses. */
+const sharedText = "/yvm/sinks/response";
+
+/** A session of its own with one client, attached with this version of the protocol. */
+export async function connect(server, apiVersion = "r24a0") {
     const url = new URL(server.address);
     const socket = await openSocket(`ws://${url.host}/bayeux${url.search}`);
     const calls = new Map();
@@ -33,7 +36,7 @@ export async function connect(server) {
     });
     function handleEvent({ channel, data }) {
         const request = requests.get(data.requestID);
-        if (!channel.endsWith("/response")) {
+        if (!channel.endsWith("/response") || channel === sharedText) {
             if (request === undefined) {
                 onOtherText(data.text);
             } else if (request.onText === undefined) {
@@ -89,7 +92,7 @@ export async function connect(server) {
     await meta("/meta/subscribe", { subscription: "/yvm/attach/response" });
     const attached = await request("/yvm/attach/request", {
         yvmID: "user-yvm",
-        supportedApiVersions: ["r24a0"],
+        supportedApiVersions: [apiVersion],
     });
     const { channelPrefix } = attached.data;
     await meta("/meta/subscribe", { subscription: `${channelPrefix}/**` });
@@ -110,6 +113,11 @@ export async function connect(server) {
         installSinks: () => request(`${channelPrefix}/yvmSinks/request`, {}),
         revertSinks: () =>
             request(`${channelPrefix}/yvmSinks/request`, { outSinkTraits: null, errSinkTraits: null }),
+        /** The same with r22a0, which has no way back: the sinks stay. */
+        async installSharedSinks() {
+            await meta("/meta/subscribe", { subscription: sharedText });
+            await meta("/yvm/sinks/set", { data: {} });
+        },
         /** Runs a command without text of its own. */
         run: (command) => request(`${channelPrefix}/eval/request`, { command, runOptions: {} }),
         /** The result of a function without arguments, as it was parsed. */
