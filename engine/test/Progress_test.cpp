@@ -19,7 +19,9 @@ std::string progressOf(const ProgressEvent& event) {
 TEST_F(EngineTest, ALoopTellsItsProgress) {
     const EventRecorder<ProgressEvent> progress(progressOf);
     eval("import yvm\nfor i in yvm.progress('ab', 'letters \U0001F600'): pass");
-    EXPECT_EQ(progress->text(), "letters \U0001F600:0/2 letters \U0001F600:2/2:finished");
+    // On a slow machine there are others between them.
+    EXPECT_EQ(progress->all().front(), "letters \U0001F600:0/2");
+    EXPECT_EQ(progress->all().back(), "letters \U0001F600:2/2:finished");
 }
 
 TEST_F(EngineTest, BarsOfOneCommandAreToldApart) {
@@ -46,7 +48,9 @@ TEST_F(EngineTest, RateAndRemainingTimeAreToldWhenSomethingIsDone) {
     eval(
         "import time\nwith yvm.progress(total=2) as bar:\n    time.sleep(0.06)\n    bar.update()\n"
         "    bar.update()");
-    EXPECT_EQ(rates->text(), "none open rate remaining rate remaining");
+    EXPECT_EQ(rates->all().front(), "none open");
+    EXPECT_EQ(rates->all().at(1), "rate remaining");
+    EXPECT_EQ(rates->all().back(), "rate remaining");
 }
 
 TEST_F(EngineTest, AnInterruptedLoopIsToldAsFinished) {

@@ -44,7 +44,16 @@ async function run(command: string, runOptions: Data = {}): Promise<unknown[]> {
     });
     expect(response["error"]).toBeUndefined();
     const end = client.events.findIndex(({ data }) => data === response);
-    return client.events.slice(begin, end).flatMap(({ data }) => data["eventData"] ?? data["text"] ?? []);
+    const items = client.events
+        .slice(begin, end)
+        .flatMap(({ data }) => data["eventData"] ?? data["text"] ?? []);
+    // In how many pieces a text comes is the engine's affair.
+    return items.reduce<unknown[]>((joined, item) => {
+        const last = joined.at(-1);
+        return typeof last === "string" && typeof item === "string"
+            ? [...joined.slice(0, -1), last + item]
+            : [...joined, item];
+    }, []);
 }
 
 /** Runs a command that takes its values by an event connection of its own. */
@@ -60,8 +69,7 @@ describe("displayed values", () => {
     it("come as text, and behind it as an event", async () => {
         await subscribe(VALUE);
         expect(await run("print('before')\n[1, 2]")).toEqual([
-            "before\n",
-            "[1, 2]\n",
+            "before\n[1, 2]\n",
             { data: { "text/plain": "[1, 2]" }, metadata: {} },
         ]);
     });
@@ -122,11 +130,12 @@ describe("figures", () => {
 it("a loop tells its progress", async () => {
     await subscribe("yvm::ProgressEvent");
     const items = (await run("import yvm\nfor i in yvm.progress('ab', 'letters'): pass")) as Data[];
-    expect(items).toMatchObject([
-        { label: "letters", done: 0, total: 2, rate: null, remaining: null, finished: false },
-        { label: "letters", done: 2, total: 2, remaining: 0, finished: true },
-    ]);
-    expect(items[0]?.["id"]).toBe(items[1]?.["id"]);
+    // On a slow machine there are others between them.
+    const [first, last] = [items.at(0), items.at(-1)];
+    const begin = { label: "letters", done: 0, total: 2, rate: null, remaining: null, finished: false };
+    expect(first).toMatchObject(begin);
+    expect(last).toMatchObject({ label: "letters", done: 2, total: 2, remaining: 0, finished: true });
+    expect(last?.["id"]).toBe(first?.["id"]);
 });
 
 it("a command tells which names it changed", async () => {
