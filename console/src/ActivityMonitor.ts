@@ -116,14 +116,14 @@ export class ActivityMonitor<Own> {
     }
 
     async #ask(): Promise<void> {
-        const pendingBounds = [...this.#pendingBounds];
         this.#isAsking = true;
         const patience = setTimeout(() => {
             this.#tell({ ...this.#activity, answers: false });
         }, answerDelay);
         try {
             const listing = await this.#queries.list();
-            await Promise.all(pendingBounds); // answered before the listing
+            // Also of what was sent meanwhile, which the listing may show already.
+            await Promise.all(this.#pendingBounds);
             this.#tell({ ...this.#tracker.read(listing), answers: true });
         } catch {
             // The link is lost, which the page tells anyway, or somebody interrupted the query, or has

@@ -100,6 +100,9 @@ describe("the monitor", () => {
         await pass(60_000);
         expect(queries).toBe(1);
         answer(busy);
+        marks.forEach((mark, index) => {
+            mark.resolve(`7:${String(index + 5)}`);
+        });
         await pass(0);
         expect(shown?.answers).toBe(true);
     });
@@ -148,6 +151,19 @@ describe("the monitor", () => {
         marks[1]?.resolve("7:7");
         await pass(0);
         expect(shown?.running).toEqual([{ id: "7:5", own: "mine" }]);
+    });
+
+    it("names a command of its own that was sent while it asked", async () => {
+        monitor.isAttached = true;
+        await pass(0);
+        monitor.send("mine", () => undefined);
+        answer({ running: ["7:4", "7:6"], waiting: [] });
+        await pass(0);
+        expect(shown?.running).toEqual([]);
+        marks[0]?.resolve("7:3");
+        marks[1]?.resolve("7:5");
+        await pass(0);
+        expect(shown?.running).toEqual([{ id: "7:4", own: "mine" }]);
     });
 
     it("lists a command without its owner when a query beside it has failed", async () => {
