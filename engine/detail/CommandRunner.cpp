@@ -250,6 +250,10 @@ FEvalResult CommandRunner::convertOutputs(py::handle value, std::uint64_t numOut
 }
 
 std::string CommandRunner::nameCommand(const std::u16string& text) {
+    // Of texts that never run.
+    if (givenNames_.size() >= maxGivenNames) {
+        givenNames_.clear();
+    }
     auto& name = givenNames_[text];
     if (name.empty()) {
         name = newName();

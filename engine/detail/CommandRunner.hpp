@@ -48,6 +48,8 @@ class CommandRunner {
     void runExitFunctions() const;
 
   private:
+    static constexpr std::size_t maxGivenNames = 1000;
+
     Outcome runInThisProcess(Command& command);
     /// In a child that the command forked: the end of the process, as Python would end it. Here the road
     /// ends for the child, which must not go on to the server's own work.

@@ -135,6 +135,18 @@ class DebugControl::OwnWork {
     DebugControl& control_;
 };
 
+class DebugControl::BusyWork {
+  public:
+    explicit BusyWork(DebugControl& control) : own_(control), control_(control) { ++control_.busy_; }
+    ~BusyWork() { --control_.busy_; }
+    BusyWork(const BusyWork&) = delete;
+    BusyWork& operator=(const BusyWork&) = delete;
+
+  private:
+    const OwnWork own_;
+    DebugControl& control_;
+};
+
 DebugControl::DebugControl(DebugHost& host, EngineEvents& events)
     : host_(host), events_(events), tracing_(*this) {}
 
@@ -145,7 +157,7 @@ void DebugControl::attach() {
 }
 
 void DebugControl::changeBreakpoints(const std::function<bool(BreakpointTable&)>& change) {
-    const OwnWork own(*this);
+    const BusyWork busy(*this);
     try {
         if (!change(breakpoints_)) {
             return;
@@ -536,14 +548,16 @@ void DebugControl::stop(Reason reason, Frames frames, std::u16string message) {
         const RecursionHeadroom headroom;
         std::vector<StackFrame> places;
         {
-            const OwnWork own(*this);
+            const BusyWork busy(*this);
             places = describe(prompt.frames());
         }
         prompts_.push_back(&prompt);
-        const foundation::core::util::scope_guard leaves([this, ownWork = std::exchange(ownWork_, 0)] {
-            prompts_.pop_back();
-            ownWork_ = ownWork;
-        });
+        const foundation::core::util::scope_guard leaves(
+            [this, ownWork = std::exchange(ownWork_, 0), busy = std::exchange(busy_, 0)] {
+                prompts_.pop_back();
+                ownWork_ = ownWork;
+                busy_ = busy;
+            });
         {
             const TracedAgain traced;
             const WithoutGil released;

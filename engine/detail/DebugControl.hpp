@@ -80,6 +80,8 @@ class DebugControl final : public TraceFunction::Client {
     void attach();
     TraceFunction& tracing() noexcept { return tracing_; }
     const BreakpointTable& breakpoints() const noexcept { return breakpoints_; }
+    /// Whether code of the debugger runs that an interrupt must not break into.
+    bool isBusy() const noexcept { return busy_ > 0; }
 
     /// Changes the table, arms what it needs, and tells of it. What `change` throws leaves the table as it
     /// was. False from `change` says that there is nothing to tell.
@@ -129,6 +131,8 @@ class DebugControl final : public TraceFunction::Client {
 
     /// Keeps code that the debugger itself runs from being stopped.
     class OwnWork;
+    /// The same, and from being interrupted: the interrupt waits for the code that it is meant for.
+    class BusyWork;
 
     bool mayStop() const;
     static void checkCapability();
@@ -162,6 +166,7 @@ class DebugControl final : public TraceFunction::Client {
     /// The frame of a call whose first line is still to come, only compared.
     const PyFrameObject* entered_ = nullptr;
     int ownWork_ = 0;
+    int busy_ = 0;
 };
 
 }  // namespace yvm::engine

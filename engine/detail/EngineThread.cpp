@@ -414,7 +414,9 @@ void EngineThread::raiseDueInterrupt() {
 }
 
 void EngineThread::onInterruptSignal(const py::object& frame) {
-    if (ForkedChild::isThis() || frames_.empty() || !frames_.back()->isInterruptRequested()) {
+    // At the work of the debugger, a repeated signal comes when that is over.
+    if (ForkedChild::isThis() || frames_.empty() || !frames_.back()->isInterruptRequested() ||
+        debugControl_.isBusy()) {
         return;
     }
     const bool hasFrame = frame && !frame.is_none();
@@ -501,11 +503,18 @@ void EngineThread::serveUntil(Moment moment, const Deadline& deadline, const IsO
 }
 
 void EngineThread::serveDebugger() {
-    if (debugger_->hasChanges()) {
+    // One change at a time, though the next may break into the code that carries it out.
+    if (!isChangingBreakpoints_ && debugger_->hasChanges()) {
+        isChangingBreakpoints_ = true;
         debugger_->carryOut([this](const EngineDebugger::Change& change) {
             const WithGil gil;
             debugControl_.changeBreakpoints(change);
         });
+        isChangingBreakpoints_ = false;
+        if (debugger_->hasChanges()) {
+            requestPreemption();
+            wake();
+        }
     }
     // Code of the engine goes on until it has come back to that of the user.
     if (!frames_.empty() && frames_.back()->isInterruptible() && frames_.back()->takeBreak()) {

@@ -163,6 +163,7 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     Prompt prompt_;
     InputRequests inputs_;
     DebugControl debugControl_;
+    bool isChangingBreakpoints_ = false;  ///< of the engine thread
     const std::shared_ptr<EngineDebugger> debugger_;
     const boost::shared_ptr<cmddistributor::CommandQueue> queue_;
 

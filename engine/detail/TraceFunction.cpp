@@ -7,8 +7,10 @@
 // Of this version of Python alone, as the build demands: there is no other way to learn of a frame's code
 // before it runs.
 #include <internal/pycore_frame.h>
+#include <pthread.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace yvm::engine {
@@ -23,6 +25,20 @@ constexpr std::uint8_t traced = 255;
 /// The one that is attached. Python hands no argument to the function that evaluates frames.
 TraceFunction* attached = nullptr;
 
+/// What C code may still need of the stack where Python code gets no more of it.
+constexpr std::size_t stackReserve = std::size_t{512} << 10U;
+
+/// The end of this thread's stack, below which nothing may be called.
+std::uintptr_t endOfStack() {
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    void* lowest = nullptr;
+    std::size_t size = 0;
+    pthread_attr_getstack(&attributes, &lowest, &size);
+    pthread_attr_destroy(&attributes);
+    return reinterpret_cast<std::uintptr_t>(lowest);
+}
+
 bool isToBeInterrupted(const Command* insistent, PyFrameObject* frame) {
     const auto& command = CommandScope::current();
     return command.get() == insistent && command->isInterruptible() && !isOfImportSystem(frame);
@@ -33,6 +49,7 @@ bool isToBeInterrupted(const Command* insistent, PyFrameObject* frame) {
 void TraceFunction::attach() {
     attached = this;
     state_ = PyThreadState_Get();
+    lowestFrame_ = endOfStack() + stackReserve;
     verdictIndex_ = _PyEval_RequestCodeExtraIndex(nullptr);
 }
 
@@ -166,6 +183,13 @@ PyObject* TraceFunction::evaluate(PyThreadState* state, _PyInterpreterFrame* fra
     if (state != self.state_ || !self.isInstalled() || state->c_profilefunc != nullptr ||
         state->tracing != 0) {
         return _PyEval_EvalFrameDefault(state, frame, throwing);
+    }
+    // Each call of Python code takes some of the stack here, which Python's own way does not, and users may
+    // have set a limit of recursion that counts on that.
+    if (reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) < self.lowestFrame_) {
+        PyErr_SetString(PyExc_RecursionError,
+                        "the stack is used up, of which calls need more under breakpoints");
+        return nullptr;
     }
     const auto before = state->cframe->use_tracing;
     const auto generation = self.generation_;

@@ -728,6 +728,14 @@ TEST_F(DebuggerTest, AStopWithTheRecursionUsedUpLeavesRoomForThePrompt) {
     EXPECT_EQ(eval("import sys; sys.getrecursionlimit()"), "1000\n");
 }
 
+TEST_F(DebuggerTest, RecursionWithoutLimitEndsAsAnErrorUnderBreakpointsToo) {
+    const auto file = writeModule("endless", twoFunctions);
+    ASSERT_EQ(set(LineBreakpoint(file, Location(4))), "");
+    eval("import sys\nsys.setrecursionlimit(10**8)\ndef endless(n): return endless(n + 1)");
+    EXPECT_EQ(evalError("endless(0)").GetID(), "RecursionError");
+    EXPECT_EQ(eval("sys.setrecursionlimit(1000)\n1 + 1"), "2\n");
+}
+
 TEST_F(DebuggerTest, AMemoryErrorAtTheDebugPromptIsThatCommandsError) {
     const std::string source = "x = 60\nx = 61";
     ASSERT_EQ(setInCommand(source, 2), "");
@@ -769,6 +777,27 @@ TEST_F(DebuggerTest, BreakpointsComeAndGoWhileCodeRuns) {
     }
     submitEval("leave = True", inMode(DequeueMode::DEQUEUE_AT_PPE)).get();
     command.get();
+}
+
+TEST_F(DebuggerTest, InterruptsHitCommandsAndNotTheChangesOfBreakpointsAboveThem) {
+    const auto file = writeModule("interrupted_changes", twoFunctions);
+    std::atomic<bool> isFlooding{true};
+    std::thread flood([&isFlooding] {
+        while (isFlooding) {
+            engine()->interrupt();
+            std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < 50; ++i) {
+        auto victim = submitEval("while True: pass");
+        EXPECT_EQ(set(LineBreakpoint(file, Location(4),
+                                     u"total > " + std::u16string(1, static_cast<char16_t>(u'0' + i % 10)))),
+                  "");
+        EXPECT_EQ(victim.error().getExecutionStatus(), Status::Cancelled);
+    }
+    isFlooding = false;
+    flood.join();
+    EXPECT_EQ(eval("import yvm; len(yvm.debug.breakpoints())"), "1\n");
 }
 
 TEST_F(DebuggerTest, AnInterruptThatCannotBeSwallowedComesPastBreakpoints) {

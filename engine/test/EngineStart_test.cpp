@@ -228,6 +228,33 @@ TEST_F(EngineStart, StopInterruptsWhatRunsAndFailsWhatWaits) {
     });
 }
 
+TEST_F(EngineStart, StopLeavesAStopInTheDebuggerAndAnswersBreakpointsThatComeTooLate) {
+    inOwnProcess([&] {
+        const auto engine = Engine::start(withConsole());
+        std::promise<void> stopped;
+        const std::u16string tag = u"yvm::DebuggerStoppedEvent";
+        const auto connection = engine->getEventMgr()->subscribe(
+            [&stopped](const foundation::msg_svc::eventmgr::BaseEvent&) { stopped.set_value(); }, &tag,
+            &tag + 1);
+        auto running = submit(*engine, "breakpoint()");
+        expect(stopped.get_future().wait_for(deadline) == std::future_status::ready, "it stops");
+        const auto debugger = engine->getDebugger();
+        engine->stop(deadline);
+        expect(running.get() == "yvm.Interrupt", "the stopped command is interrupted");
+        std::promise<std::string> refused;
+        debugger->clearAllBreakpoints<void>([&refused](boost::shared_future<void> outcome) {
+            try {
+                outcome.get();
+                refused.set_value("done");
+            } catch (const std::exception& error) {
+                refused.set_value(error.what());
+            }
+        });
+        expect(refused.get_future().get() == "The engine shut down.", "there are no breakpoints any more");
+        engine->breakInDebugger();
+    });
+}
+
 TEST_F(EngineStart, StopGivesUpAtItsBoundOnWhatCannotBeInterrupted) {
     inOwnProcess([&] {
         const auto engine = Engine::start(withConsole());
