@@ -195,6 +195,33 @@ describe("a breakpoint elsewhere", () => {
     });
 });
 
+describe("a breakpoint on a condition", () => {
+    it.each([
+        ["ERROR", undefined, "def f(v):\n    return 1 / v\nf(0)", "error", 2],
+        [
+            "CAUGHT_ERROR",
+            "ArithmeticError",
+            "def f(v):\n    return 1 / v\ntry: f(0)\nexcept ZeroDivisionError: pass",
+            "caughtError",
+            2,
+        ],
+        ["WARNING", "UserWarning", "import warnings\nv = 0\nwarnings.warn('mind')", "warning", 3],
+        ["NAN_INF", undefined, "import numpy\nv = 0\nnumpy.float64(1) / v;", "nanInf", 3],
+        ["UNSUPPRESSED_OUTPUT", undefined, "v = 0\nv", "output", 2],
+    ] as const)(
+        "stops on %s, with the variables there",
+        async (type, messageId, command, reason, lineNumber) => {
+            await client.debugger.setBreakpoint({ type, ...(messageId === undefined ? {} : { messageId }) });
+            const request = client.eval(command, quiet);
+            expect(await stopped()).toMatchObject({ reason, lineNumber });
+            await client.debugger.clearAllBreakpoints();
+            expect((await other.debugger.evaluate("v")).text).toBe("0\n");
+            await other.debugger.resume();
+            await (type === "ERROR" ? expect(request).rejects.toThrow("division by zero") : request);
+        },
+    );
+});
+
 describe("a stopped command", () => {
     beforeEach(async () => {
         await client.debugger.setBreakpoint(onLine(6));
