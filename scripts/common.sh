@@ -28,7 +28,7 @@ check_packages=(
 # What bench/run compares us with.
 bench_packages=(
     libbenchmark-dev nlohmann-json3-dev rapidjson-dev libboost-json1.81-dev
-    jupyter-server python3-ipykernel chromium
+    jupyter-server python3-debugpy python3-ipykernel chromium
 )
 
 as_root() {
