@@ -703,7 +703,8 @@ void EngineThread::sendLocked(int signalNumber) {
 
 void EngineThread::stopRepeatingLocked() {
     const bool isAwaited =
-        preemptionRequested_ || (!frames_.empty() && frames_.back()->isInterruptRequested());
+        preemptionRequested_ ||
+        (!frames_.empty() && (frames_.back()->isInterruptRequested() || frames_.back()->isBreakRequested()));
     if (!isAwaited && armed_) {
         repeater_->stop();
     }
