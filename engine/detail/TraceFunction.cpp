@@ -135,8 +135,9 @@ bool TraceFunction::isOfInterest(PyCodeObject* code) noexcept {
     // The frame that is about to run may be told of an exception, as a generator is.
     const py::error_scope keepsIt;
     const bool isWanted = client_.isOfInterest(code);
-    if (_PyCode_SetExtra(object, verdictIndex_,
-                         reinterpret_cast<void*>(codeGeneration_ << 1U | (isWanted ? 1U : 0U))) != 0) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the slot takes pointers, and a number is all that is kept
+    auto* const kept = reinterpret_cast<void*>(codeGeneration_ << 1U | (isWanted ? 1U : 0U));
+    if (_PyCode_SetExtra(object, verdictIndex_, kept) != 0) {
         PyErr_Clear();  // Out of memory: it is asked again.
     }
     return isWanted;
