@@ -14,6 +14,7 @@
 #include "r24a0/YVMSink.hpp"
 #include "r24a0/isSmartBufEnabled.hpp"
 
+#include <atomic>
 #include <utility>
 
 namespace yvm::JSClient::r24a0 {
@@ -33,16 +34,19 @@ const foundation::log::diagnostic_logger& logger() {
 }
 
 /// Starts the module that brings the converters, once in the life of the process. A failure leaves the
-/// function, and the next call tries again.
+/// function, and the next call tries again; after a success no call takes a lock.
 void startConverters() {
     // A mutex and a flag, since an exception out of `std::call_once` hangs under the thread sanitizer.
     static std::mutex mutex;
-    static bool started = false;
+    static std::atomic<bool> started{false};
+    if (started.load(std::memory_order_acquire)) {
+        return;
+    }
     const std::lock_guard lock(mutex);
-    if (!started) {
+    if (!started.load(std::memory_order_relaxed)) {
         foundation::cppmicroservices::installAndStart(
             fl::filesystem::detail::make_native_form(LR"(bin\win64\json_event_converter)"));
-        started = true;
+        started.store(true, std::memory_order_release);
     }
 }
 
