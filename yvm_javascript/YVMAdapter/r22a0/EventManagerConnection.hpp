@@ -79,7 +79,8 @@ class EventManagerConnection : public std::enable_shared_from_this<EventManagerC
     void clearConnections();
 
     const boost::shared_ptr<foundation::msg_svc::eventmgr::EventMgr> eventMgr_;
-    // Their requests come once the client knows its prefix, and by then this object stands.
+    // The client chooses its prefix, so a request may come while this object is being built; the server
+    // keeps a client's later messages behind its attach, unless that waited for the engine.
     YVMConnection subscribeConnection_;
     YVMConnection disconnectConnection_;
     YVMConnection eventConnection_;
