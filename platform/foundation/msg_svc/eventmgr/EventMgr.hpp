@@ -64,7 +64,8 @@ class [[gnu::visibility("default")]] EventMgr {
     /// is called, then the general subscribers as ever. An empty function removes the lookup.
     virtual void setCommandHandlerLookup(CommandHandlerLookup lookup) = 0;
 
-    /// Called inside the catch block of a failed handler: logs the exception with the event's name.
+    /// Called inside the catch block of a failed handler: logs the exception with the event's name. That must
+    /// do to find the handler: no stack trace of its subscription is kept, which each would have to pay for.
     virtual void processExceptionFromEventHandler(const BaseEvent& event) noexcept;
 
   protected:
