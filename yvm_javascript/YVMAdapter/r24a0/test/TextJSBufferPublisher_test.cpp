@@ -335,6 +335,17 @@ TEST_F(TextJSBufferPublisherTest, ASecondStartReplacesTheHandleAlone) {
     EXPECT_EQ(sent.size(), 2U);
 }
 
+TEST_F(TextJSBufferPublisherTest, ATimerThatASecondStartLeftBehindFindsItGone) {
+    publisher->startPublishTimer();
+    publisher->startPublishTimer();
+    pushOut(u"x");
+    const std::weak_ptr<TextJSBufferPublisher> weak = publisher;
+    publisher.reset();
+    EXPECT_TRUE(weak.expired());
+    pool.advance(publishPeriod);
+    EXPECT_TRUE(sent.empty());
+}
+
 TEST_F(TextJSBufferPublisherTest, MayEndInsideATimerRun) {
     publisher->startPublishTimer();
     pushOut(u"x");

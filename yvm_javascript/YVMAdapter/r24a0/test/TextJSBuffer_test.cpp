@@ -106,6 +106,16 @@ TEST_F(TextJSBufferTest, WithBatchingASyncDoesNothing) {
     EXPECT_TRUE(sent.empty());
 }
 
+TEST_F(TextJSBufferTest, WithBatchingASyncDoesNotWaitForASendFunction) {
+    int result = -1;
+    // With the publisher's mutex held; a lock would never be had.
+    onSend = [this, &result] { result = buffer.pubsync(); };
+    buffer.write(u"a");
+    publisher->send();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(sent.size(), 1U);
+}
+
 TEST_F(TextJSBufferTest, WithoutBatchingASyncSendsAll) {
     features.setBatching(false);
     OpenBuffer errBuffer(StreamTypeEnum::Error, publisher);
