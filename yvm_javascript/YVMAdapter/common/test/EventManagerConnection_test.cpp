@@ -4,10 +4,12 @@
 #include "r22a0/EventManagerConnection.hpp"
 
 #include "cmddistributor/RunOptions.hpp"
+#include "common/setCurrentMockYvm.hpp"
 #include "common/test/support.hpp"
 #include "common/test/versions.hpp"
 #include "cppmicroservices/Framework.hpp"
 #include "event_json_converter/EventToJsonConverter.hpp"
+#include "foundation/core/util/scope_guard.hpp"
 #include "foundation/cppmicroservices/framework.hpp"
 #include "r22a0/YVMSink.hpp"
 #include "r22a0/deserializeRunOptions.hpp"
@@ -20,6 +22,7 @@
 #include "testing/FrameworkWithFakePool.hpp"
 #include "testing/LogCapture.hpp"
 #include "ylutil/io/TextBaseEvent.hpp"
+#include "yvm/Factory.hpp"
 
 #include <gtest/gtest.h>
 
@@ -31,6 +34,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace yvm::JSClient {
@@ -92,6 +96,67 @@ JsonObject tellNumber(const BaseEvent& event) {
     return {{"number", Value(dynamic_cast<const NumberEvent&>(event).number())}};
 }
 
+/// Takes no subscription.
+class RefusingEventMgr final : public EventMgr {
+  public:
+    void deliver(std::shared_ptr<const BaseEvent>, DeliveryMode) override {}
+    std::size_t subscriptionCount(const std::u16string&) const override { return 0; }
+    void setCommandHandlerLookup(foundation::msg_svc::eventmgr::CommandHandlerLookup) override {}
+
+  private:
+    std::unique_ptr<foundation::msg_svc::eventmgr::Connection> subscribeGuarded(
+        foundation::msg_svc::eventmgr::EventHandler, std::vector<std::u16string>) override {
+        return nullptr;
+    }
+};
+
+/// A message service, `inner`, that calls a function of the test inside each `unsubscribe`.
+class UnsubscribeHook final : public connector::message_service::MessageService {
+  public:
+    using Subscription = connector::message_service::Subscription;
+    using SubscriptionFuture = connector::Future<std::shared_ptr<Subscription>>;
+
+    UnsubscribeHook(std::shared_ptr<MessageService> inner, std::function<void()> function)
+        : inner_(std::move(inner)), function_(std::move(function)) {}
+
+    SubscriptionFuture subscribe(const std::string& channel, MessageCallback callback) override {
+        return connector::makeReadyFuture<std::shared_ptr<Subscription>>(std::make_shared<HookedSubscription>(
+            inner_->subscribe(channel, std::move(callback)).get(), function_));
+    }
+    connector::Future<void> publish(const std::string& channel,
+                                    connector::common::DataBuffer payload) override {
+        return inner_->publish(channel, std::move(payload));
+    }
+    SubscriptionFuture onSubscribe(
+        const std::string& channel,
+        std::function<void(const connector::message_service::SubscribeEvent&)> callback) override {
+        return inner_->onSubscribe(channel, std::move(callback));
+    }
+    SubscriptionFuture onUnsubscribe(
+        const std::string& channel,
+        std::function<void(const connector::message_service::UnsubscribeEvent&)> callback) override {
+        return inner_->onUnsubscribe(channel, std::move(callback));
+    }
+
+  private:
+    class HookedSubscription final : public Subscription {
+      public:
+        HookedSubscription(std::shared_ptr<Subscription> inner, std::function<void()> function)
+            : inner_(std::move(inner)), function_(std::move(function)) {}
+        connector::Future<void> unsubscribe() override {
+            function_();
+            return inner_->unsubscribe();
+        }
+
+      private:
+        const std::shared_ptr<Subscription> inner_;
+        const std::function<void()> function_;
+    };
+
+    const std::shared_ptr<MessageService> inner_;
+    const std::function<void()> function_;
+};
+
 /// The bridge of either version.
 class Bridge {
   public:
@@ -147,19 +212,24 @@ class EventFixture : public testing::Test {
     ~EventFixture() override { connection.reset(); }
 
     void create() { create(eventMgr); }
-    void create(const boost::shared_ptr<EventMgr>& ownEventMgr) {
+    void create(const boost::shared_ptr<EventMgr>& ownEventMgr) { create(ownEventMgr, service); }
+    void create(const boost::shared_ptr<EventMgr>& ownEventMgr,
+                const std::shared_ptr<connector::message_service::MessageService>& ownService) {
         if (version == ApiVersion::r22a0) {
             connection = std::make_unique<BridgeOfR22a0>(
-                r22a0::EventManagerConnection::create("/yvm/a", ownEventMgr, service));
+                r22a0::EventManagerConnection::create("/yvm/a", ownEventMgr, ownService));
         } else {
             connection = std::make_unique<BridgeOfR24a0>(
-                r24a0::EventManagerConnection::create("/yvm/a", ownEventMgr, service, nullptr));
+                r24a0::EventManagerConnection::create("/yvm/a", ownEventMgr, ownService, nullptr));
         }
     }
 
     void registerConverter(const std::string& tag, FunctionConverter::Function function) {
+        registerConverter(tag, std::make_shared<FunctionConverter>(std::move(function)));
+    }
+    void registerConverter(const std::string& tag, const std::shared_ptr<FunctionConverter>& converter) {
         registered.framework().GetBundleContext().RegisterService<EventToJsonConverter>(
-            std::make_shared<FunctionConverter>(std::move(function)), {{"eventTag", Value(tag)}});
+            converter, {{"eventTag", Value(tag)}});
     }
 
     void subscribe(const std::string& requestID, const std::string& eventName) {
@@ -296,6 +366,27 @@ TEST_P(EventManagerConnectionTest, OfTwoConvertersTheFirstServes) {
     EXPECT_EQ(asked, 0);
 }
 
+TEST_P(EventManagerConnectionTest, EachHandlerOwnsTheFirstConverterByItselfAndNoOther) {
+    const auto first = std::make_shared<FunctionConverter>(tellNumber);
+    const auto second = std::make_shared<FunctionConverter>(tellNumber);
+    registerConverter(numberEvent, first);
+    registerConverter(numberEvent, second);
+    create();
+    const auto before = first.use_count();
+    const auto secondBefore = second.use_count();
+    auto one = connection->makeEventHandler(numberEvent, "1");
+    EXPECT_EQ(first.use_count(), before + 1);
+    auto two = connection->makeEventHandler(numberEvent, "2");
+    EXPECT_EQ(first.use_count(), before + 2);
+    one.clear();
+    EXPECT_EQ(first.use_count(), before + 1);
+    two(NumberEvent(1));
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("2", 1)});
+    EXPECT_EQ(second.use_count(), secondBefore);
+    two.clear();
+    EXPECT_EQ(first.use_count(), before);
+}
+
 TEST_P(EventManagerConnectionTest, WithoutAFrameworkThereIsNoConverter) {
     registerConverter(numberEvent, tellNumber);
     create();
@@ -305,14 +396,27 @@ TEST_P(EventManagerConnectionTest, WithoutAFrameworkThereIsNoConverter) {
     EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "No converter for " + numberEvent);
 }
 
-TEST_P(EventManagerConnectionTest, WithoutAConnectionThereIsNoSubscription) {
+TEST_P(EventManagerConnectionTest, AFrameworkThatHasStoppedIsAnError) {
     registerConverter(numberEvent, tellNumber);
-    create(nullptr);
+    create();
+    registered.framework().Stop();
     subscribe("s", numberEvent);
-    EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "Unable to subscribe to " + numberEvent);
-    EXPECT_EQ(statusOf(lastAnswer("subscribeEvent")), 5);
+    EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "The bundle context is no longer valid");
     disconnect("d", "s");
     EXPECT_EQ(messageOf(lastAnswer("disconnectEvent")), "No subscription for s");
+}
+
+TEST_P(EventManagerConnectionTest, WithoutAConnectionThereIsNoSubscription) {
+    registerConverter(numberEvent, tellNumber);
+    for (const auto& ownEventMgr :
+         {boost::shared_ptr<EventMgr>(), boost::shared_ptr<EventMgr>(new RefusingEventMgr)}) {
+        create(ownEventMgr);
+        subscribe("s", numberEvent);
+        EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "Unable to subscribe to " + numberEvent);
+        EXPECT_EQ(statusOf(lastAnswer("subscribeEvent")), 5);
+        disconnect("d", "s");
+        EXPECT_EQ(messageOf(lastAnswer("disconnectEvent")), "No subscription for s");
+    }
 }
 
 TEST_P(EventManagerConnectionTest, AMissingKeyIsAnsweredByTheChannel) {
@@ -396,6 +500,20 @@ TEST_P(EventManagerConnectionTest, AnEventBehindTheEndOfTheClientIsDropped) {
     handler(NumberEvent(1));
     EXPECT_TRUE(firedTexts().empty());
     EXPECT_TRUE(log.contains(logChannel, 8, "inside event callback for " + numberEvent + " for r"));
+}
+
+TEST_P(EventManagerConnectionTest, AnEventDuringTheEndOfTheClientIsDropped) {
+    registerConverter(numberEvent, tellNumber);
+    Bridge::EventHandler handler;
+    int calls = 0;
+    create(eventMgr, std::make_shared<UnsubscribeHook>(service, [&handler, &calls] {
+               ++calls;
+               handler(NumberEvent(calls));
+           }));
+    handler = connection->makeRunOptionsEventHandler(numberEvent, "r");
+    connection.reset();
+    EXPECT_EQ(calls, 2) << "within the ends of the two channels";
+    EXPECT_TRUE(service->publications().empty());
 }
 
 TEST_P(EventManagerConnectionTest, TheEndOfTheClientEndsItsSubscriptions) {
@@ -638,9 +756,9 @@ TEST_P(EventConnectionsOptionTest, AnEmptyObjectConnectsNothing) {
 }
 
 TEST_P(EventConnectionsOptionTest, AConnectionForTextOverridesStreamsTraitsAndTextCallback) {
-    const auto options = read(
-        R"({"outSinkTraits":{"useEcho":true,"_useEcho":true},"useNullOutSink":false,"useNullErrSink":true,)"
-        R"("eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
+    const auto options = read(R"({"outSinkTraits":{"useEcho":true,"_useEcho":true},"useNullOutSink":false,)"
+                              R"("errSinkTraits":{"useEcho":true,"_useEcho":true},"useNullErrSink":true,)"
+                              R"("eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
     const auto defaults = cmddistributor::RunOptions::getDefaultSinkTraits();
     ASSERT_NE(options.getOutSink(), nullptr);
     ASSERT_NE(options.getErrSink(), nullptr);
@@ -652,6 +770,40 @@ TEST_P(EventConnectionsOptionTest, AConnectionForTextOverridesStreamsTraitsAndTe
     options.getCallbacks().at(u"ylutil::io::TextBaseEvent")(ylutil::io::TextBaseEvent(
         ylutil::io::TextBaseEvent::IDType(), ylutil::io::StreamTypeEnum::Error, u"oh"));
     EXPECT_EQ(firedTexts(), std::vector<std::string>{R"({"eventData":{"units":2},"requestID":"t"})"});
+}
+
+TEST_P(EventConnectionsOptionTest, AConnectionForTextSendsBothStreamsThroughTheLocalEngineAlone) {
+    const auto options = read(
+        R"({"useNullOutSink":false,"useNullErrSink":true,"eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
+    const auto engine = FakeYvm::create({}, eventMgr);
+    std::vector<std::pair<ylutil::io::StreamTypeEnum, std::u16string>> texts;
+    const std::u16string tag = u"ylutil::io::TextBaseEvent";
+    const auto subscription = eventMgr->subscribe(
+        [&texts](const BaseEvent& event) {
+            const auto& text = dynamic_cast<const ylutil::io::TextBaseEvent&>(event);
+            texts.emplace_back(text.stream(), text.text());
+        },
+        &tag, &tag + 1);
+    auto& out = options.getOutSink()->buffer();
+    auto& err = options.getErrSink()->buffer();
+    out.sputn(u"o", 1);
+    err.sputn(u"e", 1);
+
+    unittest::setCurrentMockYvm(engine.get());
+    const foundation::core::util::scope_guard unset([] {
+        unittest::setCurrentMockYvm(nullptr);
+        Factory::setCurrentLocalYVM(nullptr);
+    });
+    EXPECT_EQ(out.pubsync(), -1);
+    EXPECT_EQ(err.pubsync(), -1);
+    EXPECT_TRUE(texts.empty());
+
+    Factory::setCurrentLocalYVM(engine);
+    EXPECT_EQ(out.pubsync(), 0);
+    EXPECT_EQ(err.pubsync(), 0);
+    using ylutil::io::StreamTypeEnum;
+    EXPECT_EQ(texts, (std::vector<std::pair<StreamTypeEnum, std::u16string>>{{StreamTypeEnum::Output, u"o"},
+                                                                             {StreamTypeEnum::Error, u"e"}}));
 }
 
 TEST_P(EventConnectionsOptionTest, AConnectionForTextThatIsPassedOverLeavesTheStreams) {
