@@ -1,17 +1,11 @@
-import { mkdirSync } from "node:fs";
-import { fileURLToPath } from "node:url";
-
-import type { Browser, BrowserContext, Locator, Page } from "playwright-core";
-import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+import type { Locator, Page } from "playwright-core";
+import { afterEach, beforeEach, describe, expect, it } from "vitest";
 import { connect, type Client, type Connection } from "yvm-client";
 
-import { launchChromium } from "./Chromium.js";
-import { collectComplaints } from "./collectComplaints.js";
-import { ServerProcess } from "./ServerProcess.js";
+import type { ServerProcess } from "./ServerProcess.js";
+import { screenshots, setUpPage } from "./setUpPage.js";
 
 /** The debugger of the web console: a real browser, the real server, the real engine. */
-
-const screenshots = fileURLToPath(new URL("../../build/screenshots/", import.meta.url));
 
 const sumUp = `def total(values):
     result = 0
@@ -22,30 +16,16 @@ const sumUp = `def total(values):
 total([1, 2, 3])`;
 
 let server: ServerProcess;
-let browser: Browser;
-let context: BrowserContext;
 let page: Page;
-let complaints: string[];
 /** Another user of the same engine. */
 let yvm: Connection;
 let other: Client;
 
-beforeAll(async () => {
-    mkdirSync(screenshots, { recursive: true });
-    server = await ServerProcess.start();
-    browser = await launchChromium();
-});
-
-afterAll(async () => {
-    await browser.close();
-    expect((await server.stop()).code).toBe(0);
+setUpPage({ width: 1100, height: 760 }, (given) => {
+    ({ server, page } = given);
 });
 
 beforeEach(async () => {
-    complaints = [];
-    context = await browser.newContext({ viewport: { width: 1100, height: 760 } });
-    page = await context.newPage();
-    collectComplaints(page, complaints);
     yvm = await connect(server.url.href);
     other = await yvm.attach();
     await other.feval("yvm.reset");
@@ -54,9 +34,7 @@ beforeEach(async () => {
 });
 
 afterEach(async () => {
-    await context.close();
     await yvm.disconnect();
-    expect(complaints).toEqual([]);
 });
 
 async function open(): Promise<void> {

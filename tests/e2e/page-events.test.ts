@@ -1,43 +1,23 @@
-import { mkdirSync } from "node:fs";
-import { fileURLToPath } from "node:url";
-
-import type { Browser, BrowserContext, Locator, Page } from "playwright-core";
-import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+import type { Locator, Page } from "playwright-core";
+import { afterEach, beforeEach, describe, expect, it } from "vitest";
 import { connect, type Client, type Connection } from "yvm-client";
 
-import { launchChromium } from "./Chromium.js";
-import { collectComplaints } from "./collectComplaints.js";
-import { ServerProcess } from "./ServerProcess.js";
+import type { ServerProcess } from "./ServerProcess.js";
+import { screenshots, setUpPage } from "./setUpPage.js";
 
 /** What the web console makes of the engine's events: a real browser, the real server, the real engine. */
 
-const screenshots = fileURLToPath(new URL("../../build/screenshots/", import.meta.url));
-
 let server: ServerProcess;
-let browser: Browser;
-let context: BrowserContext;
 let page: Page;
-let complaints: string[];
 /** Another user of the same engine. */
 let yvm: Connection;
 let other: Client;
 
-beforeAll(async () => {
-    mkdirSync(screenshots, { recursive: true });
-    server = await ServerProcess.start();
-    browser = await launchChromium();
-});
-
-afterAll(async () => {
-    await browser.close();
-    expect((await server.stop()).code).toBe(0);
+setUpPage({ width: 900, height: 700 }, (given) => {
+    ({ server, page } = given);
 });
 
 beforeEach(async () => {
-    complaints = [];
-    context = await browser.newContext({ viewport: { width: 900, height: 700 } });
-    page = await context.newPage();
-    collectComplaints(page, complaints);
     await page.goto(server.url.href);
     await page.locator('#status[data-state="attached"]').waitFor();
     yvm = await connect(server.url.href);
@@ -48,9 +28,7 @@ beforeEach(async () => {
 afterEach(async () => {
     // What a test that has failed left running would keep the next one waiting.
     await other.interrupt();
-    await context.close();
     await yvm.disconnect();
-    expect(complaints).toEqual([]);
 });
 
 /** Types a command and runs it; its cell. */

@@ -1,17 +1,13 @@
-import { mkdirSync, readFileSync } from "node:fs";
-import { fileURLToPath } from "node:url";
+import { readFileSync } from "node:fs";
 
-import type { Browser, BrowserContext, Locator, Page } from "playwright-core";
-import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+import type { Locator, Page } from "playwright-core";
+import { afterEach, beforeEach, describe, expect, it } from "vitest";
 import { connect, type Client, type Connection } from "yvm-client";
 
-import { launchChromium } from "./Chromium.js";
-import { collectComplaints } from "./collectComplaints.js";
 import { ServerProcess } from "./ServerProcess.js";
+import { screenshots, setUpPage } from "./setUpPage.js";
 
 /** Output in the web console: much of it, of all kinds, and from elsewhere. A real browser, the real server. */
-
-const screenshots = fileURLToPath(new URL("../../build/screenshots/", import.meta.url));
 
 /** Elements of a page that shows one output, however long; without output it has about 50. */
 const maxElements = 400;
@@ -19,34 +15,16 @@ const maxElements = 400;
 const distanceToEnd = "element.scrollHeight - element.scrollTop - element.clientHeight";
 
 let server: ServerProcess;
-let browser: Browser;
-let context: BrowserContext;
 let page: Page;
 let complaints: string[];
 
-beforeAll(async () => {
-    mkdirSync(screenshots, { recursive: true });
-    server = await ServerProcess.start();
-    browser = await launchChromium();
-});
-
-afterAll(async () => {
-    await browser.close();
-    expect((await server.stop()).code).toBe(0);
+setUpPage({ width: 900, height: 700 }, (given) => {
+    ({ server, page, complaints } = given);
 });
 
 beforeEach(async () => {
-    complaints = [];
-    context = await browser.newContext({ viewport: { width: 900, height: 700 } });
-    page = await context.newPage();
-    collectComplaints(page, complaints);
     await page.goto(server.url.href);
     await attached();
-});
-
-afterEach(async () => {
-    await context.close();
-    expect(complaints).toEqual([]);
 });
 
 async function attached(): Promise<void> {
@@ -214,7 +192,7 @@ describe("long output", () => {
     });
 
     it("is copied whole, as far as it is kept", async () => {
-        await context.grantPermissions(["clipboard-read", "clipboard-write"]);
+        await page.context().grantPermissions(["clipboard-read", "clipboard-write"]);
         const cell = await run("for i in range(3000): print(i)");
         await cell.getByRole("button", { name: "Copy" }).click();
         await cell.getByRole("button", { name: "Copied" }).waitFor();
@@ -362,7 +340,8 @@ describe("the engine's output", () => {
         await elsewhere().getByText("still here").waitFor();
         await again.disconnect();
         expect((await second.stop()).code).toBe(0);
-        complaints = complaints.filter((complaint) => !complaint.includes("WebSocket connection"));
+        const expected = complaints.filter((complaint) => complaint.includes("WebSocket connection"));
+        expected.forEach((complaint) => complaints.splice(complaints.indexOf(complaint), 1));
     });
 
     it("of 100 MB leaves the page alive", async () => {

@@ -1,62 +1,43 @@
-import { mkdirSync, mkdtempSync, writeFileSync } from "node:fs";
+import { mkdtempSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
-import { fileURLToPath } from "node:url";
 
-import type { Browser, BrowserContext, Locator, Page } from "playwright-core";
-import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
+import type { Locator, Page } from "playwright-core";
+import { afterEach, beforeEach, describe, expect, it } from "vitest";
 import { connect, type Client, type Connection } from "yvm-client";
 
-import { launchChromium } from "./Chromium.js";
 import { collectComplaints } from "./collectComplaints.js";
-import { ServerProcess } from "./ServerProcess.js";
+import type { ServerProcess } from "./ServerProcess.js";
+import { screenshots, setUpPage } from "./setUpPage.js";
 
 /** Stopping commands in the web console: a real browser, the real server. */
-
-const screenshots = fileURLToPath(new URL("../../build/screenshots/", import.meta.url));
 
 const busy = "print('runs', flush=True)\nwhile True: pass";
 
 let server: ServerProcess;
-let browser: Browser;
-let context: BrowserContext;
 let page: Page;
 let complaints: string[];
 /** Another user of the same engine. */
 let yvm: Connection;
 let other: Client;
 
-beforeAll(async () => {
-    mkdirSync(screenshots, { recursive: true });
-    server = await ServerProcess.start();
-    browser = await launchChromium();
-});
-
-afterAll(async () => {
-    await browser.close();
-    expect((await server.stop()).code).toBe(0);
+setUpPage({ width: 900, height: 700 }, (given) => {
+    ({ server, page, complaints } = given);
 });
 
 beforeEach(async () => {
-    complaints = [];
-    context = await browser.newContext({ viewport: { width: 900, height: 700 } });
-    page = await open();
+    await open(page);
     yvm = await connect(server.url.href);
     other = await yvm.attach();
 });
 
 afterEach(async () => {
-    await context.close();
     await yvm.disconnect();
-    expect(complaints).toEqual([]);
 });
 
-async function open(): Promise<Page> {
-    const opened = await context.newPage();
-    collectComplaints(opened, complaints);
+async function open(opened: Page): Promise<void> {
     await opened.goto(server.url.href);
     await opened.locator('#status[data-state="attached"]').waitFor();
-    return opened;
 }
 
 /** Types a command and runs it; its cell. */
@@ -141,7 +122,9 @@ describe("the page", () => {
     it("shows, opened late, what another page runs, and interrupts it", async () => {
         const cell = await start(busy);
         await cell.locator(".stdout", { hasText: "runs" }).waitFor();
-        const late = await open();
+        const late = await page.context().newPage();
+        collectComplaints(late, complaints);
+        await open(late);
         await rows(late).first().waitFor();
         expect(await rows(late).allInnerTexts()).toEqual([
             expect.stringMatching(/^running\s+#\d+, from elsewhere\s+Interrupt$/),
