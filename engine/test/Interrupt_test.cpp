@@ -61,7 +61,8 @@ TEST_F(EngineTest, ACancelStopsEveryWaitOfPython) {
           "import yvm; yvm.pause(1000)", "import yvm; yvm.pause(float('inf'))"}) {
         auto blocked = startAndWait(body);
         EXPECT_EQ(cancel(blocked.id, true), CmdDistributor::CANCEL_WHILE_RUNNING) << body;
-        EXPECT_EQ(blocked.error().getExecutionStatus(), Status::Cancelled) << body;
+        const auto error = blocked.error();
+        EXPECT_EQ(error.getExecutionStatus(), Status::Cancelled) << body << ": " << error.what();
     }
 }
 

@@ -179,8 +179,10 @@ describe("a question of a command", () => {
 
     it("leaves whoever writes something where he is", async () => {
         const cell = await start(
-            "import threading\ngo = threading.Event()\nwhile not go.wait(0.05): pass\ninput()",
+            "import threading\ngo = threading.Event()\nprint('waits', flush=True)\n" +
+                "while not go.wait(0.05): pass\ninput()",
         );
+        await cell.locator(".stdout", { hasText: "waits" }).waitFor();
         const editor = page.locator("#command");
         await editor.fill("a draft");
         await other.eval("go.set()", { runOptions: { dequeueMode: "DEQUEUE_AT_PPE" } });
