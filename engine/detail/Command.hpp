@@ -14,7 +14,7 @@
 #include <string_view>
 
 /// Python's, whose headers stay out of this one.
-using PyFrameObject = struct _frame;
+using PyFrameObject = struct _frame;  // NOLINT(bugprone-reserved-identifier): its name there
 
 namespace yvm::engine {
 
