@@ -60,7 +60,7 @@ void EngineDebugger::setImpl(Breakpoint breakpoint, Completion completion) {
             std::visit([&table](const auto& value) { table.set(value); }, breakpoint);
             return true;
         },
-        std::move(completion));
+        completion);
 }
 
 void EngineDebugger::clearImpl(Breakpoint breakpoint, Completion completion) {
@@ -68,14 +68,14 @@ void EngineDebugger::clearImpl(Breakpoint breakpoint, Completion completion) {
         [breakpoint = std::move(breakpoint)](BreakpointTable& table) {
             return std::visit([&table](const auto& value) { return table.clear(value); }, breakpoint);
         },
-        std::move(completion));
+        completion);
 }
 
 void EngineDebugger::clearAllImpl(Completion completion) {
-    submit([](BreakpointTable& table) { return table.clearAll(); }, std::move(completion));
+    submit([](BreakpointTable& table) { return table.clearAll(); }, completion);
 }
 
-void EngineDebugger::submit(Change change, Completion completion) {
+void EngineDebugger::submit(Change change, const Completion& completion) {
     bool isClosed = false;
     {
         const std::lock_guard lock(mutex_);

@@ -40,7 +40,7 @@ class EngineDebugger final : public ylutil::debugger::Debugger {
     void clearImpl(ylutil::debugger::Breakpoint breakpoint, Completion completion) override;
     void clearAllImpl(Completion completion) override;
 
-    void submit(Change change, Completion completion);
+    void submit(Change change, const Completion& completion);
 
     const std::function<void()> announce_;
     mutable std::mutex mutex_;  ///< a leaf
