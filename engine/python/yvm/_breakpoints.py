@@ -3,6 +3,7 @@
 import functools
 import linecache
 import os
+import stat
 import tokenize
 import warnings
 
@@ -19,6 +20,9 @@ def compile_source(file):
         status = os.stat(file)
     except (OSError, ValueError):
         raise ValueError(f"no such file: {file}") from None
+    # A pipe would hold the engine up until somebody writes, and a device for good.
+    if not stat.S_ISREG(status.st_mode):
+        raise ValueError(f"no regular file: {file}")
     return _compile_file(file, status.st_mtime_ns, status.st_size)
 
 
