@@ -28,5 +28,49 @@ TEST_F(DebuggerConditionsTest, AFileThatIsNoRegularOneIsRefusedAndNotRead) {
     }
 }
 
+TEST_F(DebuggerConditionsTest, NanInfIsClearedInsideABlockOfErrstate) {
+    resetNumpy();
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::NanInf)), "");
+    auto command = submitEval(
+        "with np.errstate(over='ignore'):\n    breakpoint()\nprint(np.array([1.0]) / 0)\n"
+        "print(np.geterr())",
+        withoutControlOutput());
+    stops->waitFor("break <module>:2");
+    ASSERT_EQ(clear(GlobalBreakpoint(Condition::NanInf)), "");
+    act("resume");
+    command.get();
+    EXPECT_THAT(command.transcript->text(), testing::HasSubstr("RuntimeWarning: divide by zero encountered"));
+    EXPECT_THAT(command.transcript->text(), testing::HasSubstr("[inf]\n{'divide': 'warn', 'over': 'warn', "));
+    EXPECT_EQ(stops->all().size(), 1U);
+}
+
+TEST_F(DebuggerConditionsTest, ModesThatWereReadWhileNanInfWasSetMayBeSetAfterwards) {
+    resetNumpy();
+    eval("np.seterr(divide='raise');");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::NanInf)), "");
+    eval("old = np.seterr();");
+    ASSERT_EQ(clear(GlobalBreakpoint(Condition::NanInf)), "");
+    EXPECT_EQ(evalError("np.seterr(**old)\nnp.array([1.0]) / 0").GetID(), "FloatingPointError");
+    EXPECT_THAT(eval("np.array([np.inf]) - np.inf"), testing::HasSubstr("RuntimeWarning: invalid value"));
+    EXPECT_EQ(stops->text(), "");
+    resetNumpy();
+}
+
+TEST_F(DebuggerConditionsTest, WhatRunsInsideABlockOfErrstateLeavesTheModesAroundIt) {
+    resetNumpy();
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::NanInf)), "");
+    auto command = submitEval(
+        "with np.errstate(all='ignore'):\n    breakpoint()\n    np.array([1.0]) / 0\nnp.array([1.0]) / 0",
+        withoutControlOutput());
+    stops->waitFor("break <module>:2");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::Error)), "");
+    act("resume");
+    stops->waitFor("nan <module>:4");
+    act("resume");
+    command.get();
+    EXPECT_EQ(stops->all().size(), 2U);
+    EXPECT_THAT(command.transcript->text(), testing::HasSubstr("RuntimeWarning: divide by zero encountered"));
+}
+
 }  // namespace
 }  // namespace yvm::engine::test

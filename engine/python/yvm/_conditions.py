@@ -9,10 +9,17 @@ import numpy
 from yvm._errors import identifier
 
 # In NumPy's order; it reports the kinds of one operation one by one, each with the bits of all.
-_KINDS = {"divide by zero": ("divide", 1), "overflow": ("over", 2), "invalid value": ("invalid", 8)}
+_KINDS = {
+    "divide by zero": ("divide", 1),
+    "overflow": ("over", 2),
+    "invalid value": ("invalid", 8),
+}
+_WATCHED = {"divide": 1, "over": 2, "invalid": 8}
 
 _plain_showwarnmsg = None
-_modes_before = None
+_watches_nans = False
+# What the program has asked NumPy for.
+_modes_before = {}
 _call_before = None
 
 
@@ -44,32 +51,49 @@ def _plain(msg):
 def watch_nans(on):
     """Operations of this thread that make a NaN or an infinity are told to the debugger; then they do what
     `numpy.seterr` asks for. Harmless when repeated: a program may have changed it meanwhile."""
-    global _modes_before, _call_before
+    global _watches_nans, _modes_before, _call_before
     if on:
-        modes = numpy.geterr()
-        if numpy.geterrcall() is _note_operation and modes["invalid"] == "call":
+        if _watches_nans and sys._getframe().f_back is not None:
+            # Inside a program, which may be in a block that ends and gives back other modes.
             return
-        _modes_before = modes
-        if numpy.geterrcall() is not _note_operation:
-            _call_before = numpy.geterrcall()
-        numpy.seterrcall(_note_operation)
-        numpy.seterr(divide="call", over="call", invalid="call")
-    elif _modes_before is not None:
-        numpy.seterr(**_modes_before)
-        numpy.seterrcall(_call_before)
-        _modes_before = _call_before = None
+        modes = numpy.geterr()
+        if numpy.geterrcall() is _note_operation:
+            _modes_before.update((name, mode) for name, mode in modes.items() if mode != "call")
+        else:
+            _modes_before = modes
+            _call_before = numpy.seterrcall(_note_operation)
+        numpy.seterr(**dict.fromkeys(_WATCHED, "call"))
+    elif _watches_nans:
+        _give_modes_back()
+        # A program may hold modes that it read meanwhile, as `numpy.errstate` does. With no function to call
+        # they would make every such operation a NameError.
+        if _call_before is not None and numpy.geterrcall() is _note_operation:
+            numpy.seterrcall(_call_before)
+    _watches_nans = on
 
 
-def _note_operation(kind, flags):
-    name, bit = _KINDS[kind]
-    # An operation that makes several kinds stops once.
-    if not any(flags & other for _, other in _KINDS.values() if other < bit):
-        _yvm.debug_stop_at("nan", [], f"{kind} encountered")
-    _do_as_before(name, kind, flags)
+def _give_modes_back():
+    modes = numpy.geterr()
+    numpy.seterr(**{name: _modes_before[name] for name in _WATCHED if modes[name] == "call"})
+
+
+class _OperationNote:
+    """What NumPy calls."""
+
+    def __call__(self, kind, flags):
+        name, bit = _KINDS[kind]
+        if not _watches_nans:
+            _give_modes_back()
+        # An operation that makes several kinds stops once.
+        elif name in _WATCHED and not any(flags & other for other in _WATCHED.values() if other < bit):
+            _yvm.debug_stop_at("nan", [], f"{kind} encountered")
+        _do_as_before(name, kind, flags)
+
+_note_operation = _OperationNote()
 
 
 def _do_as_before(name, kind, flags):
-    mode = _modes_before[name] if _modes_before else "warn"
+    mode = _modes_before[name]
     text = f"{kind} encountered"
     if mode == "warn":
         warnings.warn(text, RuntimeWarning, stacklevel=3)
