@@ -72,5 +72,23 @@ TEST_F(DebuggerConditionsTest, WhatRunsInsideABlockOfErrstateLeavesTheModesAroun
     EXPECT_THAT(command.transcript->text(), testing::HasSubstr("RuntimeWarning: divide by zero encountered"));
 }
 
+TEST_F(DebuggerConditionsTest, WhatTheUserAskedForAtAnUnderflowHappensAsEver) {
+    eval(
+        "import numpy as np\nseen = []\ndef note(kind, flags): seen.append(kind)\n"
+        "class Log:\n    def write(self, text): seen.append(text)\n"
+        "np.seterrcall(note)\nnp.seterr(under='call');");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::NanInf)), "");
+    EXPECT_EQ(eval("np.array([1e-300]) * 1e-300\nseen"), "['underflow']\n");
+    ASSERT_EQ(clear(GlobalBreakpoint(Condition::NanInf)), "");
+    EXPECT_EQ(eval("np.geterrcall() is note"), "True\n");
+    eval("log = Log()\nnp.seterrcall(log)\nnp.seterr(under='log');");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::NanInf)), "");
+    EXPECT_THAT(eval("np.array([1e-300]) * 1e-300\nseen[1:]"), testing::StartsWith("['Warning: underflow"));
+    ASSERT_EQ(clear(GlobalBreakpoint(Condition::NanInf)), "");
+    EXPECT_EQ(eval("np.geterrcall() is log"), "True\n");
+    EXPECT_EQ(stops->text(), "");
+    resetNumpy();
+}
+
 }  // namespace
 }  // namespace yvm::engine::test

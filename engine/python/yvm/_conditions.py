@@ -12,8 +12,10 @@ from yvm._errors import identifier
 _KINDS = {
     "divide by zero": ("divide", 1),
     "overflow": ("over", 2),
+    "underflow": ("under", 4),
     "invalid value": ("invalid", 8),
 }
+# An underflow makes neither a NaN nor an infinity.
 _WATCHED = {"divide": 1, "over": 2, "invalid": 8}
 
 _plain_showwarnmsg = None
@@ -78,7 +80,7 @@ def _give_modes_back():
 
 
 class _OperationNote:
-    """What NumPy calls."""
+    """What NumPy calls, or writes to where its mode is "log"."""
 
     def __call__(self, kind, flags):
         name, bit = _KINDS[kind]
@@ -88,6 +90,11 @@ class _OperationNote:
         elif name in _WATCHED and not any(flags & other for other in _WATCHED.values() if other < bit):
             _yvm.debug_stop_at("nan", [], f"{kind} encountered")
         _do_as_before(name, kind, flags)
+
+    def write(self, text):
+        if _call_before is not None:
+            _call_before.write(text)
+
 
 _note_operation = _OperationNote()
 
