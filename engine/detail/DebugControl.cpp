@@ -256,7 +256,12 @@ void DebugControl::stopAtError(py::handle exception) {
         error.discard_as_unraisable("the debugger");
         return;
     }
-    stop(Reason::Error, std::move(frames), std::move(message));
+    // At a debug prompt, what the command sees is what its prompt sees already.
+    const bool isOfPromptOnly = CommandScope::current()->isOfDebugPrompt() && frames.size() == 1 &&
+                                (raw(frames.front().code)->co_flags & CO_OPTIMIZED) == 0;
+    if (!frames.empty() && !isOfPromptOnly) {
+        stop(Reason::Error, std::move(frames), std::move(message));
+    }
 }
 
 void DebugControl::stopAtOutput(py::handle code) {

@@ -98,7 +98,7 @@ class DebugControl final : public TraceFunction::Client {
 
     /// Somebody breaks into it. `frame` is its innermost one, maybe null.
     void breakIn(PyFrameObject* frame);
-    /// An exception has left the outermost frame of the command.
+    /// An exception has left the outermost frame of the command. One that had no frame does not stop.
     void stopAtError(pybind11::handle exception);
     /// The value of an expression is about to be displayed; `code` is that of the expression. Raises the
     /// interrupt that ended the stop.

@@ -90,5 +90,28 @@ TEST_F(DebuggerConditionsTest, WhatTheUserAskedForAtAnUnderflowHappensAsEver) {
     resetNumpy();
 }
 
+TEST_F(DebuggerConditionsTest, AnErrorWithoutFramesDoesNotStop) {
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::Error)), "");
+    EXPECT_EQ(evalError("def f(:").GetID(), "SyntaxError");
+    EXPECT_EQ(submitFeval("no_such_function", {}).error().GetID(), "NameError");
+    EXPECT_EQ(stops->text(), "");
+}
+
+TEST_F(DebuggerConditionsTest, AtTheDebugPromptOnlyAnErrorOutOfAFunctionStops) {
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::Error)), "");
+    auto command = submitEval("def f(a):\n    return a / 0\nf(1)");
+    stops->waitFor("error f:2");
+    EXPECT_EQ(submitEval("a = = 1", atDebugPrompt()).error().GetID(), "SyntaxError");
+    EXPECT_EQ(submitEval("aa", atDebugPrompt()).error().GetID(), "NameError");
+    EXPECT_EQ(stops->all().size(), 1U);
+    auto inner = submitEval("def g(b):\n    return b / 0\ng(2)", atDebugPrompt());
+    stops->waitFor("error g:2");
+    EXPECT_EQ(evalStopped("b"), "2\n");
+    act("resume");
+    EXPECT_EQ(inner.error().GetID(), "ZeroDivisionError");
+    act("resume");
+    command.error();
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
