@@ -126,10 +126,13 @@ bool isMeant(const PlacedBreakpoint& placed, const LineBreakpoint& breakpoint, c
         placed.breakpoint.location().has_value() != breakpoint.location().has_value()) {
         return false;
     }
-    if (!breakpoint.location() || *breakpoint.location() == *placed.breakpoint.location()) {
+    if (!breakpoint.location()) {
         return true;
     }
     const auto& meant = *breakpoint.location();
+    if (std::find(placed.spellings.begin(), placed.spellings.end(), meant) != placed.spellings.end()) {
+        return true;
+    }
     if (meant.localFunction()) {
         return placed.place == PlacedBreakpoint::Place::Function && placed.function == *meant.localFunction();
     }
@@ -168,6 +171,14 @@ void BreakpointTable::set(const LineBreakpoint& breakpoint) {
     const auto before = std::find_if(places_.begin(), places_.end(), [&placed](const auto& candidate) {
         return isAtSamePlace(*candidate, placed);
     });
+    if (before != places_.end()) {
+        placed.spellings = (*before)->spellings;
+    }
+    if (const auto& location = breakpoint.location();
+        location &&
+        std::find(placed.spellings.begin(), placed.spellings.end(), *location) == placed.spellings.end()) {
+        placed.spellings.push_back(*location);
+    }
     if (before != places_.end()) {
         *before = std::make_shared<PlacedBreakpoint>(std::move(placed));
     } else {

@@ -26,8 +26,10 @@ struct PlacedBreakpoint {
         Lambda  ///< where the anonymous function begins
     };
 
-    YorWorks::lxe::LineBreakpoint breakpoint;  ///< as it was set
-    std::string file;                          ///< canonical
+    YorWorks::lxe::LineBreakpoint breakpoint;  ///< as it was set last
+    /// All by which it was set, of which a clear may name any. Empty for a whole file.
+    std::vector<YorWorks::lxe::LineBreakpoint::Location> spellings{};
+    std::string file;  ///< canonical
     Place place = Place::File;
     int line = 0;                       ///< of a line or lambda, maybe behind the one that it was set on
     std::pair<int, int> lambdaStart{};  ///< see `startOfBody`
@@ -60,7 +62,7 @@ class BreakpointTable {
     void set(const YorWorks::lxe::GlobalBreakpoint& breakpoint);
 
     /// False when there is none such, which is no error. Of a line breakpoint, file and location count, and
-    /// the line is the one that it was set on or the one that it has moved to. A condition that is given
+    /// the location is any that it was set by, or the line that it has moved to. A condition that is given
     /// without identifier is cleared with all its identifiers.
     bool clear(const YorWorks::lxe::LineBreakpoint& breakpoint);
     bool clear(const YorWorks::lxe::GlobalBreakpoint& breakpoint);

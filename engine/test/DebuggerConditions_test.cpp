@@ -113,5 +113,26 @@ TEST_F(DebuggerConditionsTest, AtTheDebugPromptOnlyAnErrorOutOfAFunctionStops) {
     command.error();
 }
 
+TEST_F(DebuggerConditionsTest, ABreakpointThatWasSetAnewIsClearedByEachOfItsSpellings) {
+    const auto file = writeModule("spellings",
+                                  "def outer():\n"          // 1
+                                  "    def inner():\n"      // 2
+                                  "        # a comment\n"   // 3
+                                  "        return 1\n"      // 4
+                                  "    return inner()\n");  // 5
+    for (const unsigned long long line : {3, 4}) {
+        ASSERT_EQ(set(LineBreakpoint(file, Location(3))), "");
+        ASSERT_EQ(set(LineBreakpoint(file, Location(4), u"True")), "");
+        ASSERT_EQ(clear(LineBreakpoint(file, Location(line))), "");
+        EXPECT_EQ(eval("import yvm; yvm.debug.breakpoints()"), "[]\n") << line;
+    }
+    for (const char* name : {"inner", "outer.<locals>.inner"}) {
+        ASSERT_EQ(set(LineBreakpoint(file, Location("inner"))), "");
+        ASSERT_EQ(set(LineBreakpoint(file, Location("outer.<locals>.inner"))), "");
+        ASSERT_EQ(clear(LineBreakpoint(file, Location(name))), "");
+        EXPECT_EQ(eval("import yvm; yvm.debug.breakpoints()"), "[]\n") << name;
+    }
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
