@@ -195,7 +195,7 @@ void CommandRunner::eval(Command& command, const EvalIIP& iip) {
         const py::object value = execute(compiled[1], scope);
         if (compiled[2].cast<bool>()) {
             if (!value.is_none()) {
-                debug_.stopAtOutput(compiled[1]);
+                debug_.stopAtOutput(compiled[1], scope);
             }
             show(value);
         }

@@ -120,8 +120,12 @@ FrameScope::FrameScope(py::object frame) : frame_(std::move(frame)) {
 
 FrameScope::~FrameScope() {
     if (frame_) {
-        PyFrame_LocalsToFast(reinterpret_cast<PyFrameObject*>(frame_.ptr()), 1);
+        store();
     }
+}
+
+void FrameScope::store() const {
+    PyFrame_LocalsToFast(reinterpret_cast<PyFrameObject*>(frame_.ptr()), 1);
 }
 
 class DebugControl::OwnWork {
@@ -264,7 +268,7 @@ void DebugControl::stopAtError(py::handle exception) {
     }
 }
 
-void DebugControl::stopAtOutput(py::handle code) {
+void DebugControl::stopAtOutput(py::handle code, const std::optional<FrameScope>& scope) {
     if (!breakpoints_.has(Condition::UnsuppressedOutput) || !mayStop()) {
         return;
     }
@@ -272,7 +276,12 @@ void DebugControl::stopAtOutput(py::handle code) {
     if (const auto start = startOfBody(code)) {
         line = start->first;
     }
-    stop(Reason::Output, {{py::none(), py::reinterpret_borrow<py::object>(code), line}});
+    py::object frame = py::none();
+    if (scope) {
+        scope->store();
+        frame = scope->frame();
+    }
+    stop(Reason::Output, {{std::move(frame), py::reinterpret_borrow<py::object>(code), line}});
     host_.raiseDueInterrupt();
 }
 

@@ -45,6 +45,10 @@ class FrameScope {
     FrameScope(FrameScope&&) noexcept = default;
     FrameScope& operator=(FrameScope&&) = delete;
 
+    /// Brings the changes into the frame now.
+    void store() const;
+
+    const pybind11::object& frame() const noexcept { return frame_; }
     const pybind11::object& globals() const noexcept { return globals_; }
     const pybind11::object& locals() const noexcept { return locals_; }
 
@@ -100,9 +104,9 @@ class DebugControl final : public TraceFunction::Client {
     void breakIn(PyFrameObject* frame);
     /// An exception has left the outermost frame of the command. One that had no frame does not stop.
     void stopAtError(pybind11::handle exception);
-    /// The value of an expression is about to be displayed; `code` is that of the expression. Raises the
-    /// interrupt that ended the stop.
-    void stopAtOutput(pybind11::handle code);
+    /// The value of an expression is about to be displayed; `code` is that of the expression, and
+    /// `scope` where it was evaluated, if not in the workspace. Raises the interrupt that ended the stop.
+    void stopAtOutput(pybind11::handle code, const std::optional<FrameScope>& scope);
 
     // From Python code.
     /// A condition has arisen in the code that calls.

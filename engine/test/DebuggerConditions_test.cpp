@@ -134,5 +134,24 @@ TEST_F(DebuggerConditionsTest, ABreakpointThatWasSetAnewIsClearedByEachOfItsSpel
     }
 }
 
+TEST_F(DebuggerConditionsTest, AStopAtTheOutputOfADebugPromptsCommandIsInItsFrame) {
+    const std::string source = "def f(n):\n    return n + 1\nf(41)";
+    ASSERT_EQ(setInCommand(source, 2), "");
+    auto command = submitEval(source, withoutControlOutput());
+    stops->waitFor("breakpoint f:2");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::UnsuppressedOutput)), "");
+    auto inner = submitEval("n = n + 1\nn", atDebugPrompt());
+    stops->waitFor("output <module>:2");
+    EXPECT_EQ(evalStopped("print(n)"), "42\n");
+    evalStopped("n = 50");
+    ASSERT_EQ(clear(GlobalBreakpoint(Condition::UnsuppressedOutput)), "");
+    act("resume");
+    inner.get();
+    EXPECT_EQ(evalStopped("n"), "50\n");
+    act("resume");
+    command.get();
+    EXPECT_EQ(command.transcript->text(), "51\n");
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
