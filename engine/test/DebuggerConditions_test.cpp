@@ -153,5 +153,110 @@ TEST_F(DebuggerConditionsTest, AStopAtTheOutputOfADebugPromptsCommandIsInItsFram
     EXPECT_EQ(command.transcript->text(), "51\n");
 }
 
+TEST_F(DebuggerConditionsTest, ACaughtErrorIsNarrowedByItsType) {
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::CaughtError, "LookupError")), "");
+    auto command = submitEval(
+        "try: 1/0\nexcept ZeroDivisionError: pass\n"
+        "try: {}['x']\nexcept KeyError: pass");
+    stops->waitForCount(1);
+    act("resume");
+    command.get();
+    EXPECT_EQ(stops->text(), "caught <module>:3");
+}
+
+TEST_F(DebuggerConditionsTest, OverflowsAndInvalidOperationsStopAsDivisionsDo) {
+    resetNumpy();
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::NanInf)), "");
+    auto command = submitEval("a = np.array([1e308, np.inf])\na[:1] * 10\na[1:] - a[1:];");
+    stops->waitFor("nan <module>:2");
+    act("resume");
+    stops->waitFor("nan <module>:3");
+    act("resume");
+    command.get();
+    EXPECT_EQ(messages->text(), "overflow encountered invalid value encountered");
+}
+
+TEST_F(DebuggerConditionsTest, AFunctionsOwnNameIsRefusedIfSeveralHaveIt) {
+    const auto file = writeModule("ambiguous",
+                                  "class A:\n    def open(self): return 1\n"
+                                  "class B:\n    def open(self): return 2\n");
+    EXPECT_EQ(set(LineBreakpoint(file, Location("open"))),
+              "more than one function open in " + fl::i18n::to_string(file) +
+                  ", such as A.open: the qualified name is accepted");
+    EXPECT_EQ(set(LineBreakpoint(file, Location("B.open"))), "");
+}
+
+TEST_F(DebuggerConditionsTest, BeyondTheLastLevelCommandsRunPastTheirStops) {
+    std::vector<Submitted> commands{submitEval("breakpoint()")};
+    stops->waitForCount(1);
+    for (std::size_t level = 2; level <= 8; ++level) {
+        commands.push_back(submitEval("breakpoint()", atDebugPrompt()));
+        stops->waitForCount(level);
+    }
+    EXPECT_EQ(evalStopped("breakpoint()\nprint('past')"), "past\n");
+    EXPECT_EQ(stops->all().size(), 8U);
+    for (; !commands.empty(); commands.pop_back()) {
+        act("resume");
+        commands.back().get();
+    }
+}
+
+TEST_F(DebuggerConditionsTest, AConditionThatUsesUpMemoryOrRecursionStopsAndSaysSo) {
+    eval("def dive(n): return dive(n + 1)");
+    for (const auto& [condition, error] :
+         {std::pair{u"b'x' * (1 << 62)", "MemoryError"}, std::pair{u"dive(0)", "RecursionError"}}) {
+        const std::size_t before = messages->all().size();
+        const std::string source = "y = 1\ny = 2";
+        ASSERT_EQ(set(LineBreakpoint(nameOf(source), Location(2), condition)), "");
+        auto command = submitEval(source);
+        messages->waitForCount(before + 1);
+        EXPECT_THAT(messages->all().back(), testing::HasSubstr(std::string(" failed: ") + error));
+        EXPECT_EQ(evalStopped("y"), "1\n");
+        act("resume");
+        command.get();
+    }
+}
+
+TEST_F(DebuggerConditionsTest, AForkedChildRunsPastBreakpoints) {
+    const std::string source =
+        "import os\n"
+        "def f():\n"
+        "    return 7\n"
+        "child = os.fork()\n"
+        "if child == 0:\n"
+        "    os._exit(f())\n"
+        "print(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))\n"
+        "f();";
+    ASSERT_EQ(setInCommand(source, 3), "");
+    auto command = submitEval(source, withoutControlOutput());
+    stops->waitFor("breakpoint f:3");
+    act("resume");
+    command.get();
+    EXPECT_EQ(command.transcript->text(), "7\n");
+    EXPECT_EQ(stops->all().size(), 1U);
+}
+
+TEST_F(DebuggerConditionsTest, WarningsAndNansOfTheUsersThreadsDoNotStop) {
+    resetNumpy();
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::Warning)), "");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::NanInf)), "");
+    // NumPy's modes are those of each thread.
+    const std::string text = eval(
+        "import threading, warnings\n"
+        "call, modes = np.geterrcall(), np.geterr()\n"
+        "def f():\n"
+        "    warnings.warn('out of a thread')\n"
+        "    np.seterrcall(call)\n"
+        "    np.seterr(**modes)\n"
+        "    print(np.array([1.0]) / 0)\n"
+        "t = threading.Thread(target=f)\n"
+        "t.start()\n"
+        "t.join()");
+    EXPECT_THAT(text, testing::HasSubstr("UserWarning: out of a thread"));
+    EXPECT_THAT(text, testing::HasSubstr("RuntimeWarning: divide by zero encountered"));
+    EXPECT_THAT(text, testing::HasSubstr("[inf]"));
+    EXPECT_EQ(stops->text(), "");
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
