@@ -15,6 +15,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -30,10 +31,10 @@ constexpr int recursionHeadroom = 200;
 
 class RecursionHeadroom {
   public:
-    RecursionHeadroom() { Py_SetRecursionLimit(limit_ + recursionHeadroom); }
+    RecursionHeadroom() { Py_SetRecursionLimit(raised_); }
     ~RecursionHeadroom() {
         // Otherwise a user has set another limit.
-        if (Py_GetRecursionLimit() == limit_ + recursionHeadroom) {
+        if (Py_GetRecursionLimit() == raised_) {
             Py_SetRecursionLimit(limit_);
         }
     }
@@ -42,6 +43,7 @@ class RecursionHeadroom {
 
   private:
     const int limit_ = Py_GetRecursionLimit();
+    const int raised_ = limit_ + std::min(recursionHeadroom, std::numeric_limits<int>::max() - limit_);
 };
 
 /// Lets commands be traced that run while the trace function waits.

@@ -768,5 +768,16 @@ TEST_F(DebuggerTest, ABreakpointIsSetThroughALinkToItsFile) {
     EXPECT_EQ(eval("len(yvm.debug.breakpoints())"), "0\n");
 }
 
+TEST_F(DebuggerTest, AStopUnderTheHighestLimitOfRecursionKeepsIt) {
+    const std::string source = "import sys\nsys.setrecursionlimit(2**31 - 1)\nx = 3";
+    ASSERT_EQ(setInCommand(source, 3), "");
+    auto command = submitEval(source);
+    stops->waitFor("breakpoint <module>:3");
+    EXPECT_EQ(evalStopped("import sys; sys.getrecursionlimit()"), "2147483647\n");
+    act("resume");
+    command.get();
+    EXPECT_EQ(eval("limit = sys.getrecursionlimit()\nsys.setrecursionlimit(1000)\nlimit"), "2147483647\n");
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
