@@ -28,15 +28,21 @@ TraceFunction* attached = nullptr;
 /// What C code may still need of the stack where Python code gets no more of it.
 constexpr std::size_t stackReserve = std::size_t{512} << 10U;
 
-/// The end of this thread's stack, below which nothing may be called.
-std::uintptr_t endOfStack() {
+std::uintptr_t findLowestFrame() {
     pthread_attr_t attributes;
     pthread_getattr_np(pthread_self(), &attributes);
     void* lowest = nullptr;
     std::size_t size = 0;
     pthread_attr_getstack(&attributes, &lowest, &size);
     pthread_attr_destroy(&attributes);
-    return reinterpret_cast<std::uintptr_t>(lowest);
+    // Users may give their threads stacks that are smaller than the reserve.
+    return reinterpret_cast<std::uintptr_t>(lowest) + std::min(stackReserve, size / 4);
+}
+
+/// The address on the calling thread's stack below which no Python code is called.
+std::uintptr_t lowestFrame() {
+    thread_local const std::uintptr_t lowest = findLowestFrame();
+    return lowest;
 }
 
 bool isToBeInterrupted(const Command* insistent, PyFrameObject* frame) {
@@ -49,7 +55,6 @@ bool isToBeInterrupted(const Command* insistent, PyFrameObject* frame) {
 void TraceFunction::attach() {
     attached = this;
     state_ = PyThreadState_Get();
-    lowestFrame_ = endOfStack() + stackReserve;
     verdictIndex_ = _PyEval_RequestCodeExtraIndex(nullptr);
 }
 
@@ -179,18 +184,18 @@ int TraceFunction::trace(PyObject* /*self*/, PyFrameObject* frame, int event, Py
 }
 
 PyObject* TraceFunction::evaluate(PyThreadState* state, _PyInterpreterFrame* frame, int throwing) {
+    // Each call of Python code takes some of the stack here, which Python's own way does not, and users may
+    // have set a limit of recursion that counts on that. All threads and all code call this way.
+    if (reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) < lowestFrame()) {
+        PyErr_SetString(PyExc_RecursionError,
+                        "the stack is used up, of which calls need more under breakpoints");
+        return nullptr;
+    }
     TraceFunction& self = *attached;
     // A profiler wants all code. While code of a trace function runs, none is traced.
     if (state != self.state_ || !self.isInstalled() || state->c_profilefunc != nullptr ||
         state->tracing != 0) {
         return _PyEval_EvalFrameDefault(state, frame, throwing);
-    }
-    // Each call of Python code takes some of the stack here, which Python's own way does not, and users may
-    // have set a limit of recursion that counts on that.
-    if (reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) < self.lowestFrame_) {
-        PyErr_SetString(PyExc_RecursionError,
-                        "the stack is used up, of which calls need more under breakpoints");
-        return nullptr;
     }
     const auto before = state->cframe->use_tracing;
     const auto generation = self.generation_;

@@ -77,7 +77,6 @@ class TraceFunction {
 
     Client& client_;
     PyThreadState* state_ = nullptr;
-    std::uintptr_t lowestFrame_ = 0;  ///< address on the stack
     Need clientNeed_ = Need::Nothing;
     std::vector<const Command*> insistent_;
     Need need_ = Need::Nothing;

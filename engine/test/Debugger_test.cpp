@@ -779,5 +779,43 @@ TEST_F(DebuggerTest, AStopUnderTheHighestLimitOfRecursionKeepsIt) {
     EXPECT_EQ(eval("limit = sys.getrecursionlimit()\nsys.setrecursionlimit(1000)\nlimit"), "2147483647\n");
 }
 
+TEST_F(DebuggerTest, RecursionWithoutLimitEndsAsAnErrorWhereverItRuns) {
+    const auto file = writeModule("endless_anywhere", twoFunctions);
+    ASSERT_EQ(set(LineBreakpoint(file, Location(4))), "");
+    eval(
+        "import sys, threading\nsys.setrecursionlimit(10**8)\n"
+        "def endless(n): return endless(n + 1)\n"
+        "def surface():\n    try: endless(0)\n    except RecursionError: ended.append(1)");
+    for (const char* way : {"t = threading.Thread(target=surface)\nt.start()\nt.join()",
+                            "sys.setprofile(lambda *_: None)\nsurface()\nsys.setprofile(None)",
+                            "sys.settrace(lambda *_: None)\nsurface()\nsys.settrace(None)"}) {
+        EXPECT_EQ(eval(std::string("ended = []\n") + way + "\nended"), "[1]\n") << way;
+    }
+    eval("sys.setrecursionlimit(1000)");
+}
+
+TEST_F(DebuggerTest, AConditionThatRecursesWithoutLimitStopsAndSaysWhy) {
+    const EventRecorder<DebuggerStoppedEvent> messages(
+        [](const DebuggerStoppedEvent& event) { return fl::i18n::to_string(event.message()); });
+    eval("import sys\nsys.setrecursionlimit(10**8)\ndef endless(n): return endless(n + 1)");
+    const std::string source = "y = 1\ny = 2";
+    ASSERT_EQ(set(LineBreakpoint(nameOf(source), Location(2), u"endless(0)")), "");
+    auto command = submitEval(source);
+    stops->waitFor("breakpoint <module>:2");
+    act("resume");
+    command.get();
+    EXPECT_THAT(messages->text(), testing::StartsWith("the condition endless(0) failed: RecursionError: "));
+    eval("sys.setrecursionlimit(1000)");
+}
+
+TEST_F(DebuggerTest, AThreadWithASmallStackRunsUnderBreakpoints) {
+    const auto file = writeModule("small_stack", twoFunctions);
+    ASSERT_EQ(set(LineBreakpoint(file, Location(4), u"False")), "");
+    EXPECT_EQ(eval("import small_stack, threading\ndone = []\nthreading.stack_size(256 * 1024)\n"
+                   "t = threading.Thread(target=lambda: done.append(small_stack.second(3)))\n"
+                   "t.start()\nt.join()\nthreading.stack_size(0)\ndone"),
+              "[4]\n");
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
