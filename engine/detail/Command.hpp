@@ -117,6 +117,11 @@ class Command {
     void beginStop() noexcept { ++stops_; }
     void endStop() noexcept { --stops_; }
 
+    /// A stop of it was quit or interrupted: it is on its way out, and nobody waits for it to stop again.
+    /// Engine thread.
+    bool isLeavingStop() const noexcept { return isLeavingStop_; }
+    void leaveStop() noexcept { isLeavingStop_ = true; }
+
     /// The innermost frame of Python that the command's own frames are called from, or null: only compared.
     /// Engine thread.
     const PyFrameObject* frameBeneath() const noexcept { return frameBeneath_; }
@@ -137,6 +142,7 @@ class Command {
     std::atomic<int> stops_{0};
     // Of the engine thread.
     bool interruptible_ = false;
+    bool isLeavingStop_ = false;
     std::size_t interruptsTaken_ = 0;
     Clock::time_point lastTaken_;
     Clock::time_point lastButOneTaken_;

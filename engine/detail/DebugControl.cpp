@@ -226,8 +226,9 @@ std::optional<FrameScope> DebugControl::scopeOf(const Command& command) const {
 
 bool DebugControl::mayStop() const {
     const auto& command = CommandScope::current();
-    return command != nullptr && ownWork_ == 0 && prompts_.size() < maxLevels && host_.isEngineThread() &&
-           !ForkedChild::isThis() && command->runOptions().getCapabilities().allows("debugger");
+    return command != nullptr && !command->isLeavingStop() && ownWork_ == 0 && prompts_.size() < maxLevels &&
+           host_.isEngineThread() && !ForkedChild::isThis() &&
+           command->runOptions().getCapabilities().allows("debugger");
 }
 
 void DebugControl::checkCapability() {
@@ -583,7 +584,8 @@ void DebugControl::stop(Reason reason, Frames frames, std::u16string message) {
             events_.fire<DebuggerResumedEvent>(prompt.level());
         }
     }
-    if (prompt.action() == Action::Quit) {
+    if (prompt.action() == Action::Quit || command->isInterruptRequested()) {
+        command->leaveStop();
         command->requestInterrupt();
     } else if (reason != Reason::Error && reason != Reason::Output) {
         beginStep(prompt);

@@ -817,5 +817,38 @@ TEST_F(DebuggerTest, AThreadWithASmallStackRunsUnderBreakpoints) {
               "[4]\n");
 }
 
+TEST_F(DebuggerTest, ACommandThatIsLeavingItsStopDoesNotStopAgain) {
+    const std::string source = "try:\n    x = 1\nfinally:\n    y = 2";
+    const std::array<std::function<void(const Submitted&)>, 3> ways{
+        [](const auto&) { act("quit"); }, [](const auto&) { engine()->interrupt(); },
+        [](const auto& command) { cancel(command.id, true); }};
+    for (std::size_t i = 0; i < ways.size(); ++i) {
+        ASSERT_EQ(setInCommand(source, 2), "");
+        ASSERT_EQ(setInCommand(source, 4), "");
+        auto command = submitEval(source);
+        stops->waitFor("breakpoint <module>:2", i + 1);
+        ways[i](command);
+        EXPECT_EQ(command.error().getExecutionStatus(), Status::Cancelled);
+        EXPECT_EQ(stops->all().size(), i + 1);
+    }
+}
+
+TEST_F(DebuggerTest, AStepThatIsChosenForACancelledCommandDoesNotBegin) {
+    const std::string source = "try:\n    x = 1\nfinally:\n    y = 2";
+    eval("go = False");
+    ASSERT_EQ(setInCommand(source, 2), "");
+    auto command = submitEval(source);
+    stops->waitFor("breakpoint <module>:2");
+    auto busy = submitEval("import yvm\nyvm.debug.step_in()\nprint('in', flush=True)\nwhile not go: pass",
+                           atDebugPrompt());
+    busy.transcript->waitFor("in\n");
+    auto cancelled = distributor()->cancel(command.id, true);
+    submitEval("go = True", inMode(DequeueMode::DEQUEUE_AT_PPE)).get();
+    busy.get();
+    EXPECT_EQ(command.error().getExecutionStatus(), Status::Cancelled);
+    EXPECT_EQ(cancelled.get(), CmdDistributor::CANCEL_WHILE_RUNNING);
+    EXPECT_EQ(stops->text(), "breakpoint <module>:2");
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
