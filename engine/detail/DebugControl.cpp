@@ -416,11 +416,16 @@ bool DebugControl::onLine(PyFrameObject* frame) {
                        (isEntry && holds(plan->atEntry, frame, message)) ||
                        (isEntry && entersFile(frame, code) && holds(plan->atFileEntry, frame, message));
     }
-    if (!isBreakpoint && !mayEndStep) {
-        return false;
+    if (isBreakpoint || mayEndStep) {
+        stop(isBreakpoint ? Reason::Breakpoint : Reason::Step, framesFrom(frame), std::move(message));
+        return true;
     }
-    stop(isBreakpoint ? Reason::Breakpoint : Reason::Step, framesFrom(frame), std::move(message));
-    return true;
+    // Somebody may have broken in while the conditions were evaluated, as every time where they take long.
+    if (CommandScope::current()->takeBreak()) {
+        stop(Reason::Break, framesFrom(frame));
+        return true;
+    }
+    return false;
 }
 
 bool DebugControl::entersFile(PyFrameObject* frame, const py::object& code) {

@@ -86,6 +86,8 @@ class DebugControl final : public TraceFunction::Client {
     const BreakpointTable& breakpoints() const noexcept { return breakpoints_; }
     /// Whether code of the debugger runs that an interrupt must not break into.
     bool isBusy() const noexcept { return busy_ > 0; }
+    /// Whether code that the debugger itself runs, such as a condition, cannot be stopped now. Engine thread.
+    bool isAtOwnWork() const noexcept { return ownWork_ > 0; }
 
     /// Changes the table, arms what it needs, and tells of it. What `change` throws leaves the table as it
     /// was. False from `change` says that there is nothing to tell.

@@ -516,8 +516,9 @@ void EngineThread::serveDebugger() {
             wake();
         }
     }
-    // Code of the engine goes on until it has come back to that of the user.
-    if (!frames_.empty() && frames_.back()->isInterruptible() && frames_.back()->takeBreak()) {
+    // Code of the engine or of the debugger goes on until it has come back to that of the user.
+    if (!frames_.empty() && frames_.back()->isInterruptible() && !debugControl_.isAtOwnWork() &&
+        frames_.back()->takeBreak()) {
         const WithGil gil;
         debugControl_.breakIn(PyEval_GetFrame());
     }

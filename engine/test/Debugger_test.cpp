@@ -850,5 +850,19 @@ TEST_F(DebuggerTest, AStepThatIsChosenForACancelledCommandDoesNotBegin) {
     EXPECT_EQ(stops->text(), "breakpoint <module>:2");
 }
 
+TEST_F(DebuggerTest, BreakingInStopsALoopThatIsBusyWithAConditionOfABreakpoint) {
+    const std::string source = "print('in', flush=True)\nwhile not done:\n    n = 1";
+    eval("done = False");
+    ASSERT_EQ(set(LineBreakpoint(nameOf(source), Location(3), u"sum(range(10000)) < 0")), "");
+    auto command = submitEval(source);
+    command.transcript->waitFor("in\n");
+    engine()->breakInDebugger();
+    stops->waitForCount(1);
+    EXPECT_THAT(stops->text(), testing::StartsWith("break <module>:"));
+    evalStopped("done = True");
+    act("resume");
+    command.get();
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
