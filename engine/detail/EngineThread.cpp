@@ -436,8 +436,12 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
         const WithoutGil released;
         output_.pending().synchroniseDue();
     }
-    if (!frames_.empty() && isInImport(frame)) {
-        // The request stands, and its signal is repeated until the import is over.
+    if (!frames_.empty() && isInImport(frame, frames_.back()->frameBeneath())) {
+        // Commands wait: their request stands, and its signal is repeated until the import is over.
+        if (!isOfImportSystem(reinterpret_cast<PyFrameObject*>(frame.ptr()))) {
+            const WithoutGil released;
+            serveDebugger();
+        }
         onInterruptSignal(frame);
         return;
     }
@@ -580,7 +584,8 @@ bool EngineThread::mayServeWhileWriting() const {
         return false;
     }
     const WithGil gil;
-    return !isInImport(py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(PyEval_GetFrame())));
+    return !isInImport(py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(PyEval_GetFrame())),
+                       frames_.empty() ? nullptr : frames_.back()->frameBeneath());
 }
 
 std::shared_ptr<Command> EngineThread::commandOfPrompt() const {

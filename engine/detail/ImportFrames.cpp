@@ -13,9 +13,12 @@ bool isOfImportSystem(PyFrameObject* frame) {
            PyUnicode_CompareWithASCIIString(file, "<frozen importlib._bootstrap_external>") == 0;
 }
 
-bool isInImport(py::object frame) {
+bool isInImport(py::object frame, const PyFrameObject* beneath) {
     while (frame && !frame.is_none()) {
         auto* const raw = reinterpret_cast<PyFrameObject*>(frame.ptr());
+        if (raw == beneath) {
+            return false;
+        }
         if (isOfImportSystem(raw)) {
             return true;
         }

@@ -10,7 +10,8 @@ namespace yvm::engine {
 /// no other thread could import or fork any more.
 bool isOfImportSystem(PyFrameObject* frame);
 
-/// Whether code of the import system is `frame` or below it: it holds locks of modules that are half made.
-bool isInImport(pybind11::object frame);
+/// Whether code of the import system is `frame` or below it, down to `beneath` without that: it holds locks
+/// of modules that are half made.
+bool isInImport(pybind11::object frame, const PyFrameObject* beneath);
 
 }  // namespace yvm::engine

@@ -864,5 +864,52 @@ TEST_F(DebuggerTest, BreakingInStopsALoopThatIsBusyWithAConditionOfABreakpoint) 
     command.get();
 }
 
+const char* const slowModule =
+    "import builtins\n"            // 1
+    "print('in', flush=True)\n"    // 2
+    "while not builtins.leave:\n"  // 3
+    "    n = 1\n";                 // 4
+
+TEST_F(DebuggerTest, BreakingInStopsAModuleThatIsBeingImported) {
+    writeModule("imports_slowly", slowModule);
+    eval("import builtins; builtins.leave = False");
+    auto command = submitEval("import imports_slowly");
+    command.transcript->waitFor("in\n");
+    engine()->breakInDebugger();
+    stops->waitForCount(1);
+    EXPECT_THAT(stops->text(), testing::StartsWith("break <module>:"));
+    evalStopped("builtins.leave = True");
+    act("resume");
+    command.get();
+}
+
+TEST_F(DebuggerTest, ABreakpointIsSetInAModuleThatIsBeingImported) {
+    const auto file = writeModule("imports_into_a_breakpoint", slowModule);
+    eval("import builtins; builtins.leave = False");
+    auto command = submitEval("import imports_into_a_breakpoint");
+    command.transcript->waitFor("in\n");
+    ASSERT_EQ(set(LineBreakpoint(file, Location(4))), "");
+    stops->waitFor("breakpoint <module>:4");
+    ASSERT_EQ(clearAll(), "");
+    evalStopped("builtins.leave = True");
+    act("resume");
+    command.get();
+}
+
+TEST_F(DebuggerTest, ACommandAtAStopInsideAnImportIsPreemptedAsAnywhere) {
+    const auto file = writeModule("imports_and_stops", "here = 1\n");
+    eval("busy = True");
+    ASSERT_EQ(set(LineBreakpoint(file, Location(1))), "");
+    auto command = submitEval("import imports_and_stops");
+    stops->waitFor("breakpoint <module>:1");
+    auto busy =
+        submitEval("import __main__\nprint('in', flush=True)\nwhile __main__.busy: pass", atDebugPrompt());
+    busy.transcript->waitFor("in\n");
+    submitEval("busy = False", inMode(DequeueMode::DEQUEUE_AT_PPE)).get();
+    busy.get();
+    act("resume");
+    command.get();
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
