@@ -595,6 +595,8 @@ void DebugControl::stop(Reason reason, Frames frames, std::u16string message) {
     } else if (reason != Reason::Error && reason != Reason::Output) {
         beginStep(prompt);
     }
+    // The commands of the prompt have taken what was noted before.
+    tracing_.updateLoopsLater();
 }
 
 void DebugControl::beginStep(const DebugPrompt& prompt) {

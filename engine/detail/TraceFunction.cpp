@@ -96,6 +96,10 @@ void TraceFunction::update() {
         interpreter, need_ == Need::CodeOfInterest ? &evaluate : &_PyEval_EvalFrameDefault);
     ++generation_;
     updateLoops();
+    updateLoopsLater();
+}
+
+void TraceFunction::updateLoopsLater() noexcept {
     if (state_->tracing != 0) {
         // Python traces the loop on in which the trace function runs that this is called from. Where it
         // cannot be noted, that loop is only slower than it could be.

@@ -52,6 +52,8 @@ class TraceFunction {
     void setNeed(Need need);
     /// Other code than before is of interest.
     void codeChanged();
+    /// Lets Python's loops be looked at again when the trace function that this is called in has returned.
+    void updateLoopsLater() noexcept;
     /// Takes the place back that user code may have taken.
     void claim();
 

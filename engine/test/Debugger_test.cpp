@@ -911,5 +911,30 @@ TEST_F(DebuggerTest, ACommandAtAStopInsideAnImportIsPreemptedAsAnywhere) {
     command.get();
 }
 
+TEST_F(DebuggerTest, ALoopIsNoLongerTracedAfterAStepThatHasEndedThere) {
+    const auto file = writeModule("steps_out_of", twoFunctions);
+    ASSERT_EQ(set(LineBreakpoint(file, Location(4))), "");
+    // What Python's loop looks at: the first byte of the innermost `_PyCFrame`, to which the state of the
+    // thread points.
+    auto command = submitEval(
+        "import ctypes, steps_out_of\n"
+        "ctypes.pythonapi.PyThreadState_Get.restype = ctypes.c_void_p\n"
+        "cframe = ctypes.c_void_p.from_address(ctypes.pythonapi.PyThreadState_Get() + 56)\n"
+        "steps_out_of.first(1)\n"
+        "seen = [ctypes.c_uint8.from_address(cframe.value).value]\n"
+        "for i in range(10): pass\n"
+        "seen.append(ctypes.c_uint8.from_address(cframe.value).value)\n"
+        "print(seen)",
+        withoutControlOutput());
+    stops->waitFor("breakpoint first:4");
+    act("step_out");
+    stops->waitFor("step <module>:5");
+    act("step");
+    stops->waitFor("step <module>:6");
+    act("resume");
+    command.get();
+    EXPECT_EQ(command.transcript->text(), "[255, 0]\n");
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
