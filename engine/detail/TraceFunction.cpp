@@ -205,10 +205,14 @@ PyObject* TraceFunction::evaluate(PyThreadState* state, _PyInterpreterFrame* fra
     const auto generation = self.generation_;
     state->cframe->use_tracing = self.isOfInterest(frame->f_code) ? traced : 0;
     PyObject* const result = _PyEval_EvalFrameDefault(state, frame, throwing);
-    // The loop that ends leaves its own state to the one beneath it.
+    // The loop that ends leaves its own state to the one beneath it, which is right where it has installed a
+    // tracer or profiler of the user's.
+    if (!self.isInstalled() || state->c_profilefunc != nullptr) {
+        return result;
+    }
     if (generation == self.generation_) {
         state->cframe->use_tracing = before;
-    } else if (self.isInstalled() && state->c_profilefunc == nullptr) {
+    } else {
         state->cframe->use_tracing = self.wantsLoop(*state->cframe) ? traced : 0;
     }
     return result;

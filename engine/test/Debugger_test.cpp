@@ -936,5 +936,19 @@ TEST_F(DebuggerTest, ALoopIsNoLongerTracedAfterAStepThatHasEndedThere) {
     EXPECT_EQ(command.transcript->text(), "[255, 0]\n");
 }
 
+TEST_F(DebuggerTest, ATracerOrProfilerThatAFunctionInstallsSeesItsCaller) {
+    const auto file = writeModule("installs_tools", twoFunctions);
+    ASSERT_EQ(set(LineBreakpoint(file, Location(4))), "");
+    for (const char* tool : {"settrace", "setprofile"}) {
+        EXPECT_EQ(eval(std::string("import sys\nseen = []\n") +
+                       "def tool(frame, event, _): seen.append((frame.f_code.co_name, event))\n"
+                       "def begin(): sys." +
+                       tool + "(tool)\ndef work(): return 1\nbegin()\nwork()\nsys." + tool +
+                       "(None)\n('work', 'call') in seen"),
+                  "True\n")
+            << tool;
+    }
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
