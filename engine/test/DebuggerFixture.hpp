@@ -35,7 +35,7 @@ inline std::string placeOf(const DebuggerStoppedEvent& event) {
 class Operation {
   public:
     ylutil::debugger::Debugger::Callback<void> callback() {
-        return [promise = promise_](boost::shared_future<void> outcome) {
+        return [promise = promise_](const boost::shared_future<void>& outcome) {
             try {
                 outcome.get();
                 promise->set_value("");
