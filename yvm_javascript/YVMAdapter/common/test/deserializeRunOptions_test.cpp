@@ -58,7 +58,7 @@ class RunOptionsTest : public testing::Test, public test::ForEachVersion {
         return perVersion(R"({"commandWindowHeight":)", R"({"commandWindowColSize":)") + number + "}";
     }
     /// Members as r24a0 spells them, with the traits as the version under test does.
-    static std::string spelled(std::string members) {
+    static std::string spelled(const std::string& members) {
         return isR22a0() ? boost::replace_all_copy(members, R"("useEcho")", R"("_useEcho")") : members;
     }
 };

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace yvm::JSClient::test {
 
@@ -16,7 +17,7 @@ class ForEachVersion : public testing::WithParamInterface<ApiVersion> {
     /// The expectation of the version under test, of the two that stand side by side.
     template <typename T>
     static T perVersion(T inR22a0, T inR24a0) {
-        return isR22a0() ? inR22a0 : inR24a0;
+        return isR22a0() ? std::move(inR22a0) : std::move(inR24a0);
     }
 };
 

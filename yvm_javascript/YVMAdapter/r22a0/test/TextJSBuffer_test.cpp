@@ -27,7 +27,7 @@ constexpr std::size_t threshold = 1048576;
 
 class TextJSBufferOfR22a0Test : public testing::Test {
   protected:
-    void send(JsonObject message) {
+    void send(const JsonObject& message) {
         // A copy, since the function may replace itself.
         const auto hook = onSend;
         hook();
@@ -36,8 +36,8 @@ class TextJSBufferOfR22a0Test : public testing::Test {
 
     std::vector<Sent> sent;
     std::function<void()> onSend = [] {};
-    OpenBuffer buffer{StreamTypeEnum::Output, [this](JsonObject message) { send(std::move(message)); }};
-    OpenBuffer errBuffer{StreamTypeEnum::Error, [this](JsonObject message) { send(std::move(message)); }};
+    OpenBuffer buffer{StreamTypeEnum::Output, [this](const JsonObject& message) { send(message); }};
+    OpenBuffer errBuffer{StreamTypeEnum::Error, [this](const JsonObject& message) { send(message); }};
 };
 
 TEST_F(TextJSBufferOfR22a0Test, CollectsUntilItIsSynchronised) {
@@ -212,7 +212,7 @@ TEST_F(TextJSBufferOfR22a0Test, TextThatIsWrittenWhileItSendsIsKept) {
 
 TEST_F(TextJSBufferOfR22a0Test, ItsEndSendsNothing) {
     {
-        OpenBuffer brief(StreamTypeEnum::Output, [this](JsonObject message) { send(std::move(message)); });
+        OpenBuffer brief(StreamTypeEnum::Output, [this](const JsonObject& message) { send(message); });
         brief.write(u"a");
     }
     EXPECT_TRUE(sent.empty());
