@@ -35,7 +35,7 @@ const TypeInformation& DerivedTypeInformation<BaseEvent>::getBaseType() const {
 }
 
 const DerivedTypeInformation<BaseEvent>& DerivedTypeInformation<BaseEvent>::shared() {
-    static const DerivedTypeInformation information;
+    static const auto& information = *new DerivedTypeInformation;
     return information;
 }
 

@@ -64,9 +64,10 @@ class DerivedTypeInformation final : public TypeInformation {
 
     const TypeInformation& getBaseType() const override { return base(); }
 
-    /// The one that the events of this type share.
+    /// The one that the events of this type share. Never destroyed: threads of users fire events until the
+    /// process has ended.
     static const DerivedTypeInformation& shared() {
-        static const DerivedTypeInformation information;
+        static const auto& information = *new DerivedTypeInformation;
         return information;
     }
 
