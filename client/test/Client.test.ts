@@ -1,32 +1,18 @@
-import { afterEach, beforeEach, describe, expect, it } from "vitest";
+import { describe, expect, it } from "vitest";
 
-import { connect, ndarray, type Client, type Connection, type TextChunk } from "../src/node.js";
+import { ndarray, type Client, type Connection, type TextChunk } from "../src/node.js";
 import { failure } from "./failure.js";
-import { FakeServer } from "./FakeServer.js";
+import type { FakeServer } from "./FakeServer.js";
+import { rejection } from "./rejection.js";
+import { setUpAttached } from "./setUpAttached.js";
 
 let server: FakeServer;
 let yvm: Connection;
 let client: Client;
 
-beforeEach(async () => {
-    server = await FakeServer.start();
-    yvm = await connect(server.url, { token: "secret" });
-    client = await yvm.attach({ requestID: "c1" });
+setUpAttached((given) => {
+    ({ server, yvm, client } = given);
 });
-
-afterEach(async () => {
-    await yvm.disconnect();
-    await server.stop();
-});
-
-async function rejection(promise: PromiseLike<unknown>): Promise<unknown> {
-    try {
-        await promise;
-    } catch (error) {
-        return error;
-    }
-    throw new Error("it did not reject");
-}
 
 describe("eval", () => {
     it("publishes the command with its text connected to the request", async () => {

@@ -1,7 +1,6 @@
-import { afterEach, beforeEach, describe, expect, it } from "vitest";
+import { describe, expect, it } from "vitest";
 
 import {
-    connect,
     UnsupportedError,
     type Breakpoint,
     type Client,
@@ -10,7 +9,8 @@ import {
     type EventName,
 } from "../src/node.js";
 import { failure } from "./failure.js";
-import { FakeServer } from "./FakeServer.js";
+import type { FakeServer } from "./FakeServer.js";
+import { setUpAttached } from "./setUpAttached.js";
 
 const prefix = "/yvm/c1";
 
@@ -18,15 +18,8 @@ let server: FakeServer;
 let yvm: Connection;
 let client: Client;
 
-beforeEach(async () => {
-    server = await FakeServer.start();
-    yvm = await connect(server.url, { token: "secret" });
-    client = await yvm.attach({ requestID: "c1" });
-});
-
-afterEach(async () => {
-    await yvm.disconnect();
-    await server.stop();
+setUpAttached((given) => {
+    ({ server, yvm, client } = given);
 });
 
 /** The next request on a channel below the prefix: its keys, and what answers it. */

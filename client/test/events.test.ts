@@ -1,8 +1,9 @@
-import { afterEach, beforeEach, describe, expect, it } from "vitest";
+import { beforeEach, describe, expect, it } from "vitest";
 
-import { connect, type Client, type Connection, type EventSubscription } from "../src/node.js";
+import type { Client, Connection, EventSubscription } from "../src/node.js";
 import { failure } from "./failure.js";
-import { FakeServer } from "./FakeServer.js";
+import type { FakeServer } from "./FakeServer.js";
+import { setUpAttached } from "./setUpAttached.js";
 
 const prefix = "/yvm/c1";
 const progressName = "yvm::ProgressEvent";
@@ -20,10 +21,8 @@ let server: FakeServer;
 let yvm: Connection;
 let client: Client;
 
-beforeEach(async () => {
-    server = await FakeServer.start();
-    yvm = await connect(server.url, { token: "secret" });
-    client = await yvm.attach({ requestID: "c1" });
+setUpAttached((given) => {
+    ({ server, yvm, client } = given);
     server.onPublish = (channel, data) => {
         server.answerAttach(channel, data);
         for (const name of ["subscribeEvent", "disconnectEvent"]) {
@@ -32,11 +31,6 @@ beforeEach(async () => {
             }
         }
     };
-});
-
-afterEach(async () => {
-    await yvm.disconnect();
-    await server.stop();
 });
 
 function fire(requestID: unknown, eventData: unknown): void {

@@ -1,10 +1,11 @@
 import { getEventListeners } from "node:events";
 
-import { afterEach, beforeEach, describe, expect, it } from "vitest";
+import { describe, expect, it } from "vitest";
 
-import { connect, type Client, type ClientOutput, type Connection, type TextChunk } from "../src/node.js";
+import type { Client, ClientOutput, Connection, TextChunk } from "../src/node.js";
 import { failure } from "./failure.js";
-import { FakeServer } from "./FakeServer.js";
+import type { FakeServer } from "./FakeServer.js";
+import { setUpAttached } from "./setUpAttached.js";
 
 const sinks = "/yvm/c1/yvmSinks";
 const reverted = { outSinkTraits: null, errSinkTraits: null };
@@ -13,21 +14,14 @@ let server: FakeServer;
 let yvm: Connection;
 let client: Client;
 
-beforeEach(async () => {
-    server = await FakeServer.start();
-    yvm = await connect(server.url, { token: "secret" });
-    client = await yvm.attach({ requestID: "c1" });
+setUpAttached((given) => {
+    ({ server, yvm, client } = given);
     server.onPublish = (channel, data) => {
         server.answerAttach(channel, data);
         if (channel === `${sinks}/request`) {
             server.push(`${sinks}/response`, { requestID: data["requestID"] });
         }
     };
-});
-
-afterEach(async () => {
-    await yvm.disconnect();
-    await server.stop();
 });
 
 /** What was asked of the sink service so far, without the identifiers. */

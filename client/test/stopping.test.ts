@@ -1,24 +1,18 @@
 import { getEventListeners, setMaxListeners } from "node:events";
 
-import { afterEach, beforeEach, describe, expect, it } from "vitest";
+import { describe, expect, it } from "vitest";
 
 import { AbortedError, connect, type Client, type Connection } from "../src/node.js";
 import { failure } from "./failure.js";
 import { FakeServer } from "./FakeServer.js";
+import { setUpAttached } from "./setUpAttached.js";
 
 let server: FakeServer;
 let yvm: Connection;
 let client: Client;
 
-beforeEach(async () => {
-    server = await FakeServer.start();
-    yvm = await connect(server.url, { token: "secret" });
-    client = await yvm.attach({ requestID: "c1" });
-});
-
-afterEach(async () => {
-    await yvm.disconnect();
-    await server.stop();
+setUpAttached((given) => {
+    ({ server, yvm, client } = given);
 });
 
 async function abortionOf(promise: PromiseLike<unknown>): Promise<AbortedError> {

@@ -14,6 +14,7 @@ import {
     type YdaInput,
 } from "../src/node.js";
 import { FakeServer } from "./FakeServer.js";
+import { rejection } from "./rejection.js";
 
 let server: FakeServer;
 let yvm: Connection;
@@ -31,15 +32,6 @@ afterEach(async () => {
 async function attach(apiVersion: ApiVersion): Promise<Client> {
     server.apiVersion = apiVersion;
     return yvm.attach({ requestID: "c1" });
-}
-
-async function rejection(promise: PromiseLike<unknown>): Promise<Error> {
-    try {
-        await promise;
-    } catch (error) {
-        return error as Error;
-    }
-    throw new Error("it did not reject");
 }
 
 function publishedOn(channel: string): Record<string, unknown>[] {

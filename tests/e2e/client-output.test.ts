@@ -1,6 +1,7 @@
 import { describe, expect, it } from "vitest";
-import type { Client, ClientOutput, Connection } from "yvm-client";
+import type { Client, Connection } from "yvm-client";
 
+import { readUntil } from "./readUntil.js";
 import { setUpClient } from "./setUpClient.js";
 
 /** What the client package makes of text: the real client, the real server. */
@@ -11,19 +12,6 @@ let client: Client;
 setUpClient((given) => {
     ({ yvm, client } = given);
 });
-
-/** Reads until the text, of both streams, ends with `end`. */
-async function readUntil(output: ClientOutput, end: string): Promise<string> {
-    let text = "";
-    while (!text.endsWith(end)) {
-        const { value } = await output.next();
-        if (!value) {
-            throw new Error(`the output ended after ${JSON.stringify(text)}`);
-        }
-        text += value.text;
-    }
-    return text;
-}
 
 describe("a command's text", () => {
     it("is streamed whole, in order, before the command has ended", async () => {

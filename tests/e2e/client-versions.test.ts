@@ -10,6 +10,7 @@ import {
 } from "yvm-client";
 
 import { Gate } from "./Gate.js";
+import { readUntil } from "./readUntil.js";
 import { setUpClient } from "./setUpClient.js";
 
 /** The same calls of the client package with both versions of the protocol, on the real server. */
@@ -183,16 +184,3 @@ describe("with r22a0", () => {
         await again.close();
     });
 });
-
-/** Reads until the text, of both streams, ends with `end`. */
-async function readUntil(output: ClientOutput, end: string): Promise<string> {
-    let text = "";
-    while (!text.endsWith(end)) {
-        const { value } = await output.next();
-        if (!value) {
-            throw new Error(`the output ended after ${JSON.stringify(text)}`);
-        }
-        text += value.text;
-    }
-    return text;
-}
