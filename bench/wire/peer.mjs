@@ -109,15 +109,23 @@ export async function connect(server) {
         `?session_id=${sessionId}&token=${token}`;
     const socket = await openSocket(channelsOf(session), [subprotocol]);
     const requests = new Map();
+    let onDebugEvent;
     socket.on("message", (frame) => {
         const message = decoder(frame);
+        if (onDebugEvent !== undefined && message.header().msg_type === "debug_event") {
+            onDebugEvent(message.content());
+            return;
+        }
         const request = requests.get(message.parent().msg_id);
         if (request === undefined) {
             return;
         }
         // In either order: the kernel sends the reply and its output on two sockets.
         const type = message.header().msg_type;
-        if (type === "execute_reply") {
+        if (type === "debug_reply") {
+            requests.delete(message.parent().msg_id);
+            request.resolve(message.content());
+        } else if (type === "execute_reply") {
             const content = message.content();
             if (content.status !== "ok") {
                 requests.delete(message.parent().msg_id);
@@ -136,35 +144,49 @@ export async function connect(server) {
             request.resolve(request.output);
         }
     });
+    const send = (channel, msg_type, content, request) => {
+        const msg_id = `bench${++lastMessageId}`;
+        requests.set(msg_id, request);
+        const header = {
+            msg_id,
+            msg_type,
+            username: "bench",
+            session,
+            date: new Date().toISOString(),
+            version: "5.3",
+        };
+        socket.send(encode(channel, header, {}, {}, content));
+    };
     /** The output of code that has exactly one. `onText` is told each text that it prints. */
     const execute = (code, onText) =>
         new Promise((resolve, reject) => {
-            const msg_id = `bench${++lastMessageId}`;
-            requests.set(msg_id, { resolve, reject, onText, replied: false, output: undefined });
-            socket.send(
-                encode(
-                    "shell",
-                    {
-                        msg_id,
-                        msg_type: "execute_request",
-                        username: "bench",
-                        session,
-                        date: new Date().toISOString(),
-                        version: "5.3",
-                    },
-                    {},
-                    {},
-                    {
-                        code,
-                        silent: false,
-                        store_history: false,
-                        user_expressions: {},
-                        allow_stdin: false,
-                        stop_on_error: false,
-                    },
-                ),
-            );
+            const content = {
+                code,
+                silent: false,
+                store_history: false,
+                user_expressions: {},
+                allow_stdin: false,
+                stop_on_error: false,
+            };
+            send("shell", "execute_request", content, {
+                resolve,
+                reject,
+                onText,
+                replied: false,
+                output: undefined,
+            });
         });
+    /** The body of the answer to a request of the Debug Adapter Protocol. */
+    const askDebugger = async (command, args) => {
+        const content = { type: "request", seq: ++lastMessageId, command, arguments: args };
+        const { success, body, message } = await new Promise((resolve, reject) =>
+            send("control", "debug_request", content, { resolve, reject }),
+        );
+        if (!success) {
+            throw new Error(`${command}: ${message}`);
+        }
+        return body;
+    };
     const evaluate = async (code) => (await execute(code))["text/plain"];
     return {
         eval: evaluate,
@@ -197,6 +219,54 @@ export async function connect(server) {
             if (!answer.ok) {
                 throw new Error(`${name} did not interrupt: ${answer.status}`);
             }
+        },
+        /**
+         * What measures of the debugger need, in the order of its own front end. `onStop` is called at each
+         * stop; `prepare` gives what sets a breakpoint in code with that text.
+         */
+        async openDebugger() {
+            await askDebugger("initialize", {
+                clientID: "bench",
+                adapterID: "",
+                pathFormat: "path",
+                linesStartAt1: true,
+                columnsStartAt1: true,
+                supportsVariableType: true,
+                supportsVariablePaging: true,
+                supportsRunInTerminalRequest: true,
+            });
+            await askDebugger("attach", {});
+            await askDebugger("configurationDone", {});
+            let source;
+            let threadId;
+            const setBreakpoints = (...lines) =>
+                askDebugger("setBreakpoints", {
+                    source,
+                    breakpoints: lines.map((line) => ({ line })),
+                    sourceModified: false,
+                });
+            const debug = {
+                onStop: undefined,
+                async lineOfStop() {
+                    const { stackFrames } = await askDebugger("stackTrace", { threadId });
+                    return stackFrames[0].line;
+                },
+                async prepare(code) {
+                    const { sourcePath } = await askDebugger("dumpCell", { code });
+                    source = { path: sourcePath };
+                    return (line) => setBreakpoints(line);
+                },
+                step: () => askDebugger("next", { threadId }),
+                resume: () => askDebugger("continue", { threadId }),
+                clear: () => setBreakpoints(),
+            };
+            onDebugEvent = ({ event, body }) => {
+                if (event === "stopped") {
+                    ({ threadId } = body);
+                    debug.onStop();
+                }
+            };
+            return debug;
         },
         /** Ids of the server and its kernel. To be asked before a measurement that may fail, and outside what is
          *  timed: from then on the kernel cannot outlive this process. */

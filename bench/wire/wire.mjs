@@ -3,13 +3,14 @@
 // all of them in turns, so that none has the machine to itself at a better time. Every answer is checked: a wrong
 // one ends the run with an error. A missed goal does not, it is printed.
 //
-//   YVM_BUILD_DIR=build/bench node bench/wire/wire.mjs [round-trip] [pipeline] [doubles] [stop] [output] [figure] [start] [sessions] [versions]
+//   YVM_BUILD_DIR=build/bench node bench/wire/wire.mjs [round-trip] [pipeline] [doubles] [stop] [output] [figure] [debugger] [start] [sessions] [versions]
 
 import { readFileSync } from "node:fs";
 import { cpus, loadavg } from "node:os";
 
 import * as bare from "./bare.mjs";
 import * as cometd from "./cometd.mjs";
+import { measureDebugger } from "./debugger.mjs";
 import { measureFigures } from "./figure.mjs";
 import * as peer from "./peer.mjs";
 import {
@@ -727,7 +728,7 @@ async function printMachine(peerSide) {
     );
 }
 
-const besidePeer = ["round-trip", "pipeline", "doubles", "stop", "output", "figure"];
+const besidePeer = ["round-trip", "pipeline", "doubles", "stop", "output", "figure", "debugger"];
 const known = [...besidePeer, "start", "sessions", "versions"];
 const parts = process.argv.length > 2 ? process.argv.slice(2) : known;
 const unknown = parts.find((part) => !known.includes(part));
@@ -761,6 +762,9 @@ if (parts.includes("output")) {
 if (parts.includes("figure")) {
     heading("a figure of 640x480, from the last line of its command to the image decoded in Chromium");
     await measureFigures(inTurns, ours, peerSide);
+}
+if (parts.includes("debugger")) {
+    await measureDebugger(inTurns, [ours, peerSide]);
 }
 // The rest starts servers of its own, and is not to share the machine with these.
 if (isBesidePeer) {

@@ -24,6 +24,7 @@ export async function connect(server, apiVersion = "r24a0") {
     const requests = new Map();
     /** Takes text that belongs to no request in flight. */
     let onOtherText;
+    let onEvent;
 
     socket.on("message", (data) => {
         for (const message of JSON.parse(data)) {
@@ -35,6 +36,10 @@ export async function connect(server, apiVersion = "r24a0") {
         }
     });
     function handleEvent({ channel, data }) {
+        if (channel.endsWith("/event/fireEvent")) {
+            onEvent(data.eventData);
+            return;
+        }
         const request = requests.get(data.requestID);
         if (!channel.endsWith("/response") || channel === sharedText) {
             if (request === undefined) {
@@ -164,6 +169,47 @@ export async function connect(server, apiVersion = "r24a0") {
         interrupt: () => request(`${channelPrefix}/interrupt/request`, {}),
         cancelGroup: (requestGroupNametoCancel) =>
             request(`${channelPrefix}/cancelGroup/request`, { requestGroupNametoCancel }),
+        /**
+         * What measures of the debugger need. `onStop` is called at each stop; `prepare` gives what sets a breakpoint
+         * in the next command with that text.
+         */
+        async openDebugger() {
+            const feval = async (name, dequeueMode, ...rhsArgs) => {
+                const { data } = await request(`${channelPrefix}/feval/request`, {
+                    function: `yvm.debug.${name}`,
+                    numOutputsExpected: rhsArgs.length,
+                    rhsArgs: rhsArgs.map((argument) => JSON.stringify(argument)),
+                    runOptions: { ...runOptions, dequeueMode },
+                });
+                return data.result[0];
+            };
+            const change = (kind, breakpoint) =>
+                request(`${channelPrefix}/${kind}LineBreakpoint/request`, { breakpoint });
+            let breakpoint;
+            let line;
+            const debug = {
+                onStop: undefined,
+                lineOfStop: () => line,
+                async prepare(command) {
+                    const fileName = await feval("name_command", "DEQUEUE_AT_PROMPT", command);
+                    return (lineNumber) => {
+                        breakpoint = { fileName, location: { lineNumber } };
+                        return change("set", breakpoint);
+                    };
+                },
+                step: () => feval("step", "DEQUEUE_AT_DEBUG_PROMPT"),
+                resume: () => feval("resume", "DEQUEUE_AT_DEBUG_PROMPT"),
+                clear: () => change("clear", breakpoint),
+            };
+            onEvent = ({ stackFrames }) => {
+                line = stackFrames.at(-1).lineNumber;
+                debug.onStop();
+            };
+            await request(`${channelPrefix}/subscribeEvent/request`, {
+                eventName: "yvm::DebuggerStoppedEvent",
+            });
+            return debug;
+        },
         /** The socket is not read while it is paused. */
         pause: () => socket.pause(),
         resume: () => socket.resume(),
