@@ -207,6 +207,7 @@ void DebugControl::commandBegins() {
 }
 
 void DebugControl::commandEnds(const Command& command) {
+    std::erase_if(entered_, [&command](const Call& call) { return call.command == &command; });
     if (step_ && step_->command.get() == &command) {
         step_.reset();
         updateNeed();
@@ -393,13 +394,13 @@ bool DebugControl::onCall(PyFrameObject* frame) {
     const auto [opcode, argument] = instructionOf(frame);
     if (plan != nullptr && !(plan->atEntry.empty() && plan->atFileEntry.empty()) && opcode == RESUME &&
         (argument & 3) == 0) {
-        entered_ = frame;
+        entered_.push_back({CommandScope::current().get(), frame});
     }
     return false;
 }
 
 bool DebugControl::onLine(PyFrameObject* frame) {
-    const bool isEntry = std::exchange(entered_, nullptr) == frame;
+    const bool isEntry = takeEntry(frame);
     const auto code = codeOf(frame);
     const bool mayHaveBreakpoints = breakpoints_.hasPlaces() && tracing_.isOfInterest(raw(code));
     const bool mayEndStep =
@@ -426,6 +427,10 @@ bool DebugControl::onLine(PyFrameObject* frame) {
         return true;
     }
     return false;
+}
+
+bool DebugControl::takeEntry(const PyFrameObject* frame) {
+    return std::erase_if(entered_, [frame](const Call& call) { return call.frame == frame; }) > 0;
 }
 
 bool DebugControl::entersFile(PyFrameObject* frame, const py::object& code) {
@@ -470,6 +475,7 @@ bool DebugControl::holds(const PlacedBreakpoint& breakpoint, PyFrameObject* fram
 }
 
 void DebugControl::onReturn(PyFrameObject* frame, PyObject* value) {
+    takeEntry(frame);
     if (!step_ || step_->frame.ptr() != reinterpret_cast<PyObject*>(frame)) {
         return;
     }

@@ -135,6 +135,11 @@ class DebugControl final : public TraceFunction::Client {
         pybind11::object frame;
     };
 
+    struct Call {
+        const Command* command;
+        const PyFrameObject* frame;  ///< only compared
+    };
+
     /// Keeps code that the debugger itself runs from being stopped.
     class OwnWork;
     /// The same, and from being interrupted: the interrupt waits for the code that it is meant for.
@@ -149,6 +154,8 @@ class DebugControl final : public TraceFunction::Client {
     void onReturn(PyFrameObject* frame, PyObject* value);
     bool onException(PyFrameObject* frame, PyObject* exception);
 
+    /// Whether it is the frame of a call whose first line was still to come.
+    bool takeEntry(const PyFrameObject* frame);
     static bool entersFile(PyFrameObject* frame, const pybind11::object& code);
     /// Whether one of them holds; `message` tells of conditions that fail.
     bool holds(const PlacedBreakpoints& breakpoints, PyFrameObject* frame, std::u16string& message);
@@ -169,8 +176,9 @@ class DebugControl final : public TraceFunction::Client {
     TraceFunction tracing_;
     std::vector<DebugPrompt*> prompts_;  ///< innermost last
     std::optional<Step> step_;
-    /// The frame of a call whose first line is still to come, only compared.
-    const PyFrameObject* entered_ = nullptr;
+    /// The calls whose first line is still to come. Python looks at its signals between the two: their
+    /// handlers may run there, and commands of a pre-emption point.
+    std::vector<Call> entered_;
     int ownWork_ = 0;
     int busy_ = 0;
 };

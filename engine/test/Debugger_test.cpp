@@ -950,5 +950,22 @@ TEST_F(DebuggerTest, ATracerOrProfilerThatAFunctionInstallsSeesItsCaller) {
     }
 }
 
+TEST_F(DebuggerTest, EachCallMeetsTheBreakpointOnItsFunctionWhateverPreemptsIt) {
+    const auto file =
+        writeModule("preempted_calls", "hits = []\ndef f():\n    return 1\ndef g():\n    return 2\n");
+    eval("import preempted_calls as m; m.hits.clear()");
+    ASSERT_EQ(set(LineBreakpoint(file, Location("f"), u"hits.append(1)")), "");
+    ASSERT_EQ(set(LineBreakpoint(file, Location("g"), u"False")), "");
+    // Has all code traced, that of the queries as well.
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::CaughtError, "NoSuchError")), "");
+    auto command = submitEval("for _ in range(10_000): m.f()");
+    while (!command.isDone()) {
+        submitEval("m.g();", inMode(DequeueMode::DEQUEUE_AT_PPE)).get();
+    }
+    command.get();
+    EXPECT_EQ(eval("len(m.hits)"), "10000\n");
+    EXPECT_EQ(stops->text(), "");
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
