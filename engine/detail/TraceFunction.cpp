@@ -74,6 +74,12 @@ void TraceFunction::claim() {
     }
 }
 
+void TraceFunction::reclaim() {
+    if (need_ != Need::Nothing && state_->c_tracefunc == nullptr && state_->tracing == 0) {
+        update();
+    }
+}
+
 void TraceFunction::insist(const Command& command) {
     insistent_.push_back(&command);
     update();
@@ -93,7 +99,7 @@ void TraceFunction::update() {
     }
     auto* const interpreter = PyThreadState_GetInterpreter(state_);
     _PyInterpreterState_SetEvalFrameFunc(
-        interpreter, need_ == Need::CodeOfInterest ? &evaluate : &_PyEval_EvalFrameDefault);
+        interpreter, need_ == Need::Nothing ? &_PyEval_EvalFrameDefault : &evaluate);
     ++generation_;
     updateLoops();
     updateLoopsLater();
@@ -196,15 +202,20 @@ PyObject* TraceFunction::evaluate(PyThreadState* state, _PyInterpreterFrame* fra
         return nullptr;
     }
     TraceFunction& self = *attached;
+    if (state != self.state_) {
+        return _PyEval_EvalFrameDefault(state, frame, throwing);
+    }
+    self.reclaim();
     // A profiler wants all code. While code of a trace function runs, none is traced.
-    if (state != self.state_ || !self.isInstalled() || state->c_profilefunc != nullptr ||
-        state->tracing != 0) {
+    if (!self.isInstalled() || state->c_profilefunc != nullptr || state->tracing != 0) {
         return _PyEval_EvalFrameDefault(state, frame, throwing);
     }
     const auto before = state->cframe->use_tracing;
     const auto generation = self.generation_;
-    state->cframe->use_tracing = self.isOfInterest(frame->f_code) ? traced : 0;
+    const bool isWanted = self.need_ == Need::AllCode || self.isOfInterest(frame->f_code);
+    state->cframe->use_tracing = isWanted ? traced : 0;
     PyObject* const result = _PyEval_EvalFrameDefault(state, frame, throwing);
+    self.reclaim();
     // The loop that ends leaves its own state to the one beneath it, which is right where it has installed a
     // tracer or profiler of the user's.
     if (!self.isInstalled() || state->c_profilefunc != nullptr) {

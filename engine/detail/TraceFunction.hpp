@@ -19,7 +19,8 @@ class Command;
 /// only some code is of interest, each call of a function decides whether its frame is traced, by an own
 /// function to evaluate frames: other code runs at its full speed, save that calls take Python's longer way.
 ///
-/// A trace function that user code installs while this one is needed takes its place until `claim`.
+/// A trace function that user code installs while this one is needed takes its place until `claim`. Where it
+/// only removes what is there, this one is back at the next call of a function in Python, or return.
 ///
 /// There is one in a process. On the engine thread with the GIL held, save where said otherwise.
 class TraceFunction {
@@ -71,6 +72,8 @@ class TraceFunction {
 
     void update();
     bool isInstalled() const noexcept;
+    /// Takes the place that user code has left empty: it may only have meant its own.
+    void reclaim();
     void install();
     void uninstall();
     /// Whether the interpreter's loop that has this frame on top is to trace its frames.

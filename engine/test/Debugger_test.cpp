@@ -967,5 +967,39 @@ TEST_F(DebuggerTest, EachCallMeetsTheBreakpointOnItsFunctionWhateverPreemptsIt) 
     EXPECT_EQ(stops->text(), "");
 }
 
+TEST_F(DebuggerTest, AProgramThatSwitchesTracingOffLeavesBreakpointsAndStepsWhereTheyAre) {
+    const auto file = writeModule("goes_untraced",
+                                  "import sys\n"                   // 1
+                                  "def untraced():\n"              // 2
+                                  "    before = sys.gettrace()\n"  // 3
+                                  "    sys.settrace(None)\n"       // 4
+                                  "    sys.settrace(before)\n"     // 5
+                                  "def traced(): return 6\n"       // 6
+                                  "def outer():\n"                 // 7
+                                  "    untraced()\n"               // 8
+                                  "    return traced()\n");        // 9
+    eval("import goes_untraced as m");
+    ASSERT_EQ(set(LineBreakpoint(file, Location(6))), "");
+    for (const auto& [source, place] :
+         {std::pair{"m.untraced()\nm.traced();", "breakpoint traced:6"},
+          std::pair{"import sys\nsys.settrace(None)\nm.traced();", "breakpoint traced:6"}}) {
+        const std::size_t before = stops->all().size();
+        auto command = submitEval(source);
+        stops->waitForCount(before + 1);
+        EXPECT_EQ(stops->all().back(), place) << source;
+        act("resume");
+        command.get();
+    }
+    ASSERT_EQ(clearAll(), "");
+    ASSERT_EQ(set(LineBreakpoint(file, Location(8))), "");
+    auto command = submitEval("m.outer();");
+    stops->waitFor("breakpoint outer:8");
+    act("step");
+    stops->waitFor("step outer:9");
+    act("resume");
+    command.get();
+    EXPECT_EQ(eval("sys.gettrace()"), "");
+}
+
 }  // namespace
 }  // namespace yvm::engine::test
