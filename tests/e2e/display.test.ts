@@ -112,6 +112,15 @@ describe("figures", () => {
         await other.disconnect();
     });
 
+    it("that were closed come again when a later command plots into them, and take in nothing else", async () => {
+        await subscribe(VALUE);
+        const widths = async (command: string) =>
+            (await run(command)).map((item) => width(bundle(item).data["image/png"]));
+        await run("import matplotlib.pyplot as plt\nfigure, axes = plt.subplots(figsize=(2, 1))");
+        expect(await widths("plt.sca(axes); plt.plot([2, 1]);")).toEqual([200]);
+        expect(await widths("plt.plot([1]);")).toEqual([640]);
+    });
+
     it("come as SVG on demand", async () => {
         const [figure] = await take("import yvm\nyvm.figure_format('svg')\nplt.plot([1]);");
         await run("yvm.figure_format('png');");

@@ -132,3 +132,16 @@ def test_a_value_whose_media_types_raise_the_interrupt_is_not_half_shown(capsys,
         _display.display_hook(Slow())
     assert capsys.readouterr().out == ""
     assert native.told_values == []
+
+
+def test_a_value_of_a_type_that_cannot_be_hashed_is_shown(capsys):
+    class Meta(type):
+        def __eq__(self, other):
+            return True
+
+    class Odd(metaclass=Meta):
+        def __repr__(self):
+            return "odd"
+
+    _display.display_hook(Odd())
+    assert capsys.readouterr().out == "odd\n"

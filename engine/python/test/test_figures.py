@@ -70,6 +70,35 @@ def test_a_figure_can_be_displayed_when_it_has_been_closed(native):
     assert len(set(images(native))) == 2
 
 
+@pytest.mark.parametrize("take_up", [lambda axes: plt.sca(axes), lambda axes: plt.figure(axes.figure)])
+def test_a_closed_figure_that_is_plotted_into_again_is_sent_and_closed_again(native, take_up):
+    figure, axes = plt.subplots()
+    _figures.end_command(True)
+    native.command = "another command"
+    plt.figure(figsize=(1, 1)).text(0, 0, "of the same number")
+    take_up(axes)
+    plt.plot([1, 2])
+    assert plt.gcf() is figure
+    _figures.end_command(True)
+    assert [metadata["image/png"]["width"] for _, metadata in native.told_values] == [640, 100, 640]
+    assert len(set(images(native))) == 3
+    assert plt.get_fignums() == [] == _figures.opened
+    take_up(axes)
+    plt.plot([2, 1])
+    plt.show()
+    assert len(native.told_values) == 4
+    assert plt.get_fignums() == []
+
+
+def test_a_closed_figure_is_taken_up_by_those_who_may_draw_only(native):
+    _, axes = plt.subplots()
+    _figures.end_command(True)
+    native.forbidden = ("figures",)
+    with pytest.raises(RuntimeError, match="may not draw figures"):
+        plt.sca(axes)
+    assert plt.get_fignums() == [] == _figures.opened
+
+
 def test_show_sends_and_closes(native):
     plt.plot([1])
     plt.show()

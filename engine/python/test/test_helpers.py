@@ -59,6 +59,30 @@ def test_who_describes_variables(workspace):
     assert described[2]["callable"] is True
 
 
+class Proxy:
+    """Of something that is not there."""
+
+    @property
+    def __class__(self):
+        raise RuntimeError("there is nothing behind this proxy")
+
+
+def test_a_proxy_keeps_no_helper_from_its_answer(workspace):
+    workspace.update(proxy=Proxy(), other=1)
+    assert [(entry["name"], entry["type"]) for entry in yvm.who()] == [("other", "int"), ("proxy", "Proxy")]
+    assert yvm.inspect("proxy")["type"] == "Proxy"
+    assert yvm.inspect("proxy.nothing") == {"found": False}
+    assert "proxy" in yvm.complete("pro")["matches"]
+    assert "proxy.mro" not in yvm.complete("proxy.mr")["matches"]
+
+
+def test_the_values_of_the_workspace_are_described_with_their_texts(workspace):
+    workspace.update(b=[1], a="text", module=sys)
+    described = _helpers.describe_values(None)
+    assert [(entry["name"], entry["text"]) for entry in described] == [("a", "'text'"), ("b", "[1]")]
+    assert _helpers.describe_values({"x": 1})[0]["text"] == "1"
+
+
 def test_reset_leaves_what_python_needs(workspace):
     workspace.update(a=1, _b=2, sys=sys)
     assert yvm.reset() == 3

@@ -131,3 +131,30 @@ def test_a_table_of_pandas_is_html_and_text():
     assert data.keys() == {"text/plain", "text/html"}
     assert "<table" in data["text/html"] and "<td>2</td>" in data["text/html"]
     assert metadata == {}
+
+
+def test_an_object_that_raises_for_each_attribute_is_its_text_and_told_once(capsys):
+    class Unbound:
+        def __getattr__(self, name):
+            raise RuntimeError("there is nothing behind this proxy")
+
+        @property
+        def __class__(self):
+            raise RuntimeError("there is nothing behind this proxy")
+
+    assert _media.bundle(Unbound(), "text") == ({"text/plain": "text"}, {})
+    assert capsys.readouterr().err.count("nothing behind this proxy\n") == 1
+
+
+def test_an_object_of_a_type_that_cannot_be_hashed_is_its_text():
+    class Meta(type):
+        def __eq__(self, other):
+            return True
+
+    class Odd(metaclass=Meta):
+        __module__ = []
+
+        def _repr_html_(self):
+            return "<b>odd</b>"
+
+    assert _media.bundle(Odd(), "text") == ({"text/html": "<b>odd</b>", "text/plain": "text"}, {})

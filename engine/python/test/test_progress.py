@@ -1,4 +1,6 @@
 import threading
+from decimal import Decimal
+from fractions import Fraction
 
 import pytest
 from yvm import _progress
@@ -131,3 +133,62 @@ def test_what_makes_no_sense_is_refused():
             _progress.progress([], total=total)
     with pytest.raises(TypeError, match="without something to loop over"):
         list(_progress.progress(total=3))
+
+
+def test_a_bar_that_is_begun_again_is_another(clock, native):
+    bar = _progress.progress("ab")
+    for _ in range(2):
+        for _ in bar:
+            pass
+    first, first_end, second, second_end = native.told_progress
+    assert first[0] == first_end[0] != second[0] == second_end[0]
+    assert told(native)[:2] == told(native)[2:]
+    with bar:
+        pass
+    assert told(native)[-1] == ("", 0.0, 2.0, None, None, True)
+
+
+def test_what_is_done_behind_the_end_is_not_told(clock, native):
+    with _progress.progress(total=2) as bar:
+        bar.update()
+    count = len(native.told_progress)
+    clock.now += 1
+    bar.update()
+    bar.close()
+    assert bar.done == 2
+    assert len(native.told_progress) == count
+
+
+def test_a_length_beyond_what_can_be_told_is_unknown(clock, native):
+    for _ in _progress.progress(range(10**30)):
+        break
+    assert [event[2] for event in told(native)] == [None, None]
+
+
+def test_any_kind_of_number_may_be_done(clock, native):
+    with _progress.progress(total=Fraction(3, 2)) as bar:
+        clock.now += 1
+        bar.update(Fraction(1, 2))
+    assert told(native)[1] == ("", 0.5, 1.5, 0.5, 2.0, False)
+    with _progress.progress(total=Decimal(2)) as bar:
+        clock.now += 1
+        bar.update(Decimal(1))
+    assert told(native)[4] == ("", 1.0, 2.0, 1.0, 1.0, False)
+
+
+@pytest.mark.parametrize("total", [-1, float("nan"), float("inf"), "3", 1j, [], pytest.param(10**400, id="huge")])
+def test_a_total_that_is_no_amount_is_refused_whenever_it_is_set(clock, native, total):
+    bar = _progress.progress(total=1)
+    words = f"the total of a progress is {total!r}: zero, a positive number or None is accepted"
+    for set_total in (lambda: _progress.progress(total=total), lambda: setattr(bar, "total", total)):
+        with pytest.raises(ValueError) as refusal:
+            set_total()
+        assert str(refusal.value) == words
+    assert bar.total == 1
+
+
+def test_a_label_that_is_no_text_is_refused_whenever_it_is_set(clock, native):
+    bar = _progress.progress(label="mine")
+    with pytest.raises(TypeError, match="the label of a progress is a int: a str is accepted"):
+        bar.label = 5
+    assert bar.label == "mine"

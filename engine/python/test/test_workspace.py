@@ -80,3 +80,28 @@ def test_what_changed_while_nobody_listened_is_not_told(changes, workspace):
     _workspace.forget()
     workspace["b"] = 2
     assert changes("c = 3") == [(["c"], [], [])]
+
+
+ODD = {
+    "of a type that cannot be hashed": """
+class Meta(type):
+    def __eq__(self, other): return True
+class Odd(metaclass=Meta): pass
+odd = Odd()
+""",
+    "of a class that is not told": """
+class Odd:
+    @property
+    def __class__(self): raise RuntimeError("there is nothing behind this proxy")
+odd = Odd()
+""",
+}
+
+
+@pytest.mark.parametrize("source", ODD.values(), ids=ODD.keys())
+def test_an_odd_value_keeps_no_other_from_being_told(changes, source):
+    appeared = changes(source)[0][0]
+    assert "odd" in appeared
+    assert changes("x = 1") == [(["x"], [], [])]
+    assert changes("odd = Odd()") == [([], ["odd"], [])]
+    assert changes("del odd") == [([], [], ["odd"])]

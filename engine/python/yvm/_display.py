@@ -9,8 +9,9 @@ import numpy
 from yvm import _media
 from yvm._window import columns_for_arrays
 
-# Whose representation has no array in it, and one line.
-_PLAIN_TYPES = frozenset((bool, int, float, complex, str, bytes))
+# Whose representation has no array in it, and one line. By identity, as a type may hash and compare as its
+# metaclass likes.
+_PLAIN_TYPES = frozenset(map(id, (bool, int, float, complex, str, bytes)))
 
 # Of the last value that was displayed in pages, the lines that were not shown yet.
 _rest = []
@@ -51,7 +52,7 @@ def install():
 
 def _show(value):
     wanted = _yvm.wants_values()
-    if type(value) in _PLAIN_TYPES:
+    if id(type(value)) in _PLAIN_TYPES:
         text = repr(value)
         paged = False
     else:

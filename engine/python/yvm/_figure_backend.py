@@ -9,13 +9,20 @@ from yvm import _figures
 
 
 class FigureManager(FigureManagerBase):
-    """An open figure of pyplot, and the command that opened it."""
+    """A figure of pyplot, and the command that opened it."""
 
     def __init__(self, canvas, num):
+        # Before there is anything of it.
         _figures.check_allowed()
         super().__init__(canvas, num)
-        self.command = _yvm.current_command()
-        _figures.opened.append(self)
+        self.open()
+
+    def open(self):
+        """Called for each figure that becomes pyplot's current one, which may have been closed before."""
+        if self not in _figures.opened:
+            _figures.check_allowed()
+            self.command = _yvm.current_command()
+            _figures.opened.append(self)
 
     def show(self):
         _figures.send(self)
@@ -27,6 +34,20 @@ class FigureManager(FigureManagerBase):
 
     def close(self):
         Gcf.destroy(self)
+
+
+_set_active = Gcf.set_active
+
+
+def _open_and_set_active(manager):
+    """Closed figures come back by `pyplot.sca(axes)` and `pyplot.figure(figure)`, of which no backend is told.
+    Unnoticed, such a figure would take in whatever later commands plot, and never be sent."""
+    if isinstance(manager, FigureManager):
+        manager.open()
+    _set_active(manager)
+
+
+Gcf.set_active = staticmethod(_open_and_set_active)
 
 
 class FigureCanvas(FigureCanvasAgg):

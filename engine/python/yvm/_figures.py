@@ -16,6 +16,8 @@ import weakref
 
 import _yvm
 
+from yvm._helpers import is_a
+
 # The managers of the figures that are open, in the order of their opening. The engine looks at the end of
 # each command whether there are any.
 opened = []
@@ -41,7 +43,7 @@ def figure_format(name=None):
 
 def is_figure(value):
     module = sys.modules.get("matplotlib.figure")
-    return module is not None and isinstance(value, module.Figure)
+    return module is not None and is_a(value, module.Figure)
 
 
 def check_allowed():

@@ -77,11 +77,11 @@ def who():
 
 def describe_values(values):
     """As `who`, for the variables of a frame (None: of the workspace), each with its `text`."""
-    names = _variables() if values is None else values
+    names = variables() if values is None else values
     return [
         {**_describe_variable(name, value), "text": _representation(value)}
         for name, value in sorted(names.items())
-        if not isinstance(value, types.ModuleType)
+        if not is_a(value, types.ModuleType)
         and not (name.startswith("__") and name.endswith("__"))
     ]
 
@@ -142,13 +142,18 @@ def variables(hidden=False):
         for name, value in list(vars(__main__).items())
         if isinstance(name, str)
         and not (name.startswith("__") and name.endswith("__"))
-        and (hidden or not (name.startswith("_") or isinstance(value, types.ModuleType)))
+        and (hidden or not (name.startswith("_") or is_a(value, types.ModuleType)))
     }
+
+
+def is_a(value, kind):
+    """As `isinstance`, without the `__class__` of a proxy: that is code of the user, and may raise."""
+    return issubclass(type(value), kind)
 
 
 def _describe_variable(name, value):
     numpy = sys.modules.get("numpy")
-    is_array = numpy is not None and isinstance(value, numpy.ndarray)
+    is_array = numpy is not None and is_a(value, numpy.ndarray)
     try:
         size = sys.getsizeof(value)
     except Exception:  # `__sizeof__` is code of the user
@@ -177,21 +182,21 @@ def _look_up(name):
             value = _inspect.getattr_static(value, part)
         except AttributeError:
             return False, None
-        if isinstance(value, (classmethod, staticmethod)):
+        if is_a(value, (classmethod, staticmethod)):
             value = value.__func__
     return True, value
 
 
 def _static_names(value):
     names = set()
-    if isinstance(value, (types.ModuleType, type)):
+    if is_a(value, (types.ModuleType, type)):
         names.update(vars(value))
     else:
         try:
             names.update(object.__getattribute__(value, "__dict__"))
         except AttributeError:
             pass
-    for kind in value.__mro__ if isinstance(value, type) else type(value).__mro__:
+    for kind in value.__mro__ if is_a(value, type) else type(value).__mro__:
         names.update(vars(kind))
     return {name for name in names if isinstance(name, str)}
 

@@ -6,6 +6,7 @@ import sys
 import traceback
 
 from yvm import _figures
+from yvm._helpers import is_a
 
 # The methods by which objects show themselves in notebooks.
 _METHODS = {
@@ -19,7 +20,7 @@ _METHODS = {
     "application/json": "_repr_json_",
 }
 # Whose objects have none of these methods.
-_PLAIN_MODULES = frozenset(("builtins", "numpy"))
+_PLAIN_MODULES = ("builtins", "numpy")
 
 
 def bundle(value, text):
@@ -28,7 +29,7 @@ def bundle(value, text):
     data, metadata = {}, {}
     if _figures.is_figure(value):
         data, metadata = _figures.render(value)
-    elif type(value).__module__ not in _PLAIN_MODULES and not isinstance(value, type):
+    elif type(value).__module__ not in _PLAIN_MODULES and not is_a(value, type):
         data, metadata = _by_methods(value)
     data["text/plain"] = text
     metadata.pop("text/plain", None)
@@ -37,8 +38,7 @@ def bundle(value, text):
 
 def _by_methods(value):
     data, metadata = {}, {}
-    # An object that has whatever attribute it is asked for has none that means anything.
-    if _call(value, "_yvm_has_every_attribute_") is not None:
+    if _is_beyond_asking(value):
         return data, metadata
     bundle, its_metadata = _split(_call(value, "_repr_mimebundle_", include=None, exclude=None))
     if isinstance(bundle, dict):
@@ -51,6 +51,16 @@ def _by_methods(value):
             _add(data, media_type, content)
             metadata[media_type] = _checked("metadata", its_metadata)
     return data, {key: its for key, its in metadata.items() if its and key in data}
+
+
+def _is_beyond_asking(value):
+    """Whether the object has whatever attribute it is asked for, so that none means anything, or raises for each
+    of them, as proxies do behind which there is nothing."""
+    try:
+        return getattr(value, "_yvm_has_every_attribute_", None) is not None
+    except Exception as error:
+        traceback.print_exception(error)
+        return True
 
 
 def _call(value, name, **arguments):

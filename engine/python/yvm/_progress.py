@@ -31,24 +31,40 @@ class Progress:
     threads, a loop over it apart."""
 
     def __init__(self, iterable, label, total):
-        if not isinstance(label, str):
-            raise TypeError(f"the label of a progress is a {type(label).__qualname__}: a str is accepted")
         if total is None and iterable is not None:
-            with contextlib.suppress(TypeError):
+            # What has no length, or one that is beyond what `len` can tell.
+            with contextlib.suppress(TypeError, OverflowError):
                 total = len(iterable)
-        if total is not None and not 0 <= float(total) < math.inf:
-            raise ValueError(f"the total of a progress is {total}: zero, a positive number or None is accepted")
         self.label = label
         self.total = total
-        self.done = 0
         self._iterable = iterable
-        self._id = next(_ids)
         # Reentrant, as a command at a pre-emption point may move the same bar.
         self._lock = threading.RLock()
-        self._is_finished = False
-        self._rate = None
-        self._begin = self._last_time = self._next_time = time.monotonic()
-        self._last_done = 0
+        self._reset()
+
+    @property
+    def label(self):
+        return self._label
+
+    @label.setter
+    def label(self, label):
+        if not isinstance(label, str):
+            raise TypeError(f"the label of a progress is a {type(label).__qualname__}: a str is accepted")
+        self._label = label
+
+    @property
+    def total(self):
+        return self._total
+
+    @total.setter
+    def total(self, total):
+        try:
+            is_accepted = total is None or (not isinstance(total, str) and 0 <= float(total) < math.inf)
+        except (TypeError, ValueError, OverflowError):
+            is_accepted = False
+        if not is_accepted:
+            raise ValueError(f"the total of a progress is {total!r}: zero, a positive number or None is accepted")
+        self._total = total
 
     def update(self, n=1):
         """So much more is done."""
@@ -64,9 +80,11 @@ class Progress:
             if not self._is_finished:
                 self._is_finished = True
                 self._tell()
+                # Whatever is still done, this was the last that is told.
+                self._next_time = math.inf
 
     def __enter__(self):
-        self._tell()
+        self._start()
         return self
 
     def __exit__(self, *exception):
@@ -75,7 +93,7 @@ class Progress:
     def __iter__(self):
         if self._iterable is None:
             raise TypeError("this progress was made without something to loop over")
-        self._tell()
+        self._start()
         now = time.monotonic
         try:
             for item in self._iterable:
@@ -85,6 +103,21 @@ class Progress:
                     self._tell()
         finally:
             self.close()
+
+    def _reset(self):
+        self.done = 0
+        self._id = next(_ids)
+        self._is_finished = False
+        self._rate = None
+        self._begin = self._last_time = self._next_time = time.monotonic()
+        self._last_done = 0.0
+
+    def _start(self):
+        """Tells the beginning. Once more from the end, it is that of another bar."""
+        with self._lock:
+            if self._is_finished:
+                self._reset()
+            self._tell()
 
     def _tell(self):
         with self._lock:
@@ -104,19 +137,20 @@ class Progress:
 
     def _measure(self, now):
         """Smooths the rate, so that the remaining time does not jump; at the end it is that of the whole."""
+        done = float(self.done)
         if self._is_finished or self._rate is None:
             elapsed = now - self._begin
-            self._rate = self.done / elapsed if self.done and elapsed > 0 else None
+            self._rate = done / elapsed if done and elapsed > 0 else None
         elif now > self._last_time:
             elapsed = now - self._last_time
             weight = 1 - math.exp(-elapsed / _RATE_WINDOW)
-            self._rate += weight * ((self.done - self._last_done) / elapsed - self._rate)
-        self._last_time, self._last_done = now, self.done
+            self._rate += weight * ((done - self._last_done) / elapsed - self._rate)
+        self._last_time, self._last_done = now, done
 
     def _remaining(self):
         if self.total is None:
             return None
-        left = self.total - self.done
+        left = float(self.total) - float(self.done)
         if left <= 0:
             return 0.0
         return left / self._rate if self._rate and self._rate > 0 and not self._is_finished else None

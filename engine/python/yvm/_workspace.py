@@ -13,8 +13,8 @@ import _yvm
 from yvm._helpers import variables
 
 # Values that keep nothing else alive. They are known by themselves, unless they are large: a new one often
-# stands where the old one stood.
-_ATOMS = frozenset((bool, int, float, complex, str, bytes, type(None)))
+# stands where the old one stood. Their types by identity, as a type may hash and compare as its metaclass likes.
+_ATOMS = frozenset(map(id, (bool, int, float, complex, str, bytes, type(None))))
 _MAX_ATOM_BYTES = 10_000
 
 _STORES = frozenset(dis.opmap[name] for name in ("STORE_NAME", "STORE_GLOBAL"))
@@ -90,7 +90,7 @@ def forget():
 
 
 def _knowledge_of(value):
-    if type(value) in _ATOMS and sys.getsizeof(value) <= _MAX_ATOM_BYTES:
+    if id(type(value)) in _ATOMS and sys.getsizeof(value) <= _MAX_ATOM_BYTES:
         return value
     try:
         return _Weak(value)
