@@ -335,7 +335,7 @@ describe("an answer", () => {
             function: "yvm.answer",
             rhsArgs: ['"7"', '"Ada"'],
             numOutputsExpected: 0,
-            runOptions: { dequeueMode: "DEQUEUE_AT_PAUSE" },
+            runOptions: { dequeueMode: "DEQUEUE_AT_PPE" },
         });
         server.push(`${prefix}/feval/response`, { requestID, result: [] });
         await answered;

@@ -183,6 +183,19 @@ describe("each event of the engine", () => {
         await request;
     });
 
+    it("that asks in a thread is answered, though its command waits for the thread and for no input", async () => {
+        const command = [
+            "import threading; lines = []",
+            "thread = threading.Thread(target=lambda: lines.append(input('name? ')))",
+            "thread.start(); thread.join(); print(lines)",
+        ];
+        const request = client.eval(command.join("\n"), {
+            events: ["services::prompt::InputRequestEvent"],
+            onEvent: ({ data }) => void client.answer(data.id, "Ada"),
+        });
+        expect((await request).text).toBe("name? ['Ada']\n");
+    });
+
     it("that asks for a line may be answered by the end of the input", async () => {
         const request = client.eval("input()", {
             events: ["services::prompt::InputRequestEvent"],

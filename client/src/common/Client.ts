@@ -259,7 +259,7 @@ export class Client {
         await this.feval("yvm.answer", [id, text], {
             numOutputs: 0,
             output: "none",
-            runOptions: { dequeueMode: "DEQUEUE_AT_PAUSE" },
+            runOptions: { dequeueMode: "DEQUEUE_AT_PPE" },
         });
     }
 
