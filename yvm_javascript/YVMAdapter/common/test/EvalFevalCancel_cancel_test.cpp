@@ -11,11 +11,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <set>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 namespace yvm::JSClient {
 namespace {
@@ -94,12 +96,22 @@ TEST_P(CancelTest, CancelOfAnUnknownIdAnswersAlreadyDone) {
 }
 
 TEST_P(CancelTest, CancelOfAFinishedRequestAnswersAlreadyDoneWithoutTheDistributor) {
-    distributor->succeed(submit("1"));
-    service->clearPublications();
-    cancel(R"({"requestID":"2","requestIDtoCancel":"1","interrupt":true})");
-    EXPECT_EQ(onlyText("/yvm/a/cancel/response"),
-              cancelAnswer(version, "2", "UNABLE_TO_CANCEL_ALREADY_DONE"));
-    EXPECT_TRUE(distributor->cancels().empty());
+    const auto submitFeval = [this] {
+        feval(R"({"requestID":"1","function":"f","numOutputsExpected":1,"rhsArgs":[]})");
+        return lastId();
+    };
+    const RuntimeException error(Status::CommandFailed, std::u16string(u"no"));
+    for (const auto& finish : std::vector<std::function<void()>>{
+             [this] { distributor->succeed(submit("1")); }, [&] { distributor->fail(submit("1"), error); },
+             [&] { distributor->succeed(submitFeval()); },
+             [&] { distributor->fail(submitFeval(), error); }}) {
+        finish();
+        service->clearPublications();
+        cancel(R"({"requestID":"2","requestIDtoCancel":"1","interrupt":true})");
+        EXPECT_EQ(onlyText("/yvm/a/cancel/response"),
+                  cancelAnswer(version, "2", "UNABLE_TO_CANCEL_ALREADY_DONE"));
+        EXPECT_TRUE(distributor->cancels().empty());
+    }
 }
 
 TEST_F(CancelInR24a0Test, EachStatusOfTheDistributorIsAnsweredByItsText) {

@@ -185,6 +185,7 @@ TEST_P(EvalFevalCancelTest, AFevalIsSubmittedAsItWasAskedFor) {
     ASSERT_EQ(command.feval().arguments.size(), 2U);
     EXPECT_EQ(command.feval().arguments[0], arrays.createScalar(1.5));
     EXPECT_EQ(command.feval().numOutputs, std::numeric_limits<std::uint64_t>::max());
+    EXPECT_FALSE(command.feval().flag);
     EXPECT_EQ(command.request->getSourceTag(), perVersion("r22a0/EvalFevalCancel", "r24a0/EvalFevalCancel"));
     EXPECT_EQ(command.request->getOutSink(), command.runOptions.getOutSink());
     EXPECT_NE(command.request->getOutSink(), nullptr);
