@@ -516,13 +516,19 @@ TEST_P(EventManagerConnectionTest, AnEventDuringTheEndOfTheClientIsDropped) {
     EXPECT_TRUE(service->publications().empty());
 }
 
-TEST_P(EventManagerConnectionTest, TheEndOfTheClientEndsItsSubscriptions) {
+TEST_P(EventManagerConnectionTest, TheEndOfTheClientEndsItsSubscriptionsBeforeItsChannels) {
     registerConverter(numberEvent, tellNumber);
-    create();
+    const auto countSubscriptions = [this] {
+        return eventMgr->subscriptionCount(std::u16string(numberEvent.begin(), numberEvent.end()));
+    };
+    std::vector<std::size_t> counts;
+    create(eventMgr, std::make_shared<UnsubscribeHook>(service, [&counts, &countSubscriptions] {
+               counts.push_back(countSubscriptions());
+           }));
     subscribe("s", numberEvent);
-    EXPECT_EQ(eventMgr->subscriptionCount(std::u16string(numberEvent.begin(), numberEvent.end())), 1U);
+    EXPECT_EQ(countSubscriptions(), 1U);
     connection.reset();
-    EXPECT_EQ(eventMgr->subscriptionCount(std::u16string(numberEvent.begin(), numberEvent.end())), 0U);
+    EXPECT_EQ(counts, (std::vector<std::size_t>{0, 0}));
 }
 
 TEST_P(EventManagerConnectionTest, AnEventMayDropTheLastReference) {
