@@ -11,7 +11,9 @@ import {
     type Client,
     type Connection,
     type R22a0Client,
+    type R22a0FevalOptions,
     type YdaInput,
+    type YdaValue,
 } from "../src/node.js";
 import { FakeServer } from "./FakeServer.js";
 import { rejection } from "./rejection.js";
@@ -69,6 +71,27 @@ describe("the version", () => {
         expectTypeOf(client).not.toHaveProperty("interrupt");
         expectTypeOf(client).not.toHaveProperty("cancelGroup");
         expectTypeOf<R22a0Client["cancel"]>().returns.resolves.toEqualTypeOf<undefined>();
+        expectTypeOf(client.debugger).not.toHaveProperty("clearAllBreakpoints");
+        expectTypeOf<R22a0FevalOptions>().not.toHaveProperty("format");
+        expectTypeOf<Awaited<ReturnType<R22a0Client["feval"]>>>().toEqualTypeOf<YdaValue[]>();
+        // Not called: each is a mistake that the compiler has to find.
+        void (() => [
+            // @ts-expect-error -- it is not told what became of the request
+            client.eval("1").cancel(),
+            // @ts-expect-error -- nor here
+            client.feval("f").cancel({ interrupt: true }),
+            // @ts-expect-error -- and not here
+            client.debugger.evaluate("1").cancel(),
+            // @ts-expect-error -- there is no way back to the engine's own sinks
+            client.output(),
+            // @ts-expect-error -- the version does not know the condition
+            client.debugger.setBreakpoint({ type: "UNSUPPRESSED_OUTPUT" }),
+            // @ts-expect-error -- neither here
+            client.debugger.clearBreakpoint({ type: "UNSUPPRESSED_OUTPUT" }),
+            client.debugger.setBreakpoint({ type: "ERROR", messageId: "ValueError" }),
+            client.debugger.clearBreakpoint({ fileName: "a.py", location: { lineNumber: 1 } }),
+            client.eval("1").cancel({ status: false }),
+        ]);
     });
 
     it.each(["r25a0", "r24a0"])("must be one of those offered, which %s is not", async (apiVersion) => {
@@ -257,6 +280,37 @@ describe("r22a0", () => {
         );
         await roundTrip(client);
         expect(publishedOn("/yvm/c1/feval/request")).toEqual([]);
+    });
+
+    it.each<[string, YdaInput]>([
+        ["a number", { ywtype: 5 }],
+        ["null", { ywtype: null }],
+        ["a record", { ywtype: { a: 1 } }],
+        ["the name of integers", { ywtype: "uint16", ywdata: "x" }],
+        ["the same in a list in a record", { a: [1, { ywtype: "int64" }] }],
+    ])('takes no records with a member "ywtype" of %s', async (_name, value) => {
+        expect(() => client.feval("f", [1, value])).toThrow(
+            new UnsupportedError(
+                "r22a0",
+                'records in arguments with a member "ywtype" that is no text, or names integers',
+            ),
+        );
+        await roundTrip(client);
+        expect(publishedOn("/yvm/c1/feval/request")).toEqual([]);
+    });
+
+    it('takes records with a member "ywtype" of another text, and arrays of any kind', async () => {
+        const request = client.feval("f", [{ ywtype: "int", a: new Int16Array([1]) }, ["ywtype"]]);
+        const data = await answer("/feval", { result: [null] });
+        expect(data["rhsArgs"]).toEqual([
+            {
+                ywtype: "record",
+                ywsize: [],
+                ywdata: { ywtype: "int", a: { ywtype: "int16", ywsize: [1], ywdata: [1] } },
+            },
+            { ywtype: "list", ywsize: [1], ywdata: ["ywtype"] },
+        ]);
+        await request;
     });
 
     it("cancels what is aborted, and does not tell what became of it", async () => {

@@ -1,16 +1,21 @@
-import { afterEach, describe, expect, it } from "vitest";
+import { afterEach, beforeEach, describe, expect, it } from "vitest";
 import {
     AbortedError,
+    connect,
+    ConnectionError,
     ndarray,
     UnsupportedError,
     type ApiVersion,
     type Client,
     type ClientOutput,
+    type ConnectOptions,
     type Connection,
 } from "yvm-client";
 
+import { CuttingRelay } from "./CuttingRelay.js";
 import { Gate } from "./Gate.js";
 import { readUntil } from "./readUntil.js";
+import { ServerProcess } from "./ServerProcess.js";
 import { setUpClient } from "./setUpClient.js";
 
 /** The same calls of the client package with both versions of the protocol, on the real server. */
@@ -69,6 +74,7 @@ describe.each<ApiVersion>(["r24a0", "r22a0"])("with %s", (apiVersion) => {
             { kind: "bool", shape: [2], data: new Uint8Array([1, 0]) },
             ["a", [1n]],
             { b: 1, a: "x" },
+            { ywtype: "text", ywdata: [1] },
         ] as const;
         for (const value of values) {
             const identity = "yvm_identity";
@@ -159,10 +165,16 @@ describe("with r22a0", () => {
             client.interrupt(),
             client.cancel("1"),
             client.output().installed,
+            client.debugger.clearAllBreakpoints(),
+            client.debugger.setBreakpoint({ type: "UNSUPPRESSED_OUTPUT" }),
+            client.debugger.clearBreakpoint({ type: "UNSUPPRESSED_OUTPUT" }),
         ]) {
             expect(await rejection(promise)).toBeInstanceOf(UnsupportedError);
         }
-        expect(() => client.feval("str", [2n ** 53n])).toThrow(UnsupportedError);
+        for (const argument of [2n ** 53n, { ywtype: 5 }, { ywtype: "int8", ywdata: "x" }]) {
+            expect(() => client.feval("str", [argument])).toThrow(UnsupportedError);
+            expect(await (await yvm.attach()).feval("repr", [argument])).toHaveLength(1);
+        }
         expect((await client.eval("'unharmed'")).text).toBe("'unharmed'\n");
     });
 
@@ -182,5 +194,95 @@ describe("with r22a0", () => {
         await clients[2]?.eval("print('again')", { output: "client" });
         expect(await readUntil(again, "again\n")).toBe("again\n");
         await again.close();
+    });
+});
+
+describe("with r22a0, over connections that are cut", () => {
+    let server: ServerProcess;
+    let relay: CuttingRelay;
+
+    beforeEach(async () => {
+        server = await ServerProcess.start("--grace-time", "1");
+        relay = await CuttingRelay.start(server.url);
+    });
+
+    afterEach(async () => {
+        await relay.stop();
+        expect((await server.stop()).code).toBe(0);
+    });
+
+    const connectByRelay = (options: ConnectOptions = {}) =>
+        connect(`${relay.origin}/${server.url.search}`, options);
+
+    async function until(connection: Connection, state: "lost" | "connected"): Promise<void> {
+        while (connection.status.state !== state) {
+            await new Promise<void>((resolve) => {
+                const listening = connection.onStatus(() => {
+                    listening.dispose();
+                    resolve();
+                });
+            });
+        }
+    }
+
+    it("a client goes on in its session, and the text can be had again", async () => {
+        const connection = await connectByRelay();
+        const client = await connection.attach({ apiVersions: ["r22a0"] });
+        const output = client.output({ revert: false });
+        await output.installed;
+        relay.cutAll();
+        await until(connection, "lost");
+        await until(connection, "connected");
+        expect(await rejection(readUntil(output, "never"))).toBeInstanceOf(ConnectionError);
+        const again = client.output({ revert: false });
+        await client.eval("print('again')", { output: "client" });
+        expect(await readUntil(again, "again\n")).toBe("again\n");
+        await connection.disconnect();
+    });
+
+    it("acknowledged text goes on where it was, once", async () => {
+        const connection = await connectByRelay({ acknowledge: true });
+        const client = await connection.attach({ apiVersions: ["r22a0"] });
+        const output = client.output({ revert: false });
+        await output.installed;
+        const gate = new Gate();
+        const request = client.eval(`print('before')\n${gate.python}.read()\nprint('after')`, {
+            output: "client",
+        });
+        expect(await readUntil(output, "before\n")).toBe("before\n");
+        relay.cutAll();
+        await gate.open();
+        expect(await readUntil(output, "after\n")).toBe("after\n");
+        await request;
+        gate.remove();
+        await connection.disconnect();
+    });
+
+    it("a client that the server has forgotten is attached again with its version", async () => {
+        const connection = await connectByRelay();
+        const client = await connection.attach({ apiVersions: ["r22a0"] });
+        const output = client.output({ revert: false });
+        await output.installed;
+        const running = rejection(client.eval("while True: pass"));
+        // Until the server has let the session go, nothing gets through.
+        relay.lifetime = () => 0;
+        relay.cutAll();
+        const bystander = await connect(server.url.href);
+        const other = await bystander.attach();
+        // The end of the session stops its command, and the engine is free for others.
+        await other.eval("'free'");
+        relay.lifetime = () => Infinity;
+        expect(await running).toBeInstanceOf(ConnectionError);
+        expect(await rejection(readUntil(output, "never"))).toBeInstanceOf(ConnectionError);
+        await until(connection, "connected");
+        expect(client.apiVersion).toBe("r22a0");
+        expect(await rejection((client as Client).cancel("1"))).toBeInstanceOf(UnsupportedError);
+        expect(await client.feval("numpy.dot", [[1], [2]])).toEqual([2]);
+        // The sinks have stayed.
+        const again = client.output({ revert: false });
+        await again.installed;
+        await other.eval("print('still')", { output: "client" });
+        expect(await readUntil(again, "still\n")).toBe("still\n");
+        await Promise.all([connection.disconnect(), bystander.disconnect()]);
     });
 });

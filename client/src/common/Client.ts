@@ -157,7 +157,8 @@ export class Client {
      * @param args inputs, see `YdaInput` for what each JavaScript type becomes
      * @returns the outputs, in order
      * @throws TypeError or RangeError at once, if an argument has no counterpart in the engine;
-     * UnsupportedError with r22a0, if one holds integers beyond 2^53
+     * UnsupportedError with r22a0, if one holds integers beyond 2^53, or a record whose member `ywtype` would be
+     * taken for the kind of an array
      */
     feval<N extends EventName = never>(
         name: string,
@@ -502,12 +503,6 @@ export class Client {
         }
     }
 }
-
-/** A client that speaks r22a0, without the calls that the version lacks. */
-export type R22a0Client = Omit<Client, "cancelGroup" | "interrupt" | "cancel" | "output"> & {
-    cancel(requestID: string, options: PlainCancelOptions): Promise<undefined>;
-    output(options: ClientOutputOptions & { readonly revert: false }): ClientOutput;
-};
 
 interface TextOptions {
     readonly output?: OutputTarget | undefined;

@@ -1,8 +1,9 @@
 import { startAbortable, type AbortOptions } from "./abort.js";
 import { asOneOf, asString, readResponse, type JsonObject, type Response } from "./checks.js";
-import { Client, type R22a0Client } from "./Client.js";
+import { Client } from "./Client.js";
 import type { Disposable } from "./Disposable.js";
 import { ClosedError, ConnectionError, YvmError } from "./errors.js";
+import type { R22a0Client } from "./R22a0Client.js";
 import type { Subscription, Transport, TransportEvents } from "./transport.js";
 import { apiVersions, type ApiVersion } from "./versions.js";
 

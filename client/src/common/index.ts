@@ -12,7 +12,7 @@ export type {
 export type { CancelOptions, CancelStatus, PlainCancelOptions } from "./CancelStatus.js";
 export type { JsonObject, TextChunk, TextMessage } from "./checks.js";
 export type { ApiVersion } from "./versions.js";
-export { Client, type EvalOptions, type EvalResult, type FevalOptions, type R22a0Client } from "./Client.js";
+export { Client, type EvalOptions, type EvalResult, type FevalOptions } from "./Client.js";
 export { ClientDebugger, type DebugFrame, type DebugVariable } from "./ClientDebugger.js";
 export { ClientOutput, type ClientOutputOptions } from "./ClientOutput.js";
 export { type ConnectOptions } from "./connect.js";
@@ -45,6 +45,13 @@ export type {
     WorkspaceChange,
 } from "./events.js";
 export { EventSubscription, type EventOptions } from "./EventSubscription.js";
+export type {
+    R22a0Breakpoint,
+    R22a0Client,
+    R22a0Debugger,
+    R22a0FevalOptions,
+    R22a0RequestFuture,
+} from "./R22a0Client.js";
 export { RequestFuture, type OutputTarget, type RequestOptions } from "./RequestFuture.js";
 export type { DequeueMode, RunOptions, SinkTraits } from "./RunOptions.js";
 export {

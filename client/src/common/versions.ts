@@ -4,7 +4,7 @@
 import type { JsonObject } from "./checks.js";
 import { UnsupportedError } from "./errors.js";
 import type { RunOptions, SinkTraits } from "./RunOptions.js";
-import { encodeYda, holdsWideIntegers, type YdaInput } from "./yda.js";
+import { encodeYda, holdsTypeMembers, holdsWideIntegers, type YdaInput } from "./yda.js";
 
 /** The versions that this package speaks, newest first. */
 export const apiVersions = ["r24a0", "r22a0"] as const;
@@ -56,6 +56,12 @@ const r22a0: Dialect = {
     encodeArgument: (value) => {
         if (holdsWideIntegers(value)) {
             throw new UnsupportedError("r22a0", "integers beyond 2^53 in arguments");
+        }
+        if (holdsTypeMembers(value)) {
+            throw new UnsupportedError(
+                "r22a0",
+                'records in arguments with a member "ywtype" that is no text, or names integers',
+            );
         }
         return JSON.parse(encodeYda(value)) as unknown;
     },

@@ -223,6 +223,23 @@ export function holdsWideIntegers(value: YdaInput): boolean {
     return Object.values(value).some((element) => holdsWideIntegers(element as YdaInput));
 }
 
+/**
+ * Whether a record in it has a member "ywtype" that a reader of JSON takes for the kind of an array, wherever it
+ * stands: any but a text that names no kind of integers.
+ */
+export function holdsTypeMembers(value: YdaInput): boolean {
+    if (typeof value !== "object" || value === null || ArrayBuffer.isView(value) || isNdArray(value)) {
+        return false;
+    }
+    if (!isInputList(value) && Object.hasOwn(value, "ywtype")) {
+        const type = value["ywtype"];
+        if (typeof type !== "string" || /^u?int(8|16|32|64)$/.test(type)) {
+            return true;
+        }
+    }
+    return Object.values(value).some((element) => holdsTypeMembers(element));
+}
+
 function isInputList(value: YdaInput): value is readonly YdaInput[] {
     return Array.isArray(value);
 }
