@@ -1,10 +1,12 @@
 import type { StructuredOutput } from "yvm-client";
 
+import { isNestedTooDeep } from "./nesting";
+
 /** Media types of images that browsers show, the best first. */
 const imageTypes = ["image/svg+xml", "image/png", "image/jpeg", "image/webp", "image/gif"];
 
-/** HTML longer than this would keep the page from answering; its text is shown instead. */
-const maxHtml = 2_000_000;
+/** HTML longer than this, some 100,000 cells of a table, would keep the page from answering for seconds. */
+const maxHtml = 500_000;
 
 /** Pixels of a page beyond which the size of an image is not believed. */
 const maxExtent = 20_000;
@@ -40,7 +42,7 @@ export function formOf({ data, metadata }: StructuredOutput): Form {
         }
     }
     const html = asText(data["text/html"]);
-    if (html && html.length <= maxHtml) {
+    if (html && html.length <= maxHtml && !isNestedTooDeep(html)) {
         return { kind: "html", html };
     }
     return { kind: "text", text: textOf(data) };

@@ -45,6 +45,6 @@ export function harmless(html: string): Node[] {
  */
 function withoutReports(html: string): string {
     return html.replace(/<[a-z][^<>]*>/gi, (tag) =>
-        tag.replace(/\s(?:style|on[a-z]+)\s*=/gi, " data-removed="),
+        tag.replace(/[\s/"'](?:style|on[a-z]+)\s*=/gi, (name) => `${name.charAt(0)} data-removed=`),
     );
 }

@@ -52,11 +52,14 @@ describe("the form of a displayed value", () => {
             kind: "html",
             html: "<table>",
         });
-        const html = "x".repeat(2_000_001);
-        expect(formOf({ data: { "text/plain": text, "text/html": html }, metadata: {} })).toEqual({
-            kind: "text",
-            text,
-        });
+        const most = "x".repeat(500_000);
+        expect(formOf({ data: { "text/plain": text, "text/html": most }, metadata: {} }).kind).toBe("html");
+        for (const html of [`${most}x`, "<b>".repeat(500)]) {
+            expect(formOf({ data: { "text/plain": text, "text/html": html }, metadata: {} })).toEqual({
+                kind: "text",
+                text,
+            });
+        }
     });
 
     it("is its text where there is nothing better, or tells what there is", () => {

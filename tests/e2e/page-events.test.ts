@@ -335,6 +335,7 @@ describe("a displayed value", () => {
             '<a href="javascript:document.title = 1">bad</a> <a href="https://example.org/">good</a>',
             '<form action="/"><input name="token"><button>Log in</button></form><iframe src="/"></iframe>',
             '<svg><style><img src=x onerror="document.title = 1"></style></svg><math><mtext></mtext></math>',
+            "<b/onmouseover='document.title = 1'title='t'onclick=\n'document.title = 1'>no</b>",
         ].join("");
         const cell = await run(
             `class Table:\n    def _repr_html_(self): return ${JSON.stringify(html)}\nTable()`,
@@ -378,6 +379,13 @@ describe("a displayed value", () => {
             "class Empty:\n    def _repr_html_(self): return '<script>1</script>'\n    def __repr__(self): return 'nothing'\nEmpty()",
         );
         expect(await cell.locator(".outputs").innerText()).toBe("nothing\n");
+    });
+
+    it("whose HTML would keep the page busy for minutes is shown as text", async () => {
+        const cell = await run(
+            "class Deep:\n    def _repr_html_(self): return '<b>' * 60_000\n    def __repr__(self): return 'deep'\nDeep()",
+        );
+        expect(await cell.locator(".outputs").innerText()).toBe("deep\n");
     });
 
     it.each(["light", "dark"] as const)("looks well beside figures, in %s", async (colorScheme) => {
