@@ -746,6 +746,10 @@ TEST_P(EventConnectionsOptionTest, AnIdentifierInUseAndAnUnknownEventArePassedOv
     read(R"({"eventConnections":{"x":")" + numberEvent + R"("}})");
     const auto options = read(R"({"eventConnections":{"x":")" + numberEvent + R"(","y":"nobody::Knows"}})");
     EXPECT_TRUE(options.getCallbacks().empty());
+    const auto withAnother = read(R"({"eventConnections":{"x":")" + numberEvent +
+                                  R"(","w":"nobody::Knows","z":")" + numberEvent + R"("}})");
+    withAnother.getCallbacks().at(std::u16string(numberEvent.begin(), numberEvent.end()))(NumberEvent(3));
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("z", 3)}) << "those behind them are connected";
 }
 
 TEST_P(EventConnectionsOptionTest, AMistypedValueThrows) {
