@@ -32,6 +32,8 @@ const versions = [
         unknownTraits: { _useEcho: true },
         argument: (text: string): unknown => text,
         stringAsArgument: "[1. 2.]",
+        numberAsArgument: "invalid conversion: double to string",
+        numberAsFormat: "invalid conversion: double to string",
         long: { ywtype: "float64", ywsize: [], ywdata: [1] },
         cancelOfNothing: { cancelStatus: "UNABLE_TO_CANCEL_ALREADY_DONE" },
         interrupt: {},
@@ -49,6 +51,8 @@ const versions = [
         unknownTraits: { useEcho: true },
         argument: (text: string): unknown => JSON.parse(text),
         stringAsArgument: "[1,2]",
+        numberAsArgument: undefined,
+        numberAsFormat: undefined,
         long: 1,
         cancelOfNothing: {},
         interrupt: silence,
@@ -85,14 +89,18 @@ describe.each(versions)("with $apiVersion", (version) => {
     /** What a request without further effect is answered with beside its identifier. */
     async function answered(channel: string, keys: Data): Promise<unknown> {
         const requestID = `asked-${channel}`;
+        const before = client.events.length;
         const reply = await client.publish(`/yvm/${id}/${channel}/request`, { requestID, ...keys });
         expect(reply.successful).toBe(true);
         // Behind it in the same order, so that an answer that is to come has come.
         await client.print(id, "print()");
-        const response = client.events.find(
-            (event) =>
-                event.channel === `/yvm/${id}/${channel}/response` && event.data["requestID"] === requestID,
-        );
+        const response = client.events
+            .slice(before)
+            .find(
+                (event) =>
+                    event.channel === `/yvm/${id}/${channel}/response` &&
+                    event.data["requestID"] === requestID,
+            );
         const { requestID: repeated, ...rest } = response?.data ?? {};
         return repeated === undefined ? silence : rest;
     }
@@ -180,6 +188,77 @@ describe.each(versions)("with $apiVersion", (version) => {
         const { response } = await client.eval(id, "1/0");
         expect(response["error"]).toMatchObject({ identifier: "ZeroDivisionError", status: 1 });
         expect(Object.keys(response["error"] as Data)).toHaveLength(9);
+    });
+
+    it("a key of the wrong type is told, and one of the other version ignored", async () => {
+        const missing = (key: string, channel: string) =>
+            `key: ${key} is missing from {\n  "requestID": "asked-${channel}"\n}`;
+        const badGet = "boost::bad_get: failed value get using boost::get";
+        const call = { function: "abs", numOutputsExpected: 1, rhsArgs: [version.argument("1")] };
+        const place = (keys: Data) => ({ breakpoint: { fileName: "a.py", ...keys } });
+        const [rows = "", columns = ""] = Object.keys(version.window);
+        const foreign = Object.fromEntries(Object.keys(version.unknownWindow).map((key) => [key, "x"]));
+        const inRunOptions: readonly [Data, string | undefined][] = [
+            [{ dequeueMode: 3 }, badGet],
+            [{ queueName: null }, badGet],
+            [{ capabilitiesList: ["input", 1] }, badGet],
+            [{ groupNames: "g" }, badGet],
+            [{ suppressDebugControlOutput: 0 }, badGet],
+            [{ [rows]: "80" }, badGet],
+            [{ [columns]: null }, badGet],
+            [{ ...foreign, outSinkTraits: { [Object.keys(version.unknownTraits)[0] ?? ""]: 1 } }, undefined],
+            [{ outSinkTraits: { [Object.keys(version.traits)[0] ?? ""]: 1 } }, badGet],
+            [{ errSinkTraits: [] }, badGet],
+            [{ useNullOutSink: "false" }, badGet],
+            [{ useNullErrSink: 0 }, badGet],
+            [{ eventConnections: [] }, badGet],
+            [{ eventConnections: { bad: 1 } }, badGet],
+        ];
+        const cases: readonly [string, Data, string | undefined][] = [
+            ["eval", {}, missing("command", "eval")],
+            ["eval", { command: 1 }, "invalid conversion: double to string"],
+            ["eval", { command: "1", isUserEval: "yes" }, "invalid conversion: string to boolean"],
+            ["eval", { command: "1", runOptions: [] }, "invalid conversion: array to object"],
+            ["feval", {}, missing("function", "feval")],
+            ["feval", { ...call, function: null }, "invalid conversion: null to string"],
+            ["feval", { ...call, numOutputsExpected: "1" }, "invalid conversion: string to double"],
+            ["feval", { ...call, rhsArgs: {} }, "invalid conversion: object to array"],
+            ["feval", { ...call, rhsArgs: [1] }, version.numberAsArgument],
+            ["feval", { ...call, runOptions: true }, "invalid conversion: boolean to object"],
+            ["feval", { ...call, ydaOutputFormat: 1 }, version.numberAsFormat],
+            ["cancel", {}, missing("requestIDtoCancel", "cancel")],
+            ["cancel", { requestIDtoCancel: 1 }, "invalid conversion: double to string"],
+            ["cancel", { requestIDtoCancel: "x", interrupt: 1 }, "invalid conversion: double to boolean"],
+            ["subscribeEvent", {}, missing("eventName", "subscribeEvent")],
+            ["subscribeEvent", { eventName: [] }, "invalid conversion: array to string"],
+            ["disconnectEvent", {}, missing("requestIDtoDisconnect", "disconnectEvent")],
+            ["disconnectEvent", { requestIDtoDisconnect: true }, "invalid conversion: boolean to string"],
+            ["disconnectEvent", { requestIDtoDisconnect: "none" }, "No subscription for none"],
+            ["setGlobalBreakpoint", {}, missing("breakpoint", "setGlobalBreakpoint")],
+            ["setGlobalBreakpoint", { breakpoint: {} }, "invalid conversion: undefined to string"],
+            ["clearGlobalBreakpoint", { breakpoint: { type: "error" } }, "Unknown GlobalBreakpoint type"],
+            ["setLineBreakpoint", { breakpoint: "a.py" }, "invalid conversion: string to object"],
+            ["setLineBreakpoint", place({ location: {} }), "invalid conversion: undefined to double"],
+            [
+                "clearLineBreakpoint",
+                place({ location: { lineNumber: "1" } }),
+                "invalid conversion: string to double",
+            ],
+            ["clearLineBreakpoint", place({ expression: 1 }), "invalid conversion: double to string"],
+            ...inRunOptions.map(([runOptions, message]): [string, Data, string | undefined] => [
+                "eval",
+                { command: "1", runOptions },
+                message,
+            ]),
+        ];
+        for (const [channel, keys, message] of cases) {
+            const answer = (await answered(channel, keys)) as Data;
+            expect([channel, keys, (answer["error"] as Data | undefined)?.["message"]]).toEqual([
+                channel,
+                keys,
+                message,
+            ]);
+        }
     });
 
     it("a cancel of nothing, a cancel by group and an interrupt are answered as the version does", async () => {
