@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace yvm::engine {
@@ -79,15 +80,27 @@ py::object objectOf(PyFrameObject* frame) {
     return py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(frame));
 }
 
+/// Null for the outermost one, and where there is no memory to tell.
 py::object callerOf(PyFrameObject* frame) {
-    return py::reinterpret_steal<py::object>(reinterpret_cast<PyObject*>(PyFrame_GetBack(frame)));
+    auto* const caller = reinterpret_cast<PyObject*>(PyFrame_GetBack(frame));
+    if (caller == nullptr) {
+        PyErr_Clear();
+    }
+    return py::reinterpret_steal<py::object>(caller);
 }
 
 /// Whether this is the engine's own code, or that of Python which has no source to show.
 bool isHidden(const py::object& code) {
-    const auto startsWith = [&code](const char* start) {
-        const auto text = py::reinterpret_steal<py::object>(PyUnicode_FromString(start));
-        return PyUnicode_Tailmatch(raw(code)->co_filename, text.ptr(), 0, PY_SSIZE_T_MAX, -1) == 1;
+    // Without a text of Python's, for which there may be no memory.
+    const auto startsWith = [name = raw(code)->co_filename](std::string_view start) {
+        for (std::size_t i = 0; i < start.size(); ++i) {
+            const auto at = static_cast<Py_ssize_t>(i);
+            if (at >= PyUnicode_GET_LENGTH(name) ||
+                PyUnicode_ReadChar(name, at) != static_cast<Py_UCS4>(start[i])) {
+                return false;
+            }
+        }
+        return true;
     };
     return startsWith("<yvm") || startsWith("<frozen ");
 }
@@ -103,6 +116,15 @@ std::pair<int, int> instructionOf(PyFrameObject* frame) {
     }
     const auto* const text = reinterpret_cast<const unsigned char*>(PyBytes_AS_STRING(bytes.ptr()));
     return {text[at], text[at + 1]};
+}
+
+/// A new object, or Python's error. What makes the objects of pybind11 has a failure of Python taken for its
+/// own.
+py::object made(PyObject* object) {
+    if (object == nullptr) {
+        throw py::error_already_set();
+    }
+    return py::reinterpret_steal<py::object>(object);
 }
 
 py::module_ helpers() {
@@ -260,8 +282,9 @@ void DebugControl::stopAtError(py::handle exception) {
         }
         message = toUtf16(helpers().attr("describe_exception")(exception));
         frames = framesOf(exception.attr("__traceback__"));
-    } catch (py::error_already_set& error) {
-        error.discard_as_unraisable("the debugger");
+    } catch (const std::exception&) {
+        // Out of memory. The command ends without this stop, by the error that it has.
+        PyErr_Clear();
         return;
     }
     // At a debug prompt, what the command sees is what its prompt sees already.
@@ -380,6 +403,7 @@ int DebugControl::onTrace(PyFrameObject* frame, int event, PyObject* argument) n
         error.discard_as_unraisable("the debugger");
     } catch (const std::exception&) {
         // Out of memory. The code runs on without this stop.
+        PyErr_Clear();
     }
     return 0;
 }
@@ -550,18 +574,20 @@ DebugControl::Frames DebugControl::framesOf(py::handle traceback) {
 std::vector<StackFrame> DebugControl::describe(const Frames& frames) const {
     std::vector<StackFrame> described;
     try {
-        py::list places;
-        for (const auto& frame : frames) {
-            places.append(py::make_tuple(frame.code, frame.line));
+        const auto places = made(PyList_New(static_cast<Py_ssize_t>(frames.size())));
+        for (std::size_t i = 0; i < frames.size(); ++i) {
+            auto place = made(Py_BuildValue("(Oi)", frames[i].code.ptr(), frames[i].line));
+            PyList_SET_ITEM(places.ptr(), static_cast<Py_ssize_t>(i), place.release().ptr());
         }
         for (const py::handle item : py::list(helpers().attr("describe_frames")(places))) {
             const auto place = py::reinterpret_borrow<py::tuple>(item);
             described.push_back(
                 {toUtf8(place[0]), toUtf8(place[1]), place[2].cast<std::uint64_t>(), toUtf8(place[3])});
         }
-    } catch (py::error_already_set& error) {
-        // Out of memory, as a rule. It is better to stop without than not at all.
-        error.discard_as_unraisable("the debugger");
+    } catch (const std::exception&) {
+        // Out of memory. It is better to stop without than not at all.
+        PyErr_Clear();
+        described.clear();
     }
     return described;
 }

@@ -258,5 +258,57 @@ TEST_F(DebuggerConditionsTest, WarningsAndNansOfTheUsersThreadsDoNotStop) {
     EXPECT_EQ(stops->text(), "");
 }
 
+TEST_F(DebuggerConditionsTest, AStopWhereRecursionIsUsedUpLeavesTheProgramItsOwnError) {
+    resetNumpy();
+    eval(
+        "import warnings\n"
+        "def warn(): warnings.warn('deep')\n"
+        "def divide(): np.array([1.0]) / 0\n"
+        "def catch():\n    try: raise ValueError\n    except ValueError: pass\n"
+        "def dive(n, deepest): return dive(n - 1, deepest) if n else deepest()");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::Warning)), "");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::NanInf)), "");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::CaughtError, "ValueError")), "");
+    for (const char* deepest : {"warn", "divide", "catch", "breakpoint"}) {
+        int through = 0;
+        int usedUp = 0;
+        for (int depth = 960; depth < 1000; ++depth) {
+            const std::size_t before = stops->all().size();
+            auto command = submitEval("try: dive(" + std::to_string(depth) + ", " + deepest +
+                                          ")\nexcept RecursionError: print('used up')",
+                                      withoutControlOutput());
+            while (!command.isDone()) {
+                // An error where the command has not stopped.
+                submitFeval("yvm.debug.resume", {}, 0).outcome.wait();
+            }
+            command.get();
+            const bool hasStopped = stops->all().size() > before;
+            const bool isUsedUp = command.transcript->text().find("used up\n") != std::string::npos;
+            EXPECT_TRUE(hasStopped || isUsedUp) << deepest << " at " << depth;
+            ++(isUsedUp ? usedUp : through);
+        }
+        EXPECT_GT(through, 0) << deepest;
+        EXPECT_GT(usedUp, 0) << deepest;
+    }
+    EXPECT_EQ(eval("import sys; sys.getrecursionlimit()"), "1000\n");
+}
+
+TEST_F(DebuggerConditionsTest, AnErrorOfRecursionStopsWhereItIsCaughtAndWhereItIsNot) {
+    eval("def endless(n): return endless(n + 1)");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::CaughtError, "RecursionError")), "");
+    ASSERT_EQ(set(GlobalBreakpoint(Condition::Error, "RecursionError")), "");
+    auto caught = submitEval("try: endless(0)\nexcept RecursionError: pass");
+    stops->waitFor("caught endless:1");
+    EXPECT_EQ(evalStopped("n > 900"), "True\n");
+    act("resume");
+    caught.get();
+    auto uncaught = submitEval("endless(0)");
+    stops->waitFor("error endless:1");
+    EXPECT_EQ(evalStopped("n > 900"), "True\n");
+    act("resume");
+    EXPECT_EQ(uncaught.error().GetID(), "RecursionError");
+    EXPECT_EQ(stops->all().size(), 2U);
+}
+
 }  // namespace
 }  // namespace yvm::engine::test

@@ -40,9 +40,10 @@ def watch_warnings(on):
 
 
 def _show_warning(msg):
+    # First, as the rest may fail, and a warning that comes again would be shown no more.
+    warnings._filters_mutated()
     (_plain_showwarnmsg or _plain)(msg)
     kinds = [identifier(kind) for kind in msg.category.__mro__ if issubclass(kind, Warning)]
-    warnings._filters_mutated()
     _yvm.debug_stop_at("warning", kinds, f"{kinds[0]}: {msg.message}")
 
 
