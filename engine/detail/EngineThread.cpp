@@ -9,6 +9,7 @@
 #include "engine/detail/Interpreter.hpp"
 #include "engine/detail/PythonText.hpp"
 #include "fl/i18n/ustring.hpp"
+#include "foundation/core/util/scope_guard.hpp"
 #include "services/prompt/InputRequestEvent.hpp"
 #include "ylutil/io/PrintableErrorEvent.hpp"
 
@@ -57,18 +58,20 @@ class HandledException {
 /// Keeps from a nested command the redirections of text and input that the one beneath it has set up for
 /// itself.
 ///
-/// By the interpreter's own table of `sys`, which knows no error when a user has deleted a name.
+/// By the interpreter's own table of `sys`, which knows no error when a user has deleted a name, and with
+/// names that are there already: these must not be lost where memory is short.
 class NestedState {
   public:
     NestedState() {
-        for (std::size_t i = 0; i < names.size(); ++i) {
-            saved_[i] = py::reinterpret_borrow<py::object>(PySys_GetObject(names[i].used));
-            PySys_SetObject(names[i].used, PySys_GetObject(names[i].original));
+        for (std::size_t i = 0; i < saved_.size(); ++i) {
+            const auto& name = table().names[i];
+            saved_[i] = get(name.used);
+            set(name.used, get(name.original));
         }
     }
     ~NestedState() {
-        for (std::size_t i = 0; i < names.size(); ++i) {
-            PySys_SetObject(names[i].used, saved_[i].ptr());
+        for (std::size_t i = 0; i < saved_.size(); ++i) {
+            set(table().names[i].used, saved_[i]);
         }
     }
     NestedState(const NestedState&) = delete;
@@ -76,15 +79,34 @@ class NestedState {
 
   private:
     struct Name {
-        const char* used;
-        const char* original;
+        explicit Name(const char* name)
+            : used(PyUnicode_InternFromString(name)),
+              original(PyUnicode_InternFromString(("__" + std::string(name) + "__").c_str())) {}
+        PyObject* used;
+        PyObject* original;
     };
-    static constexpr std::array<Name, 4> names{{{"stdin", "__stdin__"},
-                                                {"stdout", "__stdout__"},
-                                                {"stderr", "__stderr__"},
-                                                {"displayhook", "__displayhook__"}}};
+    /// Never given back.
+    struct Table {
+        PyObject* sys = py::module_::import("sys").attr("__dict__").cast<py::object>().release().ptr();
+        std::array<Name, 4> names{Name("stdin"), Name("stdout"), Name("stderr"), Name("displayhook")};
+    };
 
-    std::array<py::object, names.size()> saved_;
+    static const Table& table() {
+        static const Table made;
+        return made;
+    }
+    static py::object get(PyObject* name) {
+        return py::reinterpret_borrow<py::object>(PyDict_GetItem(table().sys, name));
+    }
+    static void set(PyObject* name, const py::object& value) {
+        const int failed = value ? PyDict_SetItem(table().sys, name, value.ptr())
+                                 : (get(name) ? PyDict_DelItem(table().sys, name) : 0);
+        if (failed != 0) {
+            PyErr_Clear();
+        }
+    }
+
+    std::array<py::object, 4> saved_;
 };
 
 /// The source as it would stand at Python's own prompt.
@@ -549,16 +571,15 @@ void EngineThread::showStop(Command& command, const std::vector<cmddistributor::
 void EngineThread::serveDebugPrompt(const DebugPrompt& prompt) {
     Command& command = *prompt.command();
     command.beginStop();
-    {
-        const Prompt::Stay stay(prompt_, Prompt::State::debug);
-        serveUntil(Moment::DebugPrompt, std::nullopt, [&] {
-            return stopping_ || prompt.action() != DebugPrompt::Action::Stay ||
-                   command.isInterruptRequested();
-        });
-    }
-    command.endStop();
-    // Whoever breaks in now means the command that goes on, and who did so before has his stop.
-    command.takeBreak();
+    const foundation::core::util::scope_guard ends([&command] {
+        command.endStop();
+        // Whoever breaks in now means the command that goes on, and who did so before has his stop.
+        command.takeBreak();
+    });
+    const Prompt::Stay stay(prompt_, Prompt::State::debug);
+    serveUntil(Moment::DebugPrompt, std::nullopt, [&] {
+        return stopping_ || prompt.action() != DebugPrompt::Action::Stay || command.isInterruptRequested();
+    });
 }
 
 bool EngineThread::isEngineThread() const noexcept {
