@@ -98,7 +98,7 @@ void YVMAdapter::removeListener() {
     cppmicroservices::GetBundleContext().RemoveListener(std::move(token));
 }
 
-YVMConnection::Handler YVMAdapter::makeHandler(std::optional<YVMConnection> YVMAdapter::* connection,
+YVMConnection::Handler YVMAdapter::makeHandler(ConnectionSlot YVMAdapter::* connection,
                                                void (YVMAdapter::*handle)(const BaseRequest&)) {
     // The plain address: the destructor waits for a handler, which must not own what it would then destroy.
     return [this, connection, handle](const BaseRequest& request) {

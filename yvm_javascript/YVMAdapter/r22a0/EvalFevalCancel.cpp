@@ -35,7 +35,7 @@ void logNullWeakThis() {
 }
 
 /// A connection that does not stand is like a service that has gone: nobody waits for its answers.
-void publishResponse(std::optional<YVMConnection>& connection, const RequestResponse& response) {
+void publishResponse(ConnectionSlot& connection, const RequestResponse& response) {
     if (connection) {
         connection->publishResponse(response);
     } else {
@@ -141,7 +141,7 @@ void EvalFevalCancel::createYVMConnections(
 }
 
 YVMConnection::Handler EvalFevalCancel::makeHandler(
-    std::optional<YVMConnection> EvalFevalCancel::* connection,
+    ConnectionSlot EvalFevalCancel::* connection,
     std::function<void(EvalFevalCancel&, const BaseRequest&)> handle) {
     return [weakThis = weak_from_this(), connection, handle = std::move(handle)](const BaseRequest& request) {
         FOUNDATION_FUNCTION_TRACE(logger());

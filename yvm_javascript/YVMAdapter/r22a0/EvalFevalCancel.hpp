@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cmddistributor/CmdDistributor.hpp"
+#include "common/ConnectionSlot.hpp"
 #include "common/YVMConnection.hpp"
 #include "connector/message_service/MessageService.hpp"
 #include "foundation/msg_svc/exchange/IDType.hpp"
@@ -16,7 +17,6 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -74,7 +74,7 @@ class EvalFevalCancel : public std::enable_shared_from_this<EvalFevalCancel> {
     void createYVMConnections(const std::shared_ptr<yvm::YVM>& yvm,
                               const std::shared_ptr<EventManagerConnection>& eventManagerConnection);
     /// Hands each message of a channel to `handle`, as long as this service lives.
-    YVMConnection::Handler makeHandler(std::optional<YVMConnection> EvalFevalCancel::* connection,
+    YVMConnection::Handler makeHandler(ConnectionSlot EvalFevalCancel::* connection,
                                        std::function<void(EvalFevalCancel&, const BaseRequest&)> handle);
     /// Calls `publishTextCallback`, or drops the message once this service has gone.
     PublishTextCallback makePublishTextCallback();
@@ -96,9 +96,9 @@ class EvalFevalCancel : public std::enable_shared_from_this<EvalFevalCancel> {
         inFlightRequests_;
     std::string channelPrefix_;
     std::shared_ptr<connector::message_service::MessageService> messageService_;
-    std::optional<YVMConnection> cancelConnection_;
-    std::optional<YVMConnection> fevalConnection_;
-    std::optional<YVMConnection> evalConnection_;
+    ConnectionSlot cancelConnection_;
+    ConnectionSlot fevalConnection_;
+    ConnectionSlot evalConnection_;
 };
 
 }  // namespace yvm::JSClient::r22a0

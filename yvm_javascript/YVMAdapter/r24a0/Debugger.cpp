@@ -59,7 +59,7 @@ void Debugger::createYVMConnections(const std::string& channelPrefix, const std:
     const auto callbackOf = [](Debugger& self, const BaseRequest& request, ResponseType type) {
         return makeDebuggerCallback(request.getRequestID(), type, self.weak_from_this());
     };
-    const auto connect = [&](std::optional<YVMConnection> Debugger::* connection, const char* name,
+    const auto connect = [&](ConnectionSlot Debugger::* connection, const char* name,
                              std::function<void(Debugger&, const BaseRequest&)> handle) {
         (this->*connection)
             .emplace(messageService, channelPrefix + name, makeHandler(connection, std::move(handle)));
@@ -101,7 +101,7 @@ void Debugger::createYVMConnections(const std::string& channelPrefix, const std:
             });
 }
 
-YVMConnection::Handler Debugger::makeHandler(std::optional<YVMConnection> Debugger::* connection,
+YVMConnection::Handler Debugger::makeHandler(ConnectionSlot Debugger::* connection,
                                              std::function<void(Debugger&, const BaseRequest&)> handle) {
     return [weakThis = weak_from_this(), connection, handle = std::move(handle)](const BaseRequest& request) {
         // A request may come in before the connection that delivers it has been stored.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/ConnectionSlot.hpp"
 #include "common/YVMConnection.hpp"
 #include "connector/message_service/MessageService.hpp"
 #include "ylutil/debugger/Debugger.hpp"
@@ -8,7 +9,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace yvm::JSClient::r24a0 {
@@ -64,17 +64,17 @@ class Debugger : public std::enable_shared_from_this<Debugger> {
     void createYVMConnections(const std::string& channelPrefix, const std::shared_ptr<yvm::YVM>& yvm,
                               std::shared_ptr<connector::message_service::MessageService> messageService);
     /// Hands each message of a channel to `handle`, as long as this service lives.
-    YVMConnection::Handler makeHandler(std::optional<YVMConnection> Debugger::* connection,
+    YVMConnection::Handler makeHandler(ConnectionSlot Debugger::* connection,
                                        std::function<void(Debugger&, const BaseRequest&)> handle);
 
     // In the order of building; destroyed last first.
     const std::shared_ptr<ylutil::debugger::Debugger> debugger_;
-    std::optional<YVMConnection> setGlobalBreakpointConnection_;
-    std::optional<YVMConnection> clearGlobalBreakpointConnection_;
-    std::optional<YVMConnection> setLineBreakpointConnection_;
-    std::optional<YVMConnection> clearLineBreakpointConnection_;
-    std::optional<YVMConnection> clearAllBreakpointsConnection_;
-    std::optional<YVMConnection> breakInDebuggerConnection_;
+    ConnectionSlot setGlobalBreakpointConnection_;
+    ConnectionSlot clearGlobalBreakpointConnection_;
+    ConnectionSlot setLineBreakpointConnection_;
+    ConnectionSlot clearLineBreakpointConnection_;
+    ConnectionSlot clearAllBreakpointsConnection_;
+    ConnectionSlot breakInDebuggerConnection_;
 };
 
 }  // namespace yvm::JSClient::r24a0

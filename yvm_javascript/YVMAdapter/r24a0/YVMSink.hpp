@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/ConnectionSlot.hpp"
 #include "common/YVMConnection.hpp"
 #include "connector/message_service/MessageService.hpp"
 #include "foundation/core/util/scope_guard.hpp"
@@ -9,7 +10,6 @@
 
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 
 namespace yvm::JSClient::r24a0 {
@@ -59,7 +59,7 @@ class YVMSink : public std::enable_shared_from_this<YVMSink> {
 
     // In the order of building; destroyed last first.
     std::shared_ptr<connector::message_service::MessageService> messageService_;
-    std::optional<YVMConnection> connection_;  // constant once `create` has returned
+    ConnectionSlot connection_;  // constant once `create` has returned
     /// Puts back the sinks from before the first install. Null while nothing is installed; empty behind a
     /// revert that failed. Touched by the handler alone.
     std::unique_ptr<foundation::core::util::scope_guard> sinkGuard_;

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -153,6 +154,30 @@ TEST_F(ConcurrencyTest, ClientsOfBothVersionsThatEvaluateAtOnceEachGetTheirTextA
         const std::string output = prefix + (client % 2 == 1 ? "/output" : "/text/output");
         EXPECT_EQ(inbox.on(output).size(), evalCount);
         EXPECT_EQ(inbox.on(output).front(), R"({"requestID":"0","stream":0,"text":"hi\n"})");
+    }
+}
+
+TEST_F(ConcurrencyTest, RequestsThatComeInWhileTheirClientIsBeingAttachedDoNotDisturbIt) {
+    const YVMAdapterHolder holder;
+    constexpr int attaches = 20;
+    for (int number = 0; number < attaches; ++number) {
+        const std::string id = "c" + std::to_string(number);
+        const std::string prefix = "/yvm/" + id;
+        std::atomic<bool> isAttached = false;
+        std::thread early([this, &isAttached, &id, &prefix] {
+            for (int i = 0; i < 200 && !isAttached; ++i) {
+                for (const char* channel : {"/interrupt", "/breakInDebugger", "/yvmSinks"}) {
+                    publish(prefix + channel + "/request", R"({"requestID":"early"})", "early" + id);
+                }
+                std::this_thread::yield();
+            }
+        });
+        attach(id, number % 2 == 0 ? "r24a0" : "r22a0");
+        EXPECT_TRUE(inbox.waitFor("/yvm/attach/response", static_cast<std::size_t>(number) + 1));
+        isAttached = true;
+        early.join();
+        eval(id, 1);
+        EXPECT_TRUE(inbox.waitFor(prefix + "/eval/response", 1));
     }
 }
 

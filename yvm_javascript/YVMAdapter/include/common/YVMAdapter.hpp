@@ -2,6 +2,7 @@
 
 #include "common/ApiVersion.hpp"
 #include "common/AttachedClientInterface.hpp"
+#include "common/ConnectionSlot.hpp"
 #include "common/YVMConnection.hpp"
 #include "connector/message_service/MessageService.hpp"
 #include "cppmicroservices/ListenerToken.hpp"
@@ -11,7 +12,6 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -66,7 +66,7 @@ class YVMAdapter : public std::enable_shared_from_this<YVMAdapter> {
     void handleAttachRequest(const BaseRequest& request);
     void handleDetachRequest(const BaseRequest& request);
     void completeAttachLocked(const std::string& prefix, ApiVersion version, const RequestResponse& response);
-    YVMConnection::Handler makeHandler(std::optional<YVMConnection> YVMAdapter::* connection,
+    YVMConnection::Handler makeHandler(ConnectionSlot YVMAdapter::* connection,
                                        void (YVMAdapter::*handle)(const BaseRequest&));
 
     // In the order of building: the two public channels fall silent before any client goes.
@@ -77,8 +77,8 @@ class YVMAdapter : public std::enable_shared_from_this<YVMAdapter> {
     std::unordered_map<std::string, std::unique_ptr<AttachedClientInterface>> clients_;  // guarded by mutex_
     std::list<PendingAttach> pendingAttaches_;                                           // guarded by mutex_
     // Constant once initializeMessageService has returned.
-    std::optional<YVMConnection> attachConnection_;
-    std::optional<YVMConnection> detachConnection_;
+    ConnectionSlot attachConnection_;
+    ConnectionSlot detachConnection_;
 };
 
 }  // namespace yvm::JSClient
