@@ -17,6 +17,9 @@ const timeOfFrame = 8;
 /** How near to the end, in pixels, counts as being there. */
 const followDistance = 40;
 
+/** Pixels above a field that are shown with it: the question. */
+const questionHeight = 48;
+
 type AnyCell = Cell | EngineCell;
 
 /** The list of cells. Text that arrives is taken in at once and shown once a frame, however much it is. */
@@ -38,8 +41,7 @@ export class Transcript {
         this.#list = list;
         this.#scroller = scroller;
         scroller.addEventListener("scroll", () => {
-            const { scrollHeight, scrollTop, clientHeight } = scroller;
-            this.#follows = scrollHeight - scrollTop - clientHeight < followDistance;
+            this.#follows = this.#end() - scroller.scrollTop < followDistance;
         });
         const observer = new ResizeObserver(() => {
             this.#follow();
@@ -199,9 +201,21 @@ export class Transcript {
         }
     }
 
+    /** How far down the end is; that of what is to be read now, where a field waits above many bars. */
+    #end(): number {
+        const { scrollHeight, scrollTop, clientHeight } = this.#scroller;
+        const end = scrollHeight - clientHeight;
+        const field = this.#list.querySelector(".cell:last-child .input-field");
+        if (!field) {
+            return end;
+        }
+        const above = field.getBoundingClientRect().top - this.#scroller.getBoundingClientRect().top;
+        return Math.min(end, scrollTop + above - questionHeight);
+    }
+
     #follow(): void {
         if (this.#follows) {
-            this.#scroller.scrollTop = this.#scroller.scrollHeight;
+            this.#scroller.scrollTop = this.#end();
         }
     }
 }

@@ -193,6 +193,37 @@ describe("a question of a command", () => {
         await ended(cell);
     });
 
+    it("is seen in a low window above its progress, and what follows too", async () => {
+        await page.setViewportSize({ width: 420, height: 480 });
+        const cell = await start(
+            "import yvm\nbars = [yvm.progress('a', f'bar {i} ' + 'x' * 99) for i in range(6)]\n" +
+                "for bar in bars: bar.__enter__()\nprint('\\n' * 30)\nname = input('who? ')\n" +
+                "for i in range(40): print(i)\nwhile name: yvm.pause(0.01)",
+        );
+        const field = cell.locator("input");
+        await field.waitFor();
+        const place = async (element: Locator) => {
+            const box = await element.boundingBox();
+            return { top: box?.y ?? NaN, bottom: (box?.y ?? NaN) + (box?.height ?? NaN) };
+        };
+        const isSeen = async (element: Locator) => {
+            const [inner, outer] = [await place(element), await place(page.locator(".scroller"))];
+            return inner.top >= outer.top && inner.bottom <= outer.bottom;
+        };
+        await expect.poll(() => isSeen(field)).toBe(true);
+        await field.fill("Ada");
+        await field.press("Enter");
+        await expect.poll(() => cell.locator(".outputs").innerText()).toContain("\n39\n");
+        await expect.poll(() => isSeen(cell.getByRole("button", { name: "Stop" }))).toBe(true);
+        for (const part of await cell.locator(".bar-moving > *").all()) {
+            const box = await part.boundingBox();
+            expect((box?.x ?? NaN) + (box?.width ?? NaN)).toBeLessThanOrEqual(420);
+        }
+        await page.screenshot({ path: `${screenshots}question-low.png` });
+        await cell.getByRole("button", { name: "Stop" }).click();
+        await ended(cell);
+    });
+
     it("that is secret shows nothing of its answer", async () => {
         const cell = await start("import getpass\nlen(getpass.getpass('password: '))");
         const field = cell.getByLabel("password:");
