@@ -2,6 +2,7 @@ import type { Activity } from "./ActivityMonitor";
 import type { Cell } from "./Cell";
 import { shortId, type EngineCommand } from "./CommandTracker";
 import { make } from "./dom";
+import { firstLine } from "./firstLine";
 
 /** More commands than these are counted, not listed. */
 const maxRows = 4;
@@ -123,10 +124,4 @@ export class ActivityView {
             stage.textContent = `not interrupted: ${error instanceof Error ? error.message : String(error)}`;
         });
     }
-}
-
-function firstLine(command: string): string {
-    const lines = command.split("\n");
-    const [first = ""] = lines;
-    return lines.length > 1 ? `${first} …` : first;
 }

@@ -10,7 +10,10 @@ import { ProgressBars } from "./ProgressBars";
 export class Cell {
     readonly element: HTMLElement;
     readonly command: string;
+    /** The file name under which the engine runs it, once it is known. */
+    fileName: string | undefined;
     readonly output = new CellOutput();
+    readonly #input: HTMLElement;
     readonly #stage = make("span", "", "running");
     readonly #stop = make("button", "quiet", "Stop");
     readonly #progress = make("p", "progress", make("span", "spinner"), this.#stage, this.#stop);
@@ -31,11 +34,31 @@ export class Cell {
         this.#stop.addEventListener("click", () => {
             onStop(this);
         });
-        const input = make("pre", "input", command);
-        input.setAttribute("aria-label", "Command");
-        this.element = make("article", "cell running", input, this.output.element, this.#progress);
+        this.#input = make("pre", "input", command);
+        this.#input.setAttribute("aria-label", "Command");
+        this.element = make("article", "cell running", this.#input, this.output.element, this.#progress);
         // Screen readers wait until the command has ended.
         this.element.setAttribute("aria-busy", "true");
+    }
+
+    /**
+     * Marks the line of the command where a frame stands still.
+     *
+     * @param line counted from 1; undefined for none any more
+     * @returns the element that marks it; undefined if there is no such line
+     */
+    markLine(line: number | undefined): HTMLElement | undefined {
+        const lines = this.command.split("\n");
+        const index = (line ?? 0) - 1;
+        if (lines[index] === undefined) {
+            this.#input.replaceChildren(this.command);
+            return undefined;
+        }
+        const isLast = index === lines.length - 1;
+        const before = lines.slice(0, index).map((text) => `${text}\n`);
+        const mark = make("mark", "stopped-line", lines[index], isLast ? "" : "\n");
+        this.#input.replaceChildren(before.join(""), mark, lines.slice(index + 1).join("\n"));
+        return mark;
     }
 
     /** The engine has begun with the command, or has not. */

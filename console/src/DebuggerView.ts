@@ -8,6 +8,8 @@ import type {
     StopReason,
 } from "yvm-client";
 
+import { BreakpointForm, type KnownFile } from "./BreakpointForm";
+import { conditionTexts, textOf } from "./breakpointText";
 import type { Stop } from "./DebuggerMonitor";
 import { make } from "./dom";
 
@@ -16,13 +18,18 @@ export type Move = "resume" | "step" | "stepIn" | "stepOut" | "quit";
 
 /** What a person can ask for; each rejects when it cannot be had. */
 export interface DebuggerActions {
-    move(move: Move): Promise<void>;
-    /** Selects another frame: so many calls out, or in if negative. */
-    select(callsOut: number): Promise<void>;
+    /** @param signal takes it back while nothing has come of it */
+    move(move: Move, signal: AbortSignal): Promise<void>;
+    /** Selects another frame: so many calls out, or in if negative. The signal is as of `move`. */
+    select(callsOut: number, signal: AbortSignal): Promise<void>;
     breakIn(): Promise<void>;
     set(breakpoint: Breakpoint): Promise<void>;
     clear(breakpoint: Breakpoint): Promise<void>;
     clearAll(): Promise<void>;
+    /** Shows where the selected frame stands, beside the panel; undefined once nothing is stopped. */
+    showPlace(place: DebugFrame | undefined): void;
+    /** What to propose where a file is asked for, best first. */
+    knownFiles(): readonly KnownFile[];
 }
 
 const reasons: Readonly<Record<StopReason, string>> = {
@@ -44,13 +51,8 @@ const moves: readonly { readonly move: Move; readonly label: string; readonly ke
     { move: "quit", label: "Quit", keys: "Shift+F8" },
 ];
 
-const conditions: readonly { readonly type: BreakpointCondition; readonly label: string }[] = [
-    { type: "ERROR", label: "Errors that nobody catches" },
-    { type: "CAUGHT_ERROR", label: "Errors that are caught" },
-    { type: "WARNING", label: "Warnings" },
-    { type: "NAN_INF", label: "NaN and infinity" },
-    { type: "UNSUPPRESSED_OUTPUT", label: "Values about to be displayed" },
-];
+/** Milliseconds until the panel believes that nothing is stopped any more. */
+const hideDelay = 150;
 
 /** The move that a key stands for. */
 export function moveOfKey({ key, shiftKey }: Pick<KeyboardEvent, "key" | "shiftKey">): Move | undefined {
@@ -66,16 +68,23 @@ export class DebuggerView {
     readonly #frames = make("ol", "stop-frames");
     readonly #variables = make("dl", "stop-variables");
     readonly #stop = make("section", "stop");
-    readonly #break = make("button", "quiet", "Break");
+    readonly #break = make("button", "quiet", "Break into what runs");
     readonly #failure = make("p", "stop-failure");
     readonly #list = make("ul", "breakpoint-list");
     readonly #clearAll = make("button", "quiet", "Clear all");
+    readonly #form: BreakpointForm;
     readonly #boxes = new Map<BreakpointCondition, HTMLInputElement>();
     #isStopped = false;
+    /** Whether the stop that is shown has been moved on. */
+    #isMoving = false;
+    /** Takes back what was asked of the stop that is shown. */
+    #asked = new AbortController();
+    #hiding: ReturnType<typeof setTimeout> | undefined;
 
     /** @param section where all of it goes */
     constructor(section: HTMLElement, actions: DebuggerActions) {
         this.#actions = actions;
+        this.#form = new BreakpointForm(actions);
         this.#failure.setAttribute("role", "alert");
         this.#title.setAttribute("role", "status");
         const buttons = make(
@@ -85,7 +94,10 @@ export class DebuggerView {
                 const button = make("button", "quiet", label);
                 button.title = keys;
                 button.setAttribute("aria-keyshortcuts", keys);
-                this.#onClick(button, () => actions.move(move));
+                button.type = "button";
+                button.addEventListener("click", () => {
+                    this.move(move);
+                });
                 return button;
             }),
         );
@@ -99,7 +111,7 @@ export class DebuggerView {
             make("h3", "", "Variables of the frame"),
             this.#variables,
         );
-        this.#break.title = "Stops the command that runs where it is";
+        this.#break.title = "Stops it where it is, to be looked at";
         this.#onClick(this.#break, () => actions.breakIn());
         this.#list.setAttribute("role", "list");
         this.#onClick(this.#clearAll, () => actions.clearAll());
@@ -108,12 +120,15 @@ export class DebuggerView {
             this.#break,
             this.#failure,
             make("h3", "", "Stop on"),
-            ...conditions.map(({ type, label }) => this.#makeBox(type, label)),
+            ...Object.entries(conditionTexts).map(([type, label]) =>
+                this.#makeBox(type as BreakpointCondition, label),
+            ),
             make("h3", "", "Breakpoints"),
             this.#list,
             this.#clearAll,
+            this.#form.element,
         );
-        this.show(undefined);
+        this.#stop.hidden = true;
         this.showBreakpoints([]);
     }
 
@@ -122,26 +137,50 @@ export class DebuggerView {
         return this.#isStopped;
     }
 
-    /** Does what a button of the panel does, and says there why it does not. */
+    /**
+     * Does what a button of the panel does, and says there why it does not. A stop is moved on once: what is
+     * pressed twice would wait for the next stop, and pass it over.
+     */
     move(move: Move): void {
-        this.#try(() => this.#actions.move(move));
+        if (this.#isStopped && !this.#isMoving) {
+            this.#isMoving = true;
+            this.#askOfStop(
+                (signal) => this.#actions.move(move, signal),
+                () => {
+                    this.#isMoving = false;
+                },
+            );
+        }
+    }
+
+    /** The stop is over, or another has come upon it. What still waits was not meant for another stop. */
+    endStop(): void {
+        this.#asked.abort();
+        this.#asked = new AbortController();
+        this.#isMoving = false;
     }
 
     show(stop: Stop | undefined): void {
         this.#isStopped = stop !== undefined;
-        this.#stop.hidden = !stop;
-        this.#break.hidden = stop !== undefined;
         this.#failure.textContent = "";
+        clearTimeout(this.#hiding);
         if (!stop) {
-            this.#title.textContent = "";
+            // The next stop may come at once, behind a step: buttons that vanished would lose the focus.
+            this.#hiding = setTimeout(() => {
+                this.#showStop(false);
+            }, hideDelay);
             return;
         }
-        this.#title.textContent = `Stopped ${stop.reason ? ((reasons[stop.reason] as string | undefined) ?? "") : ""}`;
+        this.#showStop(true);
+        this.#title.textContent = stop.reason
+            ? `Stopped ${(reasons[stop.reason] as string | undefined) ?? ""}`
+            : "Stopped";
         this.#message.textContent = stop.message;
         this.#message.hidden = stop.message === "";
         const selected = stop.frames.findIndex((frame) => frame.selected);
+        this.#actions.showPlace(stop.frames[selected]);
         const rows = stop.frames.map((frame, index) => this.#makeFrame(frame, selected - index));
-        this.#frames.replaceChildren(...rows.reverse());
+        replaceItems(this.#frames, rows.reverse());
         if (stop.variables) {
             this.#variables.replaceChildren(...stop.variables.flatMap(makeVariable));
         }
@@ -153,9 +192,11 @@ export class DebuggerView {
         for (const [type, box] of this.#boxes) {
             box.checked = onConditions.some((breakpoint) => isPlain(breakpoint) && breakpoint.type === type);
         }
+        const hasFocus = [this.#list, this.#clearAll].some((part) => part.contains(document.activeElement));
         const listed = [...places, ...onConditions.filter((breakpoint) => !isPlain(breakpoint))];
-        this.#list.replaceChildren(
-            ...listed.map((breakpoint) => {
+        replaceItems(
+            this.#list,
+            listed.map((breakpoint) => {
                 const text = textOf(breakpoint);
                 const button = make("button", "quiet", "×");
                 button.title = "Clear";
@@ -166,20 +207,40 @@ export class DebuggerView {
         );
         if (listed.length === 0) {
             this.#list.append(
-                make("li", "note", "None. Click on the number of a line that you are writing."),
+                make(
+                    "li",
+                    "note",
+                    "None. Click on the number of a line that you are writing, or add one here.",
+                ),
             );
         }
         this.#clearAll.hidden = breakpoints.length === 0;
+        if (hasFocus && this.#clearAll.hidden) {
+            this.#form.focus();
+        }
+    }
+
+    #showStop(isShown: boolean): void {
+        const [gone, come] = isShown ? [this.#break, this.#stop] : [this.#stop, this.#break];
+        const hasFocus = gone.contains(document.activeElement);
+        come.hidden = false;
+        gone.hidden = true;
+        if (hasFocus) {
+            (isShown ? this.#stop.querySelector("button") : this.#break)?.focus();
+        }
+        if (!isShown) {
+            this.#title.textContent = "";
+            this.#actions.showPlace(undefined);
+        }
     }
 
     #makeBox(type: BreakpointCondition, label: string): HTMLElement {
         const box = make("input", "");
         box.type = "checkbox";
         box.addEventListener("change", () => {
-            const change = box.checked ? this.#actions.set({ type }) : this.#actions.clear({ type });
             this.#try(async () => {
                 try {
-                    await change;
+                    await (box.checked ? this.#actions.set({ type }) : this.#actions.clear({ type }));
                 } catch (error) {
                     box.checked = !box.checked;
                     throw error;
@@ -199,8 +260,28 @@ export class DebuggerView {
             make("code", "", sourceLine),
         );
         button.setAttribute("aria-current", String(selected));
-        this.#onClick(button, () => (selected ? Promise.resolve() : this.#actions.select(callsOut)));
+        button.type = "button";
+        button.addEventListener("click", () => {
+            if (this.#isStopped && !selected) {
+                this.#askOfStop((signal) => this.#actions.select(callsOut, signal));
+            }
+        });
         return make("li", "", button);
+    }
+
+    /** @param onFailed called if it cannot be had of this stop */
+    #askOfStop(ask: (signal: AbortSignal) => Promise<void>, onFailed?: () => void): void {
+        const { signal } = this.#asked;
+        this.#try(async () => {
+            try {
+                await ask(signal);
+            } catch (error) {
+                if (!signal.aborted) {
+                    onFailed?.();
+                    throw error;
+                }
+            }
+        });
     }
 
     #onClick(button: HTMLButtonElement, action: () => Promise<void>): void {
@@ -212,9 +293,21 @@ export class DebuggerView {
 
     #try(action: () => Promise<void>): void {
         this.#failure.textContent = "";
-        action().catch((error: unknown) => {
+        const tried = async () => {
+            await action(); // which may also throw before it waits
+        };
+        tried().catch((error: unknown) => {
             this.#failure.textContent = error instanceof Error ? error.message : String(error);
         });
+    }
+}
+
+/** Replaces the items of a list. Where a button of one had the focus, that of the one in its place gets it. */
+function replaceItems(list: HTMLElement, items: readonly HTMLElement[]): void {
+    const place = [...list.children].findIndex((item) => item.contains(document.activeElement));
+    list.replaceChildren(...items);
+    if (place >= 0) {
+        items[Math.min(place, items.length - 1)]?.querySelector("button")?.focus();
     }
 }
 
@@ -227,18 +320,4 @@ function makeVariable({ name, type, text }: DebugVariable): HTMLElement[] {
     const value = make("dd", "", make("code", "", text));
     value.title = type;
     return [make("dt", "", make("code", "", name)), value];
-}
-
-function textOf(breakpoint: Breakpoint & { readonly lineNumber?: number }): string {
-    if ("type" in breakpoint) {
-        return `${breakpoint.type} ${breakpoint.messageId ?? ""}`;
-    }
-    const { fileName, location, expression, lineNumber } = breakpoint;
-    const place =
-        location === undefined
-            ? ""
-            : "localFunction" in location
-              ? `:${location.localFunction}`
-              : `:${String(lineNumber ?? location.lineNumber)}`;
-    return `${fileName}${place}${expression === undefined ? "" : ` if ${expression}`}`;
 }

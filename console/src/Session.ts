@@ -165,12 +165,17 @@ export class Session {
         return this.#attached().debugger;
     }
 
-    /** Sets breakpoints on lines of a command that is to be run next. */
-    async setBreakpoints(command: string, marks: readonly LineMark[]): Promise<void> {
+    /** Has the engine name a command that is to be run next; the file name by which breakpoints and frames mean it. */
+    async nameCommand(command: string): Promise<string> {
         const [fileName] = await this.#attached().feval("yvm.debug.name_command", [command], queryOptions);
         if (typeof fileName !== "string") {
             throw new Error("the engine does not name the command");
         }
+        return fileName;
+    }
+
+    /** Sets breakpoints on lines of a file. */
+    async setBreakpoints(fileName: string, marks: readonly LineMark[]): Promise<void> {
         await Promise.all(
             marks.map(({ line, condition }) =>
                 this.debugger.setBreakpoint({

@@ -22,6 +22,13 @@ const questionHeight = 48;
 
 type AnyCell = Cell | EngineCell;
 
+/** A line of a file, or of a command. */
+export interface Place {
+    readonly fileName: string;
+    /** Counted from 1. */
+    readonly lineNumber: number;
+}
+
 /** The list of cells. Text that arrives is taken in at once and shown once a frame, however much it is. */
 export class Transcript {
     readonly #list: HTMLElement;
@@ -32,6 +39,12 @@ export class Transcript {
     /** Whether the reader is at the end. Whoever has scrolled up is left in peace. */
     #follows = true;
     #frameIsDue = false;
+    /** The line that is to be marked. */
+    #place: Place | undefined;
+    /** The line that is marked. */
+    #marked: { readonly cell: Cell; readonly lineNumber: number } | undefined;
+    /** Where the page was scrolled to for it, away from the end. */
+    #leftEndFor: number | undefined;
 
     /**
      * @param list where the cells go
@@ -57,6 +70,53 @@ export class Transcript {
         this.#follows = true;
         this.#follow();
         return cell;
+    }
+
+    /** The commands that the engine has named, newest first. */
+    get namedCells(): readonly (Cell & { readonly fileName: string })[] {
+        return this.#cells.filter(isNamed).reverse();
+    }
+
+    /** The engine has named the cell's command. Of two equal ones that wait, the first is the one that is meant. */
+    nameCell(cell: Cell, fileName: string): void {
+        if (this.namedCells.every((other) => other.fileName !== fileName)) {
+            cell.fileName = fileName;
+            this.markLine(this.#place); // it may have stopped already
+        }
+    }
+
+    /** The engine may give the same names to other commands. */
+    forgetNames(): void {
+        for (const cell of this.#cells) {
+            if (cell instanceof Cell) {
+                cell.fileName = undefined;
+            }
+        }
+    }
+
+    /** Marks a line and shows it, if it is one of a command on the page; the one before is not marked any more. */
+    markLine(place: Place | undefined): void {
+        this.#place = place;
+        const cell = this.namedCells.find(({ fileName }) => fileName === place?.fileName);
+        if (this.#marked && this.#marked.cell !== cell) {
+            this.#marked.cell.markLine(undefined);
+        }
+        const line = cell?.markLine(place?.lineNumber);
+        if (cell && place && line) {
+            // Shown once: what is run meanwhile prints below.
+            if (this.#marked?.cell !== cell || this.#marked.lineNumber !== place.lineNumber) {
+                this.#reveal(line);
+            }
+            this.#marked = { cell, lineNumber: place.lineNumber };
+        } else {
+            this.#marked = undefined;
+            // Whoever has scrolled since is left in peace.
+            if (this.#leftEndFor === this.#scroller.scrollTop) {
+                this.#follows = true;
+                this.#follow();
+            }
+            this.#leftEndFor = undefined;
+        }
     }
 
     /** Whether the cell is still on the page. */
@@ -139,6 +199,15 @@ export class Transcript {
         this.#follow();
     }
 
+    #reveal(line: HTMLElement): void {
+        const { scrollTop } = this.#scroller;
+        line.scrollIntoView({ block: "nearest" });
+        if (this.#scroller.scrollTop !== scrollTop && (this.#follows || this.#leftEndFor === scrollTop)) {
+            this.#follows = false;
+            this.#leftEndFor = this.#scroller.scrollTop;
+        }
+    }
+
     #add(cell: AnyCell): void {
         this.#cells.push(cell);
         this.#list.append(cell.element);
@@ -218,4 +287,8 @@ export class Transcript {
             this.#scroller.scrollTop = this.#end();
         }
     }
+}
+
+function isNamed(cell: AnyCell): cell is Cell & { readonly fileName: string } {
+    return cell instanceof Cell && cell.fileName !== undefined;
 }

@@ -8,6 +8,7 @@ import { DebuggerMonitor } from "./DebuggerMonitor";
 import { DebuggerView, moveOfKey } from "./DebuggerView";
 import { byId } from "./dom";
 import { Editor } from "./Editor";
+import { firstLine } from "./firstLine";
 import { Gutter } from "./Gutter";
 import { PromptIndicator } from "./PromptIndicator";
 import { Session, type RunEvent, type SessionState, type Variable } from "./Session";
@@ -36,6 +37,8 @@ const gutter = new Gutter({
 const editor = new Editor(commandArea, byId("prompt", HTMLFormElement), gutter, (command, breakpoints) => {
     void run(command, breakpoints);
 });
+/** So many commands are proposed for a breakpoint. */
+const maxKnownFiles = 20;
 /** Cells by the identifiers of their requests, for text that comes after the end. */
 const cells = new Map<string, Cell>();
 const session = new Session(new URL("./", location.href).href, {
@@ -60,10 +63,11 @@ const session = new Session(new URL("./", location.href).href, {
         variablesMonitor.changed();
     },
     onStopped: (stop) => {
-        showDebugger(true);
+        debuggerView.endStop();
         debuggerMonitor.stopped(stop);
     },
     onResumed: (resume) => {
+        debuggerView.endStop();
         debuggerMonitor.resumed(resume);
     },
     onBreakpoints: (breakpoints) => {
@@ -71,19 +75,31 @@ const session = new Session(new URL("./", location.href).href, {
     },
 });
 const debuggerView = new DebuggerView(byId("debugger", HTMLElement), {
-    move: (move) => session.debugger[move](),
-    select: async (callsOut) => {
-        await (callsOut > 0 ? session.debugger.up(callsOut) : session.debugger.down(-callsOut));
+    move: (move, signal) => session.debugger[move]({ signal }),
+    select: async (callsOut, signal) => {
+        await (callsOut > 0
+            ? session.debugger.up(callsOut, { signal })
+            : session.debugger.down(-callsOut, { signal }));
         await debuggerMonitor.look();
     },
     breakIn: () => session.debugger.breakIn(),
     set: (breakpoint) => session.debugger.setBreakpoint(breakpoint),
     clear: (breakpoint) => session.debugger.clearBreakpoint(breakpoint),
     clearAll: () => session.debugger.clearAllBreakpoints(),
+    showPlace: (place) => {
+        transcript.markLine(place);
+    },
+    knownFiles: () =>
+        transcript.namedCells
+            .slice(0, maxKnownFiles)
+            .map(({ fileName, command }) => ({ name: fileName, label: firstLine(command) })),
 });
 const debuggerMonitor = new DebuggerMonitor(
     { stack: () => session.debugger.stack(), locals: () => session.debugger.locals() },
     (stop) => {
+        if (stop && !debuggerView.isStopped) {
+            showDebugger(true);
+        }
         debuggerView.show(stop);
     },
 );
@@ -119,9 +135,10 @@ const requests = new Map<Cell, ReturnType<Session["run"]>>();
 async function run(command: string, breakpoints: readonly LineMark[]): Promise<void> {
     welcome.hidden = true;
     const cell = transcript.add(command, stop);
+    const named = nameCell(cell);
     try {
         if (breakpoints.length > 0) {
-            await session.setBreakpoints(command, breakpoints);
+            await session.setBreakpoints(await named, breakpoints);
         }
         const request = monitor.send(cell, () =>
             session.run(command, cell.output.columns, {
@@ -148,6 +165,18 @@ async function run(command: string, breakpoints: readonly LineMark[]): Promise<v
             void debuggerMonitor.look(); // it may have changed variables of the stopped one
         }
     }
+}
+
+/** Nobody waits for the name unless breakpoints need it: what is asked first is done first. */
+function nameCell(cell: Cell): Promise<string> {
+    const named = session.nameCommand(cell.command);
+    named.then(
+        (fileName) => {
+            transcript.nameCell(cell, fileName);
+        },
+        () => undefined, // its lines are not marked, then
+    );
+    return named;
 }
 
 function showEvent(cell: Cell, event: RunEvent): void {
@@ -229,6 +258,7 @@ function showState(state: SessionState): void {
     runButton.disabled = !editor.enabled;
     monitor.isAttached = editor.enabled;
     promptIndicator.show(undefined); // until the engine tells
+    debuggerView.endStop();
     debuggerMonitor.forget();
     if (state.kind === "attached") {
         void debuggerMonitor.look();
@@ -237,6 +267,7 @@ function showState(state: SessionState): void {
     connectForm.hidden = state.kind !== "ended";
     if (state.kind === "ended") {
         cells.clear(); // the next client counts its requests anew
+        transcript.forgetNames(); // and another engine its commands
         notice.textContent = state.reason;
         tokenField.hidden = !state.wantsToken;
         if (state.wantsToken) {

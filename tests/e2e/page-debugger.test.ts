@@ -1,9 +1,9 @@
-import type { Locator, Page } from "playwright-core";
+import type { Locator } from "playwright-core";
 import { afterEach, beforeEach, describe, expect, it } from "vitest";
 import { connect, type Client, type Connection } from "yvm-client";
 
-import type { ServerProcess } from "./ServerProcess.js";
-import { screenshots, setUpPage } from "./setUpPage.js";
+import { DebuggerPage } from "./DebuggerPage.js";
+import { screenshots, setUpPage, type Given } from "./setUpPage.js";
 
 /** The debugger of the web console: a real browser, the real server, the real engine. */
 
@@ -15,133 +15,91 @@ const sumUp = `def total(values):
 
 total([1, 2, 3])`;
 
-let server: ServerProcess;
-let page: Page;
+let page: Given["page"];
+let url: string;
+let view: DebuggerPage;
 /** Another user of the same engine. */
 let yvm: Connection;
 let other: Client;
 
 setUpPage({ width: 1100, height: 760 }, (given) => {
-    ({ server, page } = given);
+    ({ page } = given);
+    url = given.server.url.href;
+    view = new DebuggerPage(page, url);
 });
 
 beforeEach(async () => {
-    yvm = await connect(server.url.href);
+    yvm = await connect(url);
     other = await yvm.attach();
     await other.feval("yvm.reset");
     await other.debugger.clearAllBreakpoints();
-    await open();
+    await view.open();
 });
 
 afterEach(async () => {
     await yvm.disconnect();
 });
 
-async function open(): Promise<void> {
-    await page.goto(server.url.href);
-    await page.locator('#status[data-state="attached"]').waitFor();
-}
-
-const panel = (): Locator => page.getByRole("complementary", { name: "Debugger" });
-const title = (): Locator => panel().locator(".stop-title");
-const lineNumber = (line: number): Locator =>
-    page.getByRole("button", { name: `Breakpoint on line ${String(line)}`, exact: true });
-
-async function write(command: string): Promise<void> {
-    await page.locator("#command").fill(command);
-}
-
-/** Runs what is in the editor; its cell. */
-async function run(): Promise<Locator> {
-    const count = await page.locator(".cell").count();
-    await page.locator("#command").press("Enter");
-    const cell = page.locator(".cell").nth(count);
-    await cell.waitFor();
-    return cell;
-}
-
-async function ended(cell: Locator): Promise<void> {
-    await cell.and(page.locator(":not(.running)")).waitFor();
-}
-
-/** Waits until the panel shows the innermost frame at this line, and its variables by name. */
-async function stoppedAt(line: number, variables: Record<string, string>): Promise<void> {
-    await panel()
-        .locator(".stop-frame")
-        .first()
-        .getByText(`:${String(line)}`)
-        .waitFor();
-    await expect
-        .poll(async () => {
-            const names = await panel().locator("dt").allTextContents();
-            const values = await panel().locator("dd").allTextContents();
-            return Object.fromEntries(names.map((name, index) => [name, values[index]]));
-        })
-        .toEqual(variables);
-}
-
 describe("a click on the number of a line", () => {
     it("stops the command there, which is looked at, stepped through and let go on", async () => {
-        await write(sumUp);
-        await lineNumber(4).click();
-        expect(await lineNumber(4).getAttribute("aria-pressed")).toBe("true");
+        await view.write(sumUp);
+        await view.lineNumber(4).click();
+        expect(await view.lineNumber(4).getAttribute("aria-pressed")).toBe("true");
         await page.screenshot({ path: `${screenshots}debugger-editor.png` });
-        const cell = await run();
-        await stoppedAt(4, { result: "0", value: "1", values: "[1, 2, 3]" });
-        expect(await title().textContent()).toBe("Stopped at a breakpoint");
+        const cell = await view.run();
+        await view.stoppedAt(4, { result: "0", value: "1", values: "[1, 2, 3]" });
+        expect(await view.title.textContent()).toBe("Stopped at a breakpoint");
         await page.screenshot({ path: `${screenshots}debugger-stopped.png` });
         // The keys work wherever the cursor is.
         await page.keyboard.press("F10");
-        await stoppedAt(3, { result: "1", value: "1", values: "[1, 2, 3]" });
-        expect(await title().textContent()).toBe("Stopped behind a step");
+        await view.stoppedAt(3, { result: "1", value: "1", values: "[1, 2, 3]" });
+        expect(await view.title.textContent()).toBe("Stopped behind a step");
         await page.keyboard.press("F8");
-        await stoppedAt(4, { result: "1", value: "2", values: "[1, 2, 3]" });
-        await panel()
-            .getByRole("button", { name: /^Clear the breakpoint <command/ })
-            .click();
-        await panel().getByText("None. Click on").waitFor();
+        await view.stoppedAt(4, { result: "1", value: "2", values: "[1, 2, 3]" });
+        await view.panel.getByRole("button", { name: /^Clear the breakpoint <command/ }).click();
+        await view.panel.getByText("None. Click on").waitFor();
         await page.keyboard.press("F8");
-        await ended(cell);
+        await view.ended(cell);
         expect(await cell.locator(".stdout").allTextContents()).toEqual(["6\n"]);
-        await title().waitFor({ state: "hidden" });
+        await view.title.waitFor({ state: "hidden" });
     });
 
     it("sets and clears, also by the keyboard, and stays with its line", async () => {
-        await write("a = 1\nb = 2");
+        await view.write("a = 1\nb = 2");
         await page.locator("#command").press("F9");
-        expect(await lineNumber(2).getAttribute("aria-pressed")).toBe("true");
+        expect(await view.lineNumber(2).getAttribute("aria-pressed")).toBe("true");
         // A new line above it.
         await page.locator("#command").press("Control+Home");
         await page.locator("#command").press("Shift+Enter");
-        expect(await lineNumber(2).getAttribute("aria-pressed")).toBe("false");
-        expect(await lineNumber(3).getAttribute("aria-pressed")).toBe("true");
-        await lineNumber(3).click();
-        expect(await lineNumber(3).getAttribute("aria-pressed")).toBe("false");
-        const cell = await run();
-        await ended(cell);
-        expect(await panel().isHidden()).toBe(true);
+        expect(await view.lineNumber(2).getAttribute("aria-pressed")).toBe("false");
+        expect(await view.lineNumber(3).getAttribute("aria-pressed")).toBe("true");
+        await view.lineNumber(3).click();
+        expect(await view.lineNumber(3).getAttribute("aria-pressed")).toBe("false");
+        const cell = await view.run();
+        await view.ended(cell);
+        expect(await view.panel.isHidden()).toBe(true);
     });
 
     it("by the other button asks for a condition", async () => {
-        await write(sumUp);
-        await lineNumber(4).click({ button: "right" });
+        await view.write(sumUp);
+        await view.lineNumber(4).click({ button: "right" });
         await page.getByLabel("Stop in line 4 only if").fill("value == 3");
         await page.screenshot({ path: `${screenshots}debugger-condition.png` });
         await page.keyboard.press("Enter");
-        expect(await lineNumber(4).getAttribute("title")).toBe("Stops here if value == 3");
-        const cell = await run();
-        await stoppedAt(4, { result: "3", value: "3", values: "[1, 2, 3]" });
+        expect(await view.lineNumber(4).getAttribute("title")).toBe("Stops here if value == 3");
+        const cell = await view.run();
+        await view.stoppedAt(4, { result: "3", value: "3", values: "[1, 2, 3]" });
         await page.keyboard.press("F8");
-        await ended(cell);
+        await view.ended(cell);
     });
 
     it("with a condition that is none is told in the cell, and nothing runs", async () => {
-        await write("a = 1\na = 2");
-        await lineNumber(2).click({ button: "right" });
+        await view.write("a = 1\na = 2");
+        await view.lineNumber(2).click({ button: "right" });
         await page.getByLabel("Stop in line 2 only if").fill("1 +");
         await page.keyboard.press("Enter");
-        const cell = await run();
-        await ended(cell);
+        const cell = await view.run();
+        await view.ended(cell);
         expect(await cell.locator(".failure").textContent()).toContain("is no expression");
         await expect(other.eval("a")).rejects.toMatchObject({ identifier: "NameError" });
     });
@@ -149,36 +107,36 @@ describe("a click on the number of a line", () => {
 
 describe("a stopped command", () => {
     it("has frames, in any of which a command is evaluated", async () => {
-        await write(sumUp);
-        await lineNumber(4).click();
-        const cell = await run();
-        await stoppedAt(4, { result: "0", value: "1", values: "[1, 2, 3]" });
-        await write("result = 100; value + 1");
-        const inner = await run();
-        await ended(inner);
+        await view.write(sumUp);
+        await view.lineNumber(4).click();
+        const cell = await view.run();
+        await view.stoppedAt(4, { result: "0", value: "1", values: "[1, 2, 3]" });
+        await view.write("result = 100; value + 1");
+        const inner = await view.run();
+        await view.ended(inner);
         expect(await inner.locator(".stdout").allTextContents()).toEqual(["2\n"]);
-        await stoppedAt(4, { result: "100", value: "1", values: "[1, 2, 3]" });
-        const frames = panel().locator(".stop-frame");
+        await view.stoppedAt(4, { result: "100", value: "1", values: "[1, 2, 3]" });
+        const frames = view.frames;
         await frames.nth(1).click();
         await expect.poll(() => frames.nth(1).getAttribute("aria-current")).toBe("true");
         await page.screenshot({ path: `${screenshots}debugger-frames.png` });
         await other.debugger.clearAllBreakpoints();
-        await panel().getByRole("button", { name: "Continue" }).click();
-        await ended(cell);
+        await view.panel.getByRole("button", { name: "Continue" }).click();
+        await view.ended(cell);
         expect(await cell.locator(".stdout").allTextContents()).toEqual(["106\n"]);
     });
 
     it("is stepped into a call and out of it, and is quit", async () => {
-        await write("def f(x):\n    return x + 1\n\na = f(1)\nb = f(2)");
-        await lineNumber(4).click();
-        const cell = await run();
-        await panel().locator(".stop-frame").first().getByText(":4").waitFor();
+        await view.write("def f(x):\n    return x + 1\n\na = f(1)\nb = f(2)");
+        await view.lineNumber(4).click();
+        const cell = await view.run();
+        await view.frames.first().getByText(":4").waitFor();
         await page.keyboard.press("F11");
-        await panel().locator(".stop-frame").first().getByText("f ").waitFor();
+        await view.stoppedAt(2, { x: "1" });
         await page.keyboard.press("Shift+F11");
-        await panel().locator(".stop-frame").first().getByText(":5").waitFor();
+        await view.frames.first().getByText(":5").waitFor();
         await page.keyboard.press("Shift+F8");
-        await ended(cell);
+        await view.ended(cell);
         expect(await cell.locator(".failure").textContent()).toContain("Interrupt");
     });
 
@@ -188,11 +146,10 @@ describe("a stopped command", () => {
         await other.debugger.setBreakpoint({ fileName: name, location: { lineNumber: 2 } });
         const request = other.eval("x = 5\nx += 1");
         request.done.catch(() => undefined); // the test that fails before has said why
-        await title().waitFor();
-        await open();
-        await page.getByRole("button", { name: "Debugger" }).click();
-        await panel().locator(".stop-frame").first().getByText(":2").waitFor();
-        await panel()
+        await view.title.waitFor();
+        await view.open();
+        await view.frames.first().getByText(":2").waitFor();
+        await view.panel
             .getByRole("button", { name: `Clear the breakpoint ${name}:2`, exact: true })
             .waitFor();
         await page.keyboard.press("F8");
@@ -200,33 +157,138 @@ describe("a stopped command", () => {
     });
 });
 
+describe("two pages", () => {
+    it("see the stop of either, and either moves it on", async () => {
+        const second = new DebuggerPage(await page.context().newPage(), url);
+        await second.open();
+        await view.write(sumUp);
+        await view.lineNumber(4).click();
+        const cell = await view.run();
+        const first = { result: "0", value: "1", values: "[1, 2, 3]" };
+        await Promise.all([view.stoppedAt(4, first), second.stoppedAt(4, first)]);
+        expect(await view.stoppedLine.textContent()).toBe("        result += value\n");
+        expect(await second.stoppedLine.count()).toBe(0); // the command is of the other page
+        await second.page.keyboard.press("F10");
+        const stepped = { result: "1", value: "1", values: "[1, 2, 3]" };
+        await Promise.all([view.stoppedAt(3, stepped), second.stoppedAt(3, stepped)]);
+        await second.page.screenshot({ path: `${screenshots}debugger-second-page.png` });
+        await view.page.keyboard.press("F8");
+        const next = { result: "1", value: "2", values: "[1, 2, 3]" };
+        await Promise.all([view.stoppedAt(4, next), second.stoppedAt(4, next)]);
+        await second.panel.getByRole("button", { name: /^Clear the breakpoint <command/ }).click();
+        await view.panel.getByText("None. Click on").waitFor();
+        await second.panel.getByRole("button", { name: "Continue" }).click();
+        await view.ended(cell);
+        await Promise.all([view.title, second.title].map((title) => title.waitFor({ state: "hidden" })));
+    });
+});
+
+describe("by the keyboard alone", () => {
+    it("a button steps again and again, and nothing that is pressed twice passes a stop over", async () => {
+        await view.write(sumUp);
+        await view.lineNumber(2).click();
+        await view.run();
+        await view.stoppedAt(2, { values: "[1, 2, 3]" });
+        const step = view.panel.getByRole("button", { name: "Step", exact: true });
+        await step.focus();
+        await page.keyboard.press("Enter");
+        await view.stoppedAt(3, { result: "0", values: "[1, 2, 3]" });
+        await page.keyboard.press("Enter");
+        await view.stoppedAt(4, { result: "0", value: "1", values: "[1, 2, 3]" });
+        await step.and(page.locator(":focus")).waitFor();
+        // While a command runs in the frame, a move waits: the second is not for the stop behind it.
+        await view.write("values[:] = [1]; import time; time.sleep(0.5)");
+        await other.debugger.setBreakpoint({ type: "UNSUPPRESSED_OUTPUT" });
+        const inner = await view.run();
+        await page.keyboard.press("F8");
+        await page.keyboard.press("F8");
+        await view.ended(inner);
+        await view.title.getByText("Stopped before a value is displayed").waitFor();
+        await other.debugger.clearAllBreakpoints();
+        await page.keyboard.press("F8");
+        await view.title.waitFor({ state: "hidden" });
+    });
+
+    it("a frame that is selected and a breakpoint that is cleared keep the place", async () => {
+        await view.write(sumUp);
+        await view.lineNumber(2).click();
+        await view.lineNumber(4).click();
+        const cell = await view.run();
+        await view.stoppedAt(2, { values: "[1, 2, 3]" });
+        await view.frames.nth(1).focus();
+        await page.keyboard.press("Enter");
+        await expect.poll(() => view.frames.nth(1).getAttribute("aria-current")).toBe("true");
+        await view.frames.nth(1).and(page.locator(":focus")).waitFor();
+        const clear = view.panel.getByRole("button", { name: /^Clear the breakpoint/ });
+        await clear.first().focus();
+        await page.keyboard.press("Enter");
+        await expect.poll(() => clear.count()).toBe(1);
+        await clear.and(page.locator(":focus")).waitFor();
+        await page.keyboard.press("Enter");
+        await expect.poll(() => clear.count()).toBe(0);
+        await view.form.locator("summary:focus").waitFor();
+        await page.keyboard.press("F8");
+        await view.ended(cell);
+    });
+});
+
+/** Whether all of it can be seen among the commands. */
+async function isInView(element: Locator): Promise<boolean> {
+    const [box, around] = await Promise.all([element.boundingBox(), page.locator("#scroller").boundingBox()]);
+    return (
+        box !== null && around !== null && box.y >= around.y && box.y + box.height <= around.y + around.height
+    );
+}
+
+describe("the marked line", () => {
+    it("is scrolled to, and afterwards whoever was at the end is there again", async () => {
+        const definition = await view.run("def f(x):\n    return x");
+        await view.ended(definition);
+        await view.showPanel();
+        await view.ended(await view.run("print('line\\n' * 60)"));
+        const [, name = ""] = await view.proposedFiles();
+        await view.add("In a function", { File: name, Function: "f" }, `${name}, function f`);
+        const cell = await view.run("f(1); print('the end')");
+        await view.stoppedAt(2, { x: "1" });
+        await expect.poll(() => isInView(view.stoppedLine)).toBe(true);
+        // What runs meanwhile is looked at, and not the line again.
+        const inner = await view.run("x + 41");
+        await inner.getByText("42").waitFor();
+        await expect.poll(() => isInView(inner)).toBe(true);
+        await page.keyboard.press("F8");
+        await view.ended(cell);
+        await view.stoppedLine.waitFor({ state: "detached" });
+        await expect.poll(() => isInView(inner)).toBe(true);
+    });
+});
+
 describe("the panel", () => {
     it("stops on conditions", async () => {
         await page.getByRole("button", { name: "Debugger" }).click();
-        await panel().getByLabel("Errors that nobody catches").check();
+        await view.panel.getByLabel("Errors that nobody catches").check();
         await expect.poll(() => other.debugger.breakpoints()).toEqual([{ type: "ERROR" }]);
-        await write("def f(x):\n    return 1 / x\nf(0)");
-        const cell = await run();
-        await stoppedAt(2, { x: "0" });
-        expect(await title().textContent()).toBe("Stopped by an error that nobody catches");
-        expect(await panel().locator(".stop-message").textContent()).toContain("division by zero");
+        await view.write("def f(x):\n    return 1 / x\nf(0)");
+        const cell = await view.run();
+        await view.stoppedAt(2, { x: "0" });
+        expect(await view.title.textContent()).toBe("Stopped by an error that nobody catches");
+        expect(await view.panel.locator(".stop-message").textContent()).toContain("division by zero");
         await page.screenshot({ path: `${screenshots}debugger-error.png` });
         await page.keyboard.press("F8");
-        await ended(cell);
+        await view.ended(cell);
         expect(await cell.locator(".failure").textContent()).toContain("ZeroDivisionError");
-        await panel().getByLabel("Errors that nobody catches").uncheck();
+        await view.panel.getByLabel("Errors that nobody catches").uncheck();
         await expect.poll(() => other.debugger.breakpoints()).toEqual([]);
     });
 
     it("breaks into what runs", async () => {
         await page.getByRole("button", { name: "Debugger" }).click();
-        await write("import time\nprint('asleep'); time.sleep(600)");
-        const cell = await run();
+        await view.write("import time\nprint('asleep'); time.sleep(600)");
+        const cell = await view.run();
         await cell.getByText("asleep", { exact: true }).and(page.locator(".stdout")).waitFor();
-        await panel().getByRole("button", { name: "Break" }).click();
-        await panel().locator(".stop-frame").first().getByText(":2").waitFor();
-        expect(await title().textContent()).toBe("Stopped as asked");
-        await panel().getByRole("button", { name: "Quit" }).click();
-        await ended(cell);
+        await view.panel.getByRole("button", { name: "Break" }).click();
+        await view.frames.first().getByText(":2").waitFor();
+        expect(await view.title.textContent()).toBe("Stopped as asked");
+        await view.panel.getByRole("button", { name: "Quit" }).click();
+        await view.ended(cell);
     });
 });
