@@ -1,3 +1,7 @@
+import { mkdtemp, readdir, readFile, rm } from "node:fs/promises";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+
 import { afterAll, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
 import type { Message } from "./Driver.js";
@@ -119,6 +123,28 @@ it("take the traits of the version", async () => {
     await reader.run("print(2)");
     expect(await reader.textUntil("2\n")).toBe(">>> print(1)\n1\n2\n");
     await reader.stock.disconnect();
+});
+
+it("copy to the diary and the log, as a command's own streams do not", async () => {
+    const folder = await mkdtemp(join(tmpdir(), "diary-"));
+    const ownServer = await ServerProcess.start("--cwd", folder);
+    const stock = new StockClient(ownServer);
+    await stock.begin();
+    await stock.attachAs("diarist", "r22a0");
+    const traits = { outSinkTraits: { _useDiary: true }, errSinkTraits: { _useLogging: true } };
+    await stock.eval("diarist", "print('own')", {
+        runOptions: { useNullOutSink: false, useNullErrSink: false, ...traits },
+    });
+    expect(await readdir(folder)).toEqual([]);
+    await stock.publish(set, traits);
+    await stock.eval("diarist", "import sys; print('out'); print('err', file=sys.stderr)", {
+        runOptions: {},
+    });
+    expect(await readFile(join(folder, "yvm-diary.txt"), "utf8")).toBe("out\n");
+    expect(await readFile(join(folder, "yvm-log.txt"), "utf8")).toMatch(/Z err\n$/);
+    await stock.disconnect();
+    expect((await ownServer.stop()).code).toBe(0);
+    await rm(folder, { recursive: true });
 });
 
 it("stay when their client has left, until somebody installs others", async () => {

@@ -401,6 +401,43 @@ describe("arguments inline, with r22a0", () => {
         ]);
     });
 
+    it.each([
+        ["int64", "9223372036854775808", "9223372036854775807"],
+        ["int64", "-9223372036854775809", "-9223372036854775808"],
+        ["uint64", "-1", 0],
+    ])("beyond the range of %s become the nearest in it, as %s does", async (ywtype, given, nearest) => {
+        const { result } = await inline(
+            "numpy.array",
+            `[{"ywtype":"${ywtype}","ywsize":[1],"ywdata":[${given}]}]`,
+        );
+        expect(result).toEqual([{ ywtype, ywsize: [1], ywdata: [nearest] }]);
+    });
+
+    it("beyond the range of doubles become null", async () => {
+        expect((await inline("repr", "[1e400]"))["result"]).toEqual(["None"]);
+        const { error } = await inline("repr", "[[1,1e400]]");
+        expect((error as Data)["message"]).toContain("element 1 is null");
+    });
+
+    it.each([
+        [{ ywtype: 5 }, "every ywtype in the data must be a string"],
+        [
+            { ywtype: "int8", ywdata: "x" },
+            "the ywdata of an integer ywtype must be an array of plain integers",
+        ],
+    ])("in a record are refused where they pass for an array, as in %j", async (ywdata, why) => {
+        const reply = await client.publish(`/yvm/${id}/feval/request`, {
+            requestID: "refused",
+            function: "str",
+            numOutputsExpected: 1,
+            rhsArgs: [{ ywtype: "record", ywdata }],
+        });
+        expect(reply).toMatchObject({ successful: false, error: `400::${why}` });
+        const allowed = { ywtype: "text", ywdata: [1] };
+        const { result } = await client.feval(id, "len", [{ ywtype: "record", ywdata: allowed }]);
+        expect(result).toEqual([{ ywtype: "int64", ywsize: [], ywdata: [2] }]);
+    });
+
     it("in a record keep no order, and of two members of one name the first counts", async () => {
         const rhsArgs = '[{"ywtype":"record","ywdata":{"b":1,"a":2,"b":3}}]';
         expect((await inline("str", rhsArgs))["result"]).toEqual(["{'a': 2.0, 'b': 1.0}"]);
