@@ -816,6 +816,17 @@ TEST_P(EventConnectionsOptionTest, AConnectionForTextSendsBothStreamsThroughTheL
                                                                              {StreamTypeEnum::Error, u"e"}}));
 }
 
+TEST_P(EventConnectionsOptionTest, AConnectionForANameThatOnlyBeginsAlikeLeavesTheStreams) {
+    for (const std::string& name : {textType() + "s", textType() + " ", " " + textType()}) {
+        registerConverter(name, tellNumber);
+        const auto options =
+            read(R"({"useNullOutSink":true,"eventConnections":{")" + name + R"(":")" + name + R"("}})");
+        EXPECT_TRUE(has(options, name)) << name;
+        EXPECT_EQ(options.getErrSink(), nullptr) << name;
+        EXPECT_TRUE(options.hasDefaultCallbacks()) << name;
+    }
+}
+
 TEST_P(EventConnectionsOptionTest, AConnectionForTextThatIsPassedOverLeavesTheStreams) {
     read(R"({"eventConnections":{"t":"ylutil::io::TextBaseEvent"}})");
     const auto options =
