@@ -140,6 +140,73 @@ describe.each<ApiVersion>(["r24a0", "r22a0"])("with %s", (apiVersion) => {
         await output.close();
     });
 
+    it("a stop is told, looked at and moved on from", async () => {
+        const client = await attach();
+        const stops = client.events("yvm::DebuggerStoppedEvent");
+        await stops.subscribed;
+        const command = `def halve(x):\n    half = x / 2\n    return half\nhalve(3)  # ${apiVersion}`;
+        const [fileName] = await client.feval("yvm.debug.name_command", [command]);
+        const breakpoint = {
+            fileName: fileName as string,
+            location: { lineNumber: 2 },
+            expression: "x == 3",
+        };
+        await client.debugger.setBreakpoint(breakpoint);
+        const request = client.eval(command, { runOptions: { suppressDebugControlOutput: true } });
+        expect(await stops.next()).toMatchObject({ value: { reason: "breakpoint", lineNumber: 2 } });
+        await client.debugger.step();
+        expect(await stops.next()).toMatchObject({ value: { reason: "step", lineNumber: 3 } });
+        expect((await client.debugger.locals()).map(({ name, text }) => [name, text])).toEqual([
+            ["half", "1.5"],
+            ["x", "3"],
+        ]);
+        expect((await client.debugger.evaluate("half + 1")).text).toBe("2.5\n");
+        const outer = await client.debugger.up();
+        expect(outer.find(({ selected }) => selected)).toMatchObject({ lineNumber: 4 });
+        await client.debugger.clearBreakpoint(breakpoint);
+        expect(await client.debugger.breakpoints()).toEqual([]);
+        await client.debugger.resume();
+        expect((await request).text).toBe("1.5\n");
+        await stops.close();
+    });
+
+    it("a line that a command asks for is answered, and the end of the input too", async () => {
+        const client = await attach();
+        const asked: unknown[] = [];
+        const request = client.eval("print(input('name? '))\ntry: input()\nexcept EOFError: print('end')", {
+            events: ["services::prompt::InputRequestEvent"],
+            onEvent: ({ data: { id, prompt } }) => {
+                asked.push(prompt);
+                void client.answer(id, asked.length === 1 ? "[1]" : null);
+            },
+        });
+        expect((await request).text).toContain("[1]\nend\n");
+        expect(asked).toEqual(["name? ", ""]);
+    });
+
+    it("text of a thread that outlives its command is told apart", async () => {
+        const client = await attach();
+        const gate = new Gate();
+        let late = "";
+        const isThere = new Promise<void>((resolve) => {
+            client.onLateText(({ requestID, stream, text }) => {
+                expect([requestID, stream]).toEqual([request.requestID, 0]);
+                late += text;
+                if (text.endsWith("\n")) {
+                    resolve();
+                }
+            });
+        });
+        const request = client.eval(
+            `import threading\ndef wait(): ${gate.python}.read(); print('late')\nthreading.Thread(target=wait).start()`,
+        );
+        await request;
+        await gate.open();
+        await isThere;
+        expect(late).toBe("late\n");
+        gate.remove();
+    });
+
     it("events of one command and of all come", async () => {
         const client = await attach();
         const events = client.events("ylutil::io::TextBaseEvent");

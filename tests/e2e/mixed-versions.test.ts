@@ -1,5 +1,6 @@
 import { expect, it } from "vitest";
 
+import { Gate } from "./Gate.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient, type Data } from "./StockClient.js";
 
@@ -148,5 +149,36 @@ it("answers and text reach whom they belong to, but for the sinks that clients o
         expect((await stock.driver.traffic()).complaints).toEqual([]);
     }
     await Promise.all(sessions.map((stock) => stock.disconnect()));
+    expect((await server.stop()).code).toBe(0);
+});
+
+it("a group cancel and an interrupt of a client of r24a0 reach the commands of those of r22a0", async () => {
+    const server = await ServerProcess.start();
+    const stock = new StockClient(server);
+    await stock.begin();
+    await stock.attachAs("older", "r22a0");
+    await stock.attachAs("newer", "r24a0");
+    const gate = new Gate();
+    const running = stock.request("/yvm/older/eval", {
+        requestID: "running",
+        command: `${gate.python}.read()\nwhile True: pass`,
+    });
+    const waiting = ["plots", "other"].map((group) =>
+        stock.request("/yvm/older/feval", {
+            requestID: group,
+            function: "abs",
+            numOutputsExpected: 1,
+            rhsArgs: [-1],
+            runOptions: { groupNames: [group] },
+        }),
+    );
+    await gate.open();
+    await stock.request("/yvm/newer/cancelGroup", { requestID: "c", requestGroupNametoCancel: "plots" });
+    expect((await waiting[0])?.["error"]).toMatchObject({ status: 3 });
+    await stock.request("/yvm/newer/interrupt", { requestID: "i" });
+    expect((await running)["error"]).toMatchObject({ status: 3 });
+    expect(await waiting[1]).toEqual({ requestID: "other", result: [1] });
+    gate.remove();
+    await stock.disconnect();
     expect((await server.stop()).code).toBe(0);
 });
