@@ -573,6 +573,7 @@ TEST_F(SinksOfWhoLeavesTest, AreLeftAloneWhereThoseOfR22a0WereInstalledSince) {
     const std::string first = openSession(connection);
     const std::string second = openSession(connection);
     attach(first, "one");
+    install(first, "one");
     ASSERT_TRUE(module->waitForRequests(1));
     module->agreeOn("r22a0");
     attach(second, "two");
@@ -582,7 +583,7 @@ TEST_F(SinksOfWhoLeavesTest, AreLeftAloneWhereThoseOfR22a0WereInstalledSince) {
     }));
     disconnect(second);
     disconnect(first);
-    EXPECT_THAT(asked(), ElementsAre("detach two", "detach one"));
+    EXPECT_THAT(asked(), ElementsAre("install one", "detach two", "detach one"));
 }
 
 TEST_F(SinksOfWhoLeavesTest, AreNotThoseOfAClientOfR22a0) {
