@@ -6,6 +6,7 @@ import { afterAll, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
 import type { Message } from "./Driver.js";
 import { Gate } from "./Gate.js";
+import { nodeDriver } from "./nodeDriver.js";
 import { RawSocket } from "./RawSocket.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient, type Data } from "./StockClient.js";
@@ -112,6 +113,28 @@ it("give every client of r22a0 that listens all of the text, and those of r24a0 
     expect(newer.text).toBe("");
     expect(deaf.text).toBe("");
     await Promise.all([first, second, newer, deaf].map(({ stock }) => stock.disconnect()));
+});
+
+it.each(
+    (["cometd", "faye"] as const).flatMap((library) =>
+        (["websocket", "long-polling"] as const).map((transport) => ({ library, transport })),
+    ),
+)("are for each stock library, here $library by $transport", async ({ library, transport }) => {
+    const id = `by-${library}-${transport}`;
+    const stock = new StockClient(server, nodeDriver(library, { url: server.endpoint, transport }));
+    await stock.begin();
+    await stock.attachAs(id, "r22a0");
+    expect((await stock.subscribe(text)).successful).toBe(true);
+    expect((await stock.publish(set, {})).successful).toBe(true);
+    const { response } = await stock.eval(id, `print("${id}")`, { runOptions: {} });
+    expect(Object.keys(response)).toEqual(["requestID"]);
+    const came = stock.events.filter(({ channel }) => channel === text || channel.endsWith("/eval/response"));
+    expect(came).toEqual([
+        { channel: text, data: { stream: 0, text: `${id}\n` } },
+        { channel: `/yvm/${id}/eval/response`, data: response },
+    ]);
+    expect((await stock.driver.traffic()).complaints).toEqual([]);
+    await stock.disconnect();
 });
 
 it("take the traits of the version", async () => {
