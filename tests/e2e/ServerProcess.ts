@@ -34,12 +34,12 @@ export class ServerProcess {
     readonly #child: ChildProcessByStdio<null, Readable, Readable>;
     #address: URL | undefined;
 
-    /** Starts the program as it is told; `start` is what most tests want. */
-    constructor(options: string[]) {
-        if (!existsSync(program)) {
-            throw new Error(`${program} is missing: build it, or name the build folder in YVM_BUILD_DIR`);
+    /** Starts the program, or another installation's, as it is told; `start` is what most tests want. */
+    constructor(options: string[], file = program) {
+        if (!existsSync(file)) {
+            throw new Error(`${file} is missing: build it, or name the build folder in YVM_BUILD_DIR`);
         }
-        this.#child = spawn(program, options, { cwd: root, stdio: ["ignore", "pipe", "pipe"] });
+        this.#child = spawn(file, options, { cwd: root, stdio: ["ignore", "pipe", "pipe"] });
         // A test that fails half-way leaves no server behind.
         const kill = () => this.#child.kill("SIGKILL");
         process.once("exit", kill);
