@@ -24,6 +24,7 @@
 #include "ylutil/io/TextBaseEvent.hpp"
 #include "yvm/Factory.hpp"
 
+#include <boost/algorithm/string/replace.hpp>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -107,6 +108,26 @@ class RefusingEventMgr final : public EventMgr {
     std::unique_ptr<foundation::msg_svc::eventmgr::Connection> subscribeGuarded(
         foundation::msg_svc::eventmgr::EventHandler, std::vector<std::u16string>) override {
         return nullptr;
+    }
+};
+
+/// Has an event for whoever subscribes, at once.
+class EagerEventMgr final : public EventMgr {
+  public:
+    void deliver(std::shared_ptr<const BaseEvent>, DeliveryMode) override {}
+    std::size_t subscriptionCount(const std::u16string&) const override { return 0; }
+    void setCommandHandlerLookup(foundation::msg_svc::eventmgr::CommandHandlerLookup) override {}
+
+  private:
+    class NoConnection final : public foundation::msg_svc::eventmgr::Connection {
+      public:
+        void disconnect() noexcept override {}
+    };
+
+    std::unique_ptr<foundation::msg_svc::eventmgr::Connection> subscribeGuarded(
+        foundation::msg_svc::eventmgr::EventHandler handler, std::vector<std::u16string>) override {
+        handler(NumberEvent(1));
+        return std::make_unique<NoConnection>();
     }
 };
 
@@ -224,11 +245,12 @@ class EventFixture : public testing::Test {
         }
     }
 
-    void registerConverter(const std::string& tag, FunctionConverter::Function function) {
-        registerConverter(tag, std::make_shared<FunctionConverter>(std::move(function)));
+    auto registerConverter(const std::string& tag, FunctionConverter::Function function) {
+        return registerConverter(tag, std::make_shared<FunctionConverter>(std::move(function)));
     }
-    void registerConverter(const std::string& tag, const std::shared_ptr<FunctionConverter>& converter) {
-        registered.framework().GetBundleContext().RegisterService<EventToJsonConverter>(
+    cppmicroservices::ServiceRegistration registerConverter(
+        const std::string& tag, const std::shared_ptr<FunctionConverter>& converter) {
+        return registered.framework().GetBundleContext().RegisterService<EventToJsonConverter>(
             converter, {{"eventTag", Value(tag)}});
     }
 
@@ -335,9 +357,11 @@ TEST_P(EventManagerConnectionTest, NamesThatMeanSomethingInFiltersAreJustNames) 
     registerConverter(numberEvent, tellNumber);
     registerConverter("(a)*\\\\", tellNumber);
     create();
-    for (const char* name : {"*", "(", ")", "(|(a=b))", "\\\\", "", "a)(b"}) {
-        subscribe("s", name);
-        EXPECT_TRUE(messageOf(lastAnswer("subscribeEvent")).starts_with("No converter for ")) << name;
+    for (const std::string name :
+         {"*", "yvm::*", "(a*", "(", ")", "(|(a=b))", R"(\)", R"(\2a)", "", " ", "a)(b", "(a)*"}) {
+        subscribe("s", boost::replace_all_copy(name, R"(\)", R"(\\)"));
+        EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "No converter for " + name);
+        EXPECT_EQ(statusOf(lastAnswer("subscribeEvent")), 5) << name;
     }
     subscribe("t", R"((a)*\\\\)");
     EXPECT_EQ(lastAnswer("subscribeEvent"), Value(JsonObject{{"requestID", "t"}}));
@@ -364,6 +388,39 @@ TEST_P(EventManagerConnectionTest, OfTwoConvertersTheFirstServes) {
     fire(1);
     EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("s", 1)});
     EXPECT_EQ(asked, 0);
+}
+
+TEST_P(EventManagerConnectionTest, AConverterThatComesLaterServesLaterSubscriptionsOnly) {
+    create();
+    subscribe("early", numberEvent);
+    registerConverter(numberEvent, tellNumber);
+    fire(1);
+    EXPECT_TRUE(firedTexts().empty());
+    subscribe("late", numberEvent);
+    fire(2);
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("late", 2)});
+}
+
+TEST_P(EventManagerConnectionTest, AConverterThatGoesServesItsSubscriptionsOn) {
+    auto registration = registerConverter(numberEvent, tellNumber);
+    create();
+    subscribe("early", numberEvent);
+    registration.Unregister();
+    subscribe("late", numberEvent);
+    EXPECT_EQ(messageOf(lastAnswer("subscribeEvent")), "No converter for " + numberEvent);
+    fire(1);
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("early", 1)});
+}
+
+TEST_P(EventManagerConnectionTest, AnEventMayComeBeforeTheAnswerToItsSubscription) {
+    registerConverter(numberEvent, tellNumber);
+    create(boost::shared_ptr<EventMgr>(new EagerEventMgr));
+    subscribe("s", numberEvent);
+    std::vector<std::string> texts;
+    for (const auto& publication : service->publications()) {
+        texts.push_back(publication.text);
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{fired("s", 1), success("s")}));
 }
 
 TEST_P(EventManagerConnectionTest, EachHandlerOwnsTheFirstConverterByItselfAndNoOther) {
@@ -759,6 +816,27 @@ TEST_P(EventConnectionsOptionTest, AMistypedValueThrows) {
                   "boost::bad_get: failed value get using boost::get")
             << text;
     }
+}
+
+TEST_P(EventConnectionsOptionTest, WhatComesBeforeAMistypedMemberKeepsItsIdentifier) {
+    EXPECT_THROW(
+        read(R"({"eventConnections":{"a":")" + numberEvent + R"(","b":5,"c":")" + numberEvent + R"("}})"),
+        boost::bad_get);
+    EXPECT_TRUE(service->publications().empty());
+    const auto options =
+        read(R"({"eventConnections":{"a":")" + numberEvent + R"(","c":")" + textType() + R"("}})");
+    EXPECT_FALSE(has(options, numberEvent));
+    EXPECT_TRUE(has(options, textType()));
+    disconnect("d", "a");
+    EXPECT_EQ(lastAnswer("disconnectEvent"), Value(JsonObject{{"requestID", "d"}}));
+}
+
+TEST_P(EventConnectionsOptionTest, AnEmptyIdentifierIsOne) {
+    const auto options = read(R"({"eventConnections":{"":")" + numberEvent + R"("}})");
+    options.getCallbacks().at(std::u16string(numberEvent.begin(), numberEvent.end()))(NumberEvent(3));
+    EXPECT_EQ(firedTexts(), std::vector<std::string>{fired("", 3)});
+    disconnect("d", "");
+    EXPECT_EQ(lastAnswer("disconnectEvent"), Value(JsonObject{{"requestID", "d"}}));
 }
 
 TEST_P(EventConnectionsOptionTest, AnEmptyObjectConnectsNothing) {

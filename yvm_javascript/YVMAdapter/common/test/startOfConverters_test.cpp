@@ -80,6 +80,9 @@ TEST(StartOfConverters, IsTriedByEachLookUpOfAVersionUntilItSucceedsAndNeverAgai
             << answer;
     }
     EXPECT_ANY_THROW(connection->makeRunOptionsEventHandler(textEvent, "r"));
+    service->deliver("/yvm/a/disconnectEvent/request", R"({"requestID":"d","requestIDtoDisconnect":"r"})");
+    EXPECT_EQ(service->publicationsOn("/yvm/a/disconnectEvent/response").back().text, R"({"requestID":"d"})")
+        << "the identifier was reserved before";
 
     installation.putConverters();
     std::vector<std::thread> threads;
