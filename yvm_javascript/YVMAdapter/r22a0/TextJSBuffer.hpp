@@ -11,11 +11,10 @@
 
 namespace yvm::JSClient::r22a0 {
 
-/// The stream buffer of one of the sinks that a client has installed: collects what is written and sends it
-/// as
-/// `{"stream": 0, "text": "..."}` (see makeTextMessage.hpp) when it is synchronised, when another command
-/// writes than before, and beyond 1048576 units. Never refuses a write. What is still collected at
-/// destruction is lost.
+/// The stream buffer of one of the sinks that a client has installed: collects what is written, and sends it
+/// when it is synchronised, when another command writes than before, and beyond 1048576 units. A message is
+/// `{"stream": 0, "text": "..."}` (see makeTextMessage.hpp). Never refuses a write. What is still collected
+/// at destruction is lost.
 ///
 /// Differs from the class of r24a0, which keeps no text and knows a publisher that sends in batches.
 ///
