@@ -29,7 +29,7 @@ export class FakeServer {
     readonly unsubscribed: string[] = [];
     /** How many handshakes have arrived. */
     handshakes = 0;
-    /** Error texts of publishes that are to be refused, by channel. */
+    /** Error texts of publishes and subscriptions that are to be refused, by channel. */
     readonly refusals = new Map<string, string>();
     /** Channels on which nothing is answered. */
     readonly muted = new Set<string>();
@@ -184,12 +184,12 @@ export class FakeServer {
             }
             reply({ successful: true });
         } else if (channel === "/meta/subscribe" || channel === "/meta/unsubscribe") {
-            if (channel === "/meta/subscribe" && message.subscription !== undefined) {
-                this.subscribed.push(message.subscription);
-            } else if (message.subscription !== undefined) {
-                this.unsubscribed.push(message.subscription);
+            const { subscription = "" } = message;
+            const error = channel === "/meta/subscribe" ? this.refusals.get(subscription) : undefined;
+            if (error === undefined) {
+                (channel === "/meta/subscribe" ? this.subscribed : this.unsubscribed).push(subscription);
             }
-            reply({ successful: true, subscription: message.subscription });
+            reply({ successful: error === undefined, subscription, error });
         } else {
             const refusal = this.refusals.get(channel);
             reply(refusal === undefined ? { successful: true } : { successful: false, error: refusal });

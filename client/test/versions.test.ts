@@ -340,10 +340,14 @@ describe("the sinks that clients of r22a0 share", () => {
     }
 
     it("are installed by the fixed channel, with the traits of the version, behind the subscription", async () => {
+        let isHeard = false;
+        server.onPublish = () => {
+            isHeard = server.subscribed.at(-1) === "/yvm/sinks/response";
+        };
         const output = client.output({ revert: false, traits: { err: { useDiary: true } } });
         await output.installed;
         expect(publishedOn("/yvm/sinks/set")).toEqual([{ errSinkTraits: { _useDiary: true } }]);
-        expect(server.subscribed.at(-1)).toBe("/yvm/sinks/response");
+        expect(isHeard).toBe(true);
         pushText("a");
         server.push("/yvm/sinks/response", { stream: 1, text: "b" });
         expect(await output.next()).toEqual({ done: false, value: { stream: 0, text: "a" } });
@@ -390,6 +394,15 @@ describe("the sinks that clients of r22a0 share", () => {
         expect(await again.next()).toEqual({ done: false, value: { stream: 0, text: "again" } });
     });
 
+    it("are left once when two readers leave at the same time", async () => {
+        const other = await yvm.attach({ requestID: "c2" });
+        const outputs = [client.output({ revert: false }), other.output({ revert: false })];
+        await Promise.all(outputs.map((output) => output.installed));
+        await Promise.all(outputs.map((output) => output.close()));
+        await roundTrip(client);
+        expect(server.unsubscribed).toEqual(["/yvm/sinks/response"]);
+    });
+
     it("end with the client, without a word to the engine", async () => {
         const output = client.output({ revert: false });
         await output.installed;
@@ -399,14 +412,20 @@ describe("the sinks that clients of r22a0 share", () => {
         expect(await rejection(client.output({ revert: false }).installed)).toBeInstanceOf(ClosedError);
     });
 
-    it("fail where the server refuses them", async () => {
-        server.refusals.set("/yvm/sinks/set", "403::no such client");
-        const output = client.output({ revert: false });
-        expect((await rejection(output.installed)).name).toBe("RefusedError");
-        expect((await rejection(output.next())).name).toBe("RefusedError");
-        server.refusals.clear();
-        await client.output({ revert: false }).installed;
-    });
+    it.each(["/yvm/sinks/set", "/yvm/sinks/response"])(
+        "fail where the server refuses them on %s, and can be had later",
+        async (channel) => {
+            server.refusals.set(channel, "403::no such client");
+            const output = client.output({ revert: false });
+            expect((await rejection(output.installed)).name).toBe("RefusedError");
+            expect((await rejection(output.next())).name).toBe("RefusedError");
+            server.refusals.clear();
+            const again = client.output({ revert: false });
+            await again.installed;
+            pushText("again");
+            expect(await again.next()).toEqual({ done: false, value: { stream: 0, text: "again" } });
+        },
+    );
 
     it("end when the connection is lost, and can be had again", async () => {
         const output = client.output({ revert: false });
