@@ -86,6 +86,11 @@ bool Command::takeInterrupt(Clock::time_point now) noexcept {
     return true;
 }
 
+void Command::returnInterrupt() noexcept {
+    --interruptsTaken_;
+    interruptRequested_ = true;
+}
+
 void Command::insist(TraceFunction& tracing) {
     if (insistence_ == nullptr) {
         insistence_ = std::make_unique<Insistence>(tracing, *this);

@@ -95,6 +95,8 @@ class Command {
     bool requestInterrupt() noexcept { return !interruptRequested_.exchange(true); }
     /// Whether an interrupt is to be raised now; it counts as raised at `now`. Engine thread.
     bool takeInterrupt(Clock::time_point now = Clock::now()) noexcept;
+    /// The last one that was taken has not reached the command, and is to be raised again. Engine thread.
+    void returnInterrupt() noexcept;
     /// Whether one has been raised in it. Engine thread.
     bool wasInterrupted() const noexcept { return interruptsTaken_ > 0; }
     bool isInterruptRequested() const noexcept { return interruptRequested_; }

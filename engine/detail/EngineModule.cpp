@@ -280,6 +280,14 @@ void createEngineModule(EngineThread& engine) {
     addDebugger(module, engine.debugControl());
     module.def("name_command", [&engine](const py::str& text) { return engine.nameCommand(toUtf16(text)); });
 
+    // In C++, as the interrupt would come back into code in Python.
+    const auto plainHook = py::module_::import("sys").attr("__unraisablehook__").cast<py::object>().release();
+    module.def("on_unraisable", [&engine, plainHook](const py::object& unraisable) {
+        const py::object type = unraisable.attr("exc_type");
+        if (PyErr_GivenExceptionMatches(type.ptr(), interruptType) == 0 || !engine.repeatInterrupt()) {
+            plainHook(unraisable);
+        }
+    });
     module.def("on_interrupt_signal",
                [&engine](const py::object&, const py::object& frame) { engine.onInterruptSignal(frame); });
     module.def("on_preemption_signal",

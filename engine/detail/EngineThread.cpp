@@ -435,6 +435,19 @@ void EngineThread::raiseDueInterrupt() {
     raiseInterrupt();
 }
 
+bool EngineThread::repeatInterrupt() {
+    if (!isEngineThread() || ForkedChild::isThis() || frames_.empty() || !frames_.back()->wasInterrupted() ||
+        !frames_.back()->isInterruptible()) {
+        return false;
+    }
+    const std::lock_guard lock(framesMutex_);
+    frames_.back()->returnInterrupt();
+    if (armed_) {
+        repeater_->start();
+    }
+    return true;
+}
+
 void EngineThread::onInterruptSignal(const py::object& frame) {
     // At the work of the debugger, a repeated signal comes when that is over.
     if (ForkedChild::isThis() || frames_.empty() || !frames_.back()->isInterruptRequested() ||

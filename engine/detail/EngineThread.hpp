@@ -112,6 +112,10 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     /// Empty, like the next, in a forked child.
     std::vector<std::string> runningIds() const;
     std::vector<std::string> waitingIds() const;
+    /// Python has dropped the interrupt of the innermost command where it drops all exceptions: raises it
+    /// again, some time later, as a finalizer may come behind another. False where nothing is there to be
+    /// interrupted.
+    bool repeatInterrupt();
     void onInterruptSignal(const pybind11::object& frame);
     void onPreemptionSignal(const pybind11::object& frame);
 

@@ -148,6 +148,7 @@ void startInterpreter(EngineThread& engine, const std::optional<std::filesystem:
         // As at an interactive prompt: modules of the working folder can be imported. Only now, so that none
         // of them stands in for one that the engine needs.
         sys.attr("path").attr("insert")(0, "");
+        sys.attr("unraisablehook") = py::module_::import("_yvm").attr("on_unraisable");
         installSignalHandlers();
     } catch (const py::error_already_set& error) {
         // The object holds references, and this thread is about to give up the GIL.

@@ -66,6 +66,30 @@ TEST_F(EngineTest, ACancelStopsEveryWaitOfPython) {
     }
 }
 
+TEST_F(EngineTest, AnInterruptThatPythonDropsIsRaisedAgain) {
+    eval(
+        "import time, weakref\n"
+        "def linger(*_):\n    print('started', flush=True)\n    while True: pass\n"
+        "class Lingering:\n    __del__ = linger\n"
+        "class Watched: pass");
+    for (const char* body :
+         {"Lingering()", "watched = Watched()\nw = weakref.ref(watched, linger)\ndel watched"}) {
+        auto dropping = submitEval(std::string(body) + "\ntime.sleep(1000)");
+        dropping.transcript->waitFor("started\n");
+        EXPECT_EQ(cancel(dropping.id, true), CmdDistributor::CANCEL_WHILE_RUNNING) << body;
+        EXPECT_EQ(dropping.error().getExecutionStatus(), Status::Cancelled) << body;
+        EXPECT_EQ(dropping.transcript->text(), "started\n") << body;
+    }
+}
+
+TEST_F(EngineTest, ErrorsThatPythonDropsAreShownAsEver) {
+    EXPECT_THAT(eval("class Failing:\n    def __del__(self): 1 / 0\nFailing();\n"),
+                testing::HasSubstr("ZeroDivisionError: division by zero"));
+    EXPECT_THAT(eval("import yvm, _yvm\nclass Raising:\n    def __del__(self): raise "
+                     "_yvm.Interrupt('mine')\nRaising();\n"),
+                testing::HasSubstr("yvm.Interrupt: mine"));
+}
+
 TEST_F(EngineTest, ACancelStopsALoopOfNumPyAndARegularExpression) {
     for (const char* body :
          {"import numpy\na = numpy.ones(100_000)\nwhile True: numpy.sin(a)",
