@@ -4,7 +4,7 @@ import { CommandTracker, type Listing, type Snapshot } from "./CommandTracker";
 const busyInterval = 1000;
 const idleInterval = 5000;
 
-/** A command that ends within this time is not worth a query. */
+/** A command that ends within this time is not worth a query, and one that may be a query has ended then. */
 const startDelay = 300;
 
 /** A query that takes longer than this finds the engine inside one long call. */
@@ -133,7 +133,8 @@ export class ActivityMonitor<Own> {
             clearTimeout(patience);
             this.#isAsking = false;
         }
-        this.#askIn(this.#isBusy() || this.#tracker.size > 0 ? busyInterval : idleInterval);
+        const isBusy = this.#isBusy() || this.#tracker.size > 0;
+        this.#askIn(this.#tracker.hasNews ? startDelay : isBusy ? busyInterval : idleInterval);
     }
 
     #tell(activity: Activity<Own>): void {

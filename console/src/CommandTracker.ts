@@ -32,7 +32,9 @@ interface Sent<Own> {
  */
 export class CommandTracker<Own> {
     readonly #sent: Sent<Own>[] = [];
-    #seenWaiting: ReadonlySet<string> = new Set();
+    /** What the listing before told. */
+    #seen: ReadonlySet<string> = new Set();
+    #hasNews = false;
 
     /** A command was sent. */
     add(own: Own): void {
@@ -60,28 +62,36 @@ export class CommandTracker<Own> {
         return this.#sent.length;
     }
 
-    /** Takes what a query tells. */
-    read({ running, waiting }: Listing): Snapshot<Own> {
+    /** Whether the last listing had something that runs and was left out, as it may be a query. */
+    get hasNews(): boolean {
+        return this.#hasNews;
+    }
+
+    /**
+     * Takes what a query tells. What is not of this page is told when it is there for the second time: it may be
+     * a query, also one of this page, in the midst of which another was answered; and these take no time.
+     */
+    read(listing: Listing): Snapshot<Own> {
         // What came in behind the query is told by the next one.
-        const query = numberOf(running.at(-1));
-        const waits = waiting.filter((id) => !(numberOf(id) > query));
-        const runs = running.slice(0, -1);
+        const query = numberOf(listing.running.at(-1));
+        const waits = listing.waiting.filter((id) => !(numberOf(id) > query));
+        const runs = listing.running.slice(0, -1);
 
         const owners = this.#owners([...runs, ...waits]);
         const name = (id: string): EngineCommand<Own> => ({ id, own: owners.get(id) });
-        const seen = this.#seenWaiting;
-        this.#seenWaiting = new Set(waits);
-        return {
-            running: runs.map(name),
-            // Queries of other pages wait too, but not for long.
-            waiting: waits.map(name).filter(({ id, own }) => own !== undefined || seen.has(id)),
-        };
+        const seen = this.#seen;
+        this.#seen = new Set([...runs, ...waits]);
+        const isKnown = ({ id, own }: EngineCommand<Own>) => own !== undefined || seen.has(id);
+        const running = runs.map(name).filter(isKnown);
+        this.#hasNews = running.length < runs.length;
+        return { running, waiting: waits.map(name).filter(isKnown) };
     }
 
     /** Forgets everything. */
     reset(): void {
         this.#sent.length = 0;
-        this.#seenWaiting = new Set();
+        this.#seen = new Set();
+        this.#hasNews = false;
     }
 
     #owners(ids: readonly string[]): ReadonlyMap<string, Own> {

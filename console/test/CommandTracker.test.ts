@@ -56,6 +56,7 @@ describe("the tracker", () => {
     it("does not guess while another's command may be the page's", () => {
         tracker.add("mine");
         tracker.bound("mine", "77:5", "77:11");
+        expect(tracker.read(listing([7, 9], [], 13)).running).toEqual([]);
         expect(tracker.read(listing([7, 9], [], 13)).running).toEqual([
             { id: "77:7", own: undefined },
             { id: "77:9", own: undefined },
@@ -75,12 +76,22 @@ describe("the tracker", () => {
         tracker.remove("mine");
         expect(tracker.size).toBe(0);
         tracker.bound("mine", "77:5", "77:9"); // told too late
+        tracker.read(listing([7], [], 11));
         expect(tracker.read(listing([7], [], 11)).running).toEqual([{ id: "77:7", own: undefined }]);
     });
 
     it("shows what waits from elsewhere only when it waits for longer than a query", () => {
         expect(tracker.read(listing([3], [1], 5)).waiting).toEqual([]);
         expect(tracker.read(listing([3], [1], 7)).waiting).toEqual([{ id: "77:1", own: undefined }]);
+    });
+
+    it("shows what runs from elsewhere only when it runs for longer than a query", () => {
+        expect(tracker.read(listing([3, 5], [], 7)).running).toEqual([]);
+        expect(tracker.hasNews).toBe(true);
+        expect(tracker.read(listing([3, 9], [], 11)).running).toEqual([{ id: "77:3", own: undefined }]);
+        expect(tracker.hasNews).toBe(true);
+        expect(tracker.read(listing([3], [], 13)).running).toEqual([{ id: "77:3", own: undefined }]);
+        expect(tracker.hasNews).toBe(false);
     });
 
     it("shows identifiers that it does not understand, without an owner", () => {
