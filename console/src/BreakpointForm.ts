@@ -82,8 +82,16 @@ export class BreakpointForm {
             event.preventDefault();
             void this.#submit();
         });
+        form.addEventListener("input", () => {
+            this.#tell("", "");
+        });
         this.element = make("details", "breakpoint-form", this.#summary, form);
         this.#showFields();
+    }
+
+    /** The breakpoints are others now, so what was said of the last one is no news. */
+    clearNote(): void {
+        this.#note.textContent = "";
     }
 
     focus(): void {
@@ -107,6 +115,7 @@ export class BreakpointForm {
             }
         } catch (error) {
             this.#tell("", error instanceof Error ? error.message : String(error));
+            this.#failure.scrollIntoView({ block: "nearest" });
             if (error instanceof FieldError) {
                 const input = this.#input(error.field);
                 input.setAttribute("aria-invalid", "true");
@@ -145,6 +154,7 @@ export class BreakpointForm {
                 parentElement.hidden = !shown.includes(name);
             }
         }
+        this.#input("messageId").placeholder = this.#kind.value === "WARNING" ? "UserWarning" : "ValueError";
         this.#tell("", "");
     }
 

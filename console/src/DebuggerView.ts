@@ -114,6 +114,7 @@ export class DebuggerView {
         this.#break.title = "Stops it where it is, to be looked at";
         this.#onClick(this.#break, () => actions.breakIn());
         this.#list.setAttribute("role", "list");
+        this.#clearAll.title = "Also what is ticked under Stop on";
         this.#onClick(this.#clearAll, () => actions.clearAll());
         section.append(
             this.#stop,
@@ -215,6 +216,7 @@ export class DebuggerView {
             );
         }
         this.#clearAll.hidden = breakpoints.length === 0;
+        this.#form.clearNote();
         if (hasFocus && this.#clearAll.hidden) {
             this.#form.focus();
         }
@@ -223,6 +225,7 @@ export class DebuggerView {
     #showStop(isShown: boolean): void {
         const [gone, come] = isShown ? [this.#break, this.#stop] : [this.#stop, this.#break];
         const hasFocus = gone.contains(document.activeElement);
+        const isNew = come.hidden;
         come.hidden = false;
         gone.hidden = true;
         if (hasFocus) {
@@ -231,6 +234,8 @@ export class DebuggerView {
         if (!isShown) {
             this.#title.textContent = "";
             this.#actions.showPlace(undefined);
+        } else if (isNew) {
+            this.#title.scrollIntoView({ block: "nearest" }); // somebody may have scrolled to what is below
         }
     }
 

@@ -9,7 +9,7 @@ const texts: Readonly<Record<State, string>> = {
     busy: "busy",
     idle: "idle",
     paused: "paused",
-    debug: "in the debugger",
+    debug: "stopped",
 };
 
 /** Tells what the engine does. */

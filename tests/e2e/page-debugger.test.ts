@@ -40,6 +40,14 @@ afterEach(async () => {
     await yvm.disconnect();
 });
 
+/** Whether all of it can be seen in what scrolls it. */
+async function isWithin(element: Locator, scroller: Locator): Promise<boolean> {
+    const [box, around] = await Promise.all([element.boundingBox(), scroller.boundingBox()]);
+    return (
+        box !== null && around !== null && box.y >= around.y && box.y + box.height <= around.y + around.height
+    );
+}
+
 describe("a click on the number of a line", () => {
     it("stops the command there, which is looked at, stepped through and let go on", async () => {
         await view.write(sumUp);
@@ -232,14 +240,6 @@ describe("by the keyboard alone", () => {
     });
 });
 
-/** Whether all of it can be seen among the commands. */
-async function isInView(element: Locator): Promise<boolean> {
-    const [box, around] = await Promise.all([element.boundingBox(), page.locator("#scroller").boundingBox()]);
-    return (
-        box !== null && around !== null && box.y >= around.y && box.y + box.height <= around.y + around.height
-    );
-}
-
 describe("the marked line", () => {
     it("is scrolled to, and afterwards whoever was at the end is there again", async () => {
         const definition = await view.run("def f(x):\n    return x");
@@ -250,15 +250,40 @@ describe("the marked line", () => {
         await view.add("In a function", { File: name, Function: "f" }, `${name}, function f`);
         const cell = await view.run("f(1); print('the end')");
         await view.stoppedAt(2, { x: "1" });
-        await expect.poll(() => isInView(view.stoppedLine)).toBe(true);
+        const transcript = page.locator("#scroller");
+        await expect.poll(() => isWithin(view.stoppedLine, transcript)).toBe(true);
         // What runs meanwhile is looked at, and not the line again.
         const inner = await view.run("x + 41");
         await inner.getByText("42").waitFor();
-        await expect.poll(() => isInView(inner)).toBe(true);
+        await expect.poll(() => isWithin(inner, transcript)).toBe(true);
         await page.keyboard.press("F8");
         await view.ended(cell);
         await view.stoppedLine.waitFor({ state: "detached" });
-        await expect.poll(() => isInView(inner)).toBe(true);
+        await expect.poll(() => isWithin(inner, transcript)).toBe(true);
+    });
+});
+
+describe("on a narrow page", () => {
+    it("a stop is in sight, wherever the panel was scrolled to", async () => {
+        await page.setViewportSize({ width: 420, height: 800 });
+        await page.emulateMedia({ colorScheme: "dark" });
+        await view.showPanel();
+        await view.unfold();
+        await view.fillIn("At a line", { File: "/no/such/file.py", Line: "1" });
+        const refusal = view.form.getByRole("alert");
+        await refusal.getByText("no such file").waitFor();
+        await expect.poll(() => isWithin(refusal, view.panel)).toBe(true);
+        await page.screenshot({ path: `${screenshots}debugger-narrow-form.png` });
+        await view.write(sumUp);
+        await view.lineNumber(4).click();
+        const cell = await view.run();
+        await view.stoppedAt(4, { result: "0", value: "1", values: "[1, 2, 3]" });
+        await expect.poll(() => isWithin(view.title, view.panel)).toBe(true);
+        await expect.poll(() => isWithin(view.stoppedLine, page.locator("#scroller"))).toBe(true);
+        await page.screenshot({ path: `${screenshots}debugger-narrow.png` });
+        await other.debugger.clearAllBreakpoints();
+        await page.keyboard.press("F8");
+        await view.ended(cell);
     });
 });
 
