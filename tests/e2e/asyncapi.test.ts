@@ -1,7 +1,7 @@
 import { readFileSync } from "node:fs";
 import { fileURLToPath } from "node:url";
 
-import { beforeAll, describe, expect, it } from "vitest";
+import { afterAll, beforeAll, describe, expect, it } from "vitest";
 
 import { AsyncApi, type Passed } from "./AsyncApi.js";
 import { ServerProcess } from "./ServerProcess.js";
@@ -289,6 +289,78 @@ describe.each([
             }
             expect(withData({ ...data, eventData: { ...eventData, further: 1 } })).toBeDefined();
         }
+    });
+});
+
+describe("arguments of r22a0", () => {
+    const api = new AsyncApi("asyncapi-r22a0.yaml");
+    let server: ServerProcess;
+    let stock: StockClient;
+
+    beforeAll(async () => {
+        server = await ServerProcess.start();
+        stock = new StockClient(server);
+        await stock.begin();
+        await stock.attachAs(id, "r22a0");
+    });
+
+    afterAll(async () => {
+        await stock.disconnect();
+        await server.stop();
+    });
+
+    const long = (ywtype: unknown, ywdata: unknown, ywsize: unknown = [1]) => ({ ywtype, ywsize, ywdata });
+
+    it.each([
+        [1.5, true],
+        ["text", true],
+        [true, true],
+        [null, true],
+        [[1, 2.5], true],
+        [[], true],
+        [[1, "a"], false],
+        [[[1]], false],
+        [{}, false],
+        [{ a: 1 }, false],
+        [long("float64", [1.5]), true],
+        [long("float32", ["NaN"]), true],
+        [long("float64", ["nan"]), false],
+        [long("float64", 1), false],
+        [long("complex64", [1, "-Inf"]), true],
+        [long("int8", [-1]), true],
+        [long("uint64", [2 ** 53]), true],
+        [long("uint64", ["9007199254740993"]), false],
+        [long("int16", [1.5]), false],
+        [long("int16", [null]), false],
+        [long("int16", 1), false],
+        [long("bool", [false]), true],
+        [long("bool", [0]), false],
+        [long("float16", [1]), false],
+        [long(5, [1]), false],
+        [long("float64", [1], "1"), false],
+        [{ ywtype: "float64", ywdata: [1] }, false],
+        [{ ywtype: "float64", ywsize: [1] }, false],
+        [{ ...long("float64", [1]), further: 1 }, false],
+        [{ ywtype: "text", ywdata: "a" }, true],
+        [{ ywtype: "text", ywdata: 1 }, false],
+        [{ ywtype: "list", ywdata: [1, "a", long("int8", [1])] }, true],
+        [{ ywtype: "list", ywdata: [long("int8", ["1"])] }, false],
+        [{ ywtype: "list", ywdata: {} }, false],
+        [{ ywtype: "record", ywdata: { a: 1, b: { ywtype: "list", ywdata: [] } } }, true],
+        [{ ywtype: "record", ywdata: { a: {} } }, false],
+        [{ ywtype: "record", ywdata: { ywtype: 5 } }, false],
+        [{ ywtype: "record", ywdata: { ywtype: "a" } }, true],
+        [{ ywtype: "record", ywdata: [] }, false],
+    ])("are described as the server takes them: %j", async (argument, isTaken) => {
+        const keys = { requestID: "f", function: "repr", numOutputsExpected: 1, rhsArgs: [argument] };
+        const channel = `/yvm/${id}/feval/request`;
+        expect("pair" in api.identify({ sender: "client", channel, data: keys })).toBe(isTaken);
+        const before = stock.events.length;
+        const reply = await stock.publish(channel, keys);
+        const answer = reply.successful
+            ? await stock.event((event) => stock.events.indexOf(event) >= before && "requestID" in event.data)
+            : undefined;
+        expect(answer !== undefined && "result" in answer.data).toBe(isTaken);
     });
 });
 
