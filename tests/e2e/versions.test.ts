@@ -351,6 +351,59 @@ describe.each(versions)("with $apiVersion", (version) => {
     });
 });
 
+describe("an attach", () => {
+    let client: StockClient;
+
+    beforeAll(async () => {
+        client = new StockClient(server);
+        await client.begin();
+    });
+
+    afterAll(async () => {
+        await client.disconnect();
+    });
+
+    async function attach(requestID: string, supportedApiVersions: unknown): Promise<Data> {
+        const before = client.events.length;
+        await client.publish("/yvm/attach/request", {
+            requestID,
+            yvmID: "user-yvm",
+            supportedApiVersions,
+        });
+        await client.event((event) => client.events.indexOf(event) >= before);
+        return client.events.at(before)?.data ?? {};
+    }
+
+    const none = (list: string) =>
+        `None of the requested API versions are supported: ${list}\nSupported API versions include: r22a0, r24a0`;
+
+    it.each([
+        [["r22a0", "r24a0"], "r24a0", undefined],
+        [["r24a0", "r22a0"], "r24a0", undefined],
+        [["r22a0", "r22a0"], "r22a0", undefined],
+        [["r99", "", "r22a0"], "r22a0", undefined],
+        [[], undefined, none("")],
+        [["R22A0", "r22a0 "], undefined, none("R22A0, r22a0 ")],
+        [["r22a0", 5], undefined, "invalid conversion: double to string"],
+        [[["r22a0"]], undefined, "invalid conversion: array to string"],
+        ["r22a0", undefined, "invalid conversion: string to array"],
+        [{ 0: "r22a0" }, undefined, "invalid conversion: object to array"],
+        [null, undefined, "invalid conversion: null to array"],
+    ])("that offers %j", async (list, apiVersion, message) => {
+        const answer = await attach(`offer-${String(++clientCount)}`, list);
+        expect(answer["apiVersion"]).toBe(apiVersion);
+        expect((answer["error"] as Data | undefined)?.["message"]).toBe(message);
+    });
+
+    it("to what is attached already is answered, and changes nothing", async () => {
+        await client.attachAs("twice", "r22a0");
+        expect(await attach("twice", ["r24a0"])).toMatchObject({ apiVersion: "r24a0" });
+        const cancel = { requestID: "c", requestIDtoCancel: "none" };
+        expect(await client.request("/yvm/twice/cancel", cancel)).toEqual({ requestID: "c" });
+        expect(await client.publish("/yvm/sinks/set", {})).toMatchObject({ successful: true });
+    });
+});
+
 describe("arguments inline, with r22a0", () => {
     let client: StockClient;
     const id = "integers";
