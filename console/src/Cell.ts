@@ -80,13 +80,17 @@ export class Cell {
         this.#stage.textContent = `not stopped: ${error.message}`;
     }
 
-    /** Something that the command does has moved on. */
-    showProgress(progress: Progress): void {
+    /** Something that the command does has moved on; it is shown at the next `renderProgress`. */
+    updateProgress(progress: Progress): void {
         if (!this.#bars) {
             this.#bars = new ProgressBars();
             this.#progress.before(this.#bars.element);
         }
         this.#bars.update(progress);
+    }
+
+    renderProgress(): void {
+        this.#bars?.render();
     }
 
     /**

@@ -19,6 +19,8 @@ export class ProgressBars {
     readonly element = make("div", "bars");
     readonly #more = make("p", "note");
     readonly #moving = new Map<number, Bar>();
+    /** What is not shown yet: the latest of each, in the order in which they came. */
+    readonly #pending = new Map<number, Progress>();
     /** The lines of those that have ended. */
     #ended: HTMLElement[] = [];
     #endedCount = 0;
@@ -28,7 +30,21 @@ export class ProgressBars {
         this.element.append(this.#more);
     }
 
+    /** Takes in how far something has come; it is shown at the next `render`. */
     update(progress: Progress): void {
+        this.#pending.delete(progress.id);
+        this.#pending.set(progress.id, progress);
+    }
+
+    /** Brings the page up to date. */
+    render(): void {
+        for (const progress of this.#pending.values()) {
+            this.#show(progress);
+        }
+        this.#pending.clear();
+    }
+
+    #show(progress: Progress): void {
         if (progress.finished) {
             this.#end(progress, progressText(progress));
             return;
@@ -54,6 +70,7 @@ export class ProgressBars {
 
     /** The command has ended, and what it has left unfinished stays so. */
     finish(): void {
+        this.render();
         for (const { last } of [...this.#moving.values()]) {
             this.#end(last, progressText({ ...last, finished: true }));
         }

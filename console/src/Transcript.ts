@@ -138,8 +138,9 @@ export class Transcript {
     }
 
     showProgress(cell: Cell, progress: Progress): void {
-        cell.showProgress(progress);
-        this.#follow();
+        cell.updateProgress(progress);
+        this.#dirty.add(cell);
+        this.#renderSoon();
     }
 
     /**
@@ -245,6 +246,9 @@ export class Transcript {
     #renderDirty(): void {
         const deadline = performance.now() + timeOfFrame;
         for (const cell of this.#dirty) {
+            if (cell instanceof Cell) {
+                cell.renderProgress();
+            }
             if (cell.output.render(deadline)) {
                 this.#dirty.delete(cell);
             }
