@@ -121,6 +121,11 @@ const std::shared_ptr<Command>& CommandScope::current() noexcept {
     return currentCommand != nullptr ? *currentCommand : noCommand;
 }
 
+bool CommandScope::allows(std::string_view capability) {
+    const auto& command = current();
+    return command == nullptr || command->runOptions().getCapabilities().allows(capability);
+}
+
 std::shared_ptr<Command> CommandTable::create(cmddistributor::TakenCommand taken,
                                               cmddistributor::Moment moment, const OutputStreams& defaults) {
     const auto forget = [table = shared_from_this()](Command* command) {

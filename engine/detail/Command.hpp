@@ -167,6 +167,8 @@ class CommandScope {
 
     /// The command that the calling thread works for, null on a thread that works for none.
     static const std::shared_ptr<Command>& current() noexcept;
+    /// Whether the options of that command give it the capability. Without a command all are there.
+    static bool allows(std::string_view capability);
 
   private:
     const std::shared_ptr<Command> command_;

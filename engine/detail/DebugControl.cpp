@@ -250,13 +250,11 @@ std::optional<FrameScope> DebugControl::scopeOf(const Command& command) const {
 bool DebugControl::mayStop() const {
     const auto& command = CommandScope::current();
     return command != nullptr && !command->isLeavingStop() && ownWork_ == 0 && prompts_.size() < maxLevels &&
-           host_.isEngineThread() && !ForkedChild::isThis() &&
-           command->runOptions().getCapabilities().allows("debugger");
+           host_.isEngineThread() && !ForkedChild::isThis() && CommandScope::allows("debugger");
 }
 
 void DebugControl::checkCapability() {
-    const auto& command = CommandScope::current();
-    if (command != nullptr && !command->runOptions().getCapabilities().allows("debugger")) {
+    if (!CommandScope::allows("debugger")) {
         throw std::runtime_error(
             "this command may not use the debugger: its options lack the capability debugger");
     }

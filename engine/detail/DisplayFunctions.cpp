@@ -31,12 +31,6 @@ bool takesValues() {
            command->runOptions().getCallbacks().contains(u"ylutil::io::StructuredOutputEvent");
 }
 
-/// Whether the command of this thread has the capability. Code that belongs to no command has each.
-bool may(const std::string& capability) {
-    const auto& command = CommandScope::current();
-    return command == nullptr || command->runOptions().getCapabilities().allows(capability);
-}
-
 /// Images in a loop are a flood as text is.
 void tellValue(EngineThread& engine, const py::dict& data, const py::dict& metadata) {
     auto dataJson = toJson(data);
@@ -77,7 +71,7 @@ void tellWorkspace(EngineEvents& events, const py::list& appeared, const py::lis
 
 void addDisplayFunctions(py::module_& module, EngineThread& engine) {
     EngineEvents& events = engine.events();
-    module.def("may", &may);
+    module.def("may", &CommandScope::allows);
     module.def("wants_values", [&events] { return events.isWanted<StructuredOutputEvent>(); });
     module.def("takes_values", &takesValues);
     module.def("tell_value", [&engine](const py::dict& data, const py::dict& metadata) {

@@ -375,8 +375,7 @@ void EngineThread::pause(double seconds) {
 
 InputRequests::Answer EngineThread::askForLine(const std::u16string& prompt, bool password) {
     using services::prompt::InputRequestEvent;
-    const auto& command = CommandScope::current();
-    if (command != nullptr && !command->runOptions().getCapabilities().allows("input")) {
+    if (!CommandScope::allows("input")) {
         throw std::runtime_error("the command may not ask for input: its run options give it no \"input\"");
     }
     if (!events_.isWanted<InputRequestEvent>()) {
