@@ -224,34 +224,6 @@ it("carry a long text whole, in messages of a little more than 1,048,576 units a
     await reader.stock.disconnect();
 });
 
-const threshold = 1_048_576;
-
-it.each([
-    { first: threshold - 1, lengths: [threshold - 1 + 9000] },
-    { first: threshold, lengths: [threshold + 9000] },
-    { first: threshold + 1, lengths: [threshold + 1, 9000] },
-])("send what is longer than 1,048,576 units, and wait with $first", async ({ first, lengths }) => {
-    const reader = await Reader.listening();
-    await reader.set();
-    // The engine also sends what is older than some milliseconds; in one of the runs it comes too late for that.
-    const command = `import sys; print(); w = sys.stdout.write; w('x' * ${String(first)}); w('y' * 9000); print()`;
-    let found: number[] = [];
-    while (JSON.stringify(found) !== JSON.stringify(lengths)) {
-        const before = reader.messages.length;
-        await reader.run(command);
-        const text = reader.messages
-            .slice(before)
-            .map((message) => message["text"] as string)
-            .join("");
-        expect(text).toBe(`\n${"x".repeat(first)}${"y".repeat(9000)}\n`);
-        found = reader.messages
-            .slice(before)
-            .map((message) => (message["text"] as string).replaceAll("\n", "").length)
-            .filter((length) => length > 0);
-    }
-    await reader.stock.disconnect();
-});
-
 it("go on for the others when one leaves while text flows, and another is gone without a word", async () => {
     const [writer, staying, leaving] = [
         await Reader.listening(),
