@@ -6,7 +6,8 @@ import type { Queue } from "./Queue.js";
 export interface ClientOutputOptions extends AbortOptions {
     /**
      * What the reader can do with the text; what is left out has the engine's default. All that read at the
-     * same time share one installation, so that traits other than those that hold are a TypeError.
+     * same time share one installation, so that traits other than those that hold are a TypeError. With r22a0
+     * they hold until another client asks, since all of its clients share the sinks.
      */
     readonly traits?: { readonly out?: SinkTraits; readonly err?: SinkTraits };
     /**
