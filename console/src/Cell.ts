@@ -41,6 +41,11 @@ export class Cell {
         this.element.setAttribute("aria-busy", "true");
     }
 
+    /** Whether the command has not ended. */
+    get isRunning(): boolean {
+        return this.element.classList.contains("running");
+    }
+
     /**
      * Marks the line of the command where a frame stands still.
      *
@@ -127,7 +132,7 @@ export class Cell {
         this.#fields.delete(field);
         field.element.remove();
         this.showStage("running");
-        if (this.#fields.size === 0 && this.element.classList.contains("running")) {
+        if (this.#fields.size === 0 && this.isRunning) {
             this.element.setAttribute("aria-busy", "true");
         }
     }

@@ -22,6 +22,8 @@ const questionHeight = 48;
 
 type AnyCell = Cell | EngineCell;
 
+type NamedCell = Cell & { readonly fileName: string };
+
 /** A line of a file, or of a command. */
 export interface Place {
     readonly fileName: string;
@@ -73,13 +75,20 @@ export class Transcript {
     }
 
     /** The commands that the engine has named, newest first. */
-    get namedCells(): readonly (Cell & { readonly fileName: string })[] {
+    get namedCells(): readonly NamedCell[] {
         return this.#cells.filter(isNamed).reverse();
     }
 
-    /** The engine has named the cell's command. Of two equal ones that wait, the first is the one that is meant. */
+    /**
+     * The engine has named the cell's command. Of two equal ones that wait, the first is the one that is meant; one
+     * that has ended before it began leaves its name to the next.
+     */
     nameCell(cell: Cell, fileName: string): void {
-        if (this.namedCells.every((other) => other.fileName !== fileName)) {
+        const other: Cell | undefined = this.namedCells.find((named) => named.fileName === fileName);
+        if (other?.isRunning !== true) {
+            if (other) {
+                other.fileName = undefined;
+            }
             cell.fileName = fileName;
             this.markLine(this.#place); // it may have stopped already
         }
@@ -293,6 +302,6 @@ export class Transcript {
     }
 }
 
-function isNamed(cell: AnyCell): cell is Cell & { readonly fileName: string } {
+function isNamed(cell: AnyCell): cell is NamedCell {
     return cell instanceof Cell && cell.fileName !== undefined;
 }

@@ -263,6 +263,25 @@ describe("the marked line", () => {
     });
 });
 
+describe("of equal commands", () => {
+    it("the one that has stopped is marked, and not one that never began", async () => {
+        const text = "a = 20\na + 1";
+        const first = await view.run("import time\nprint('asleep'); time.sleep(600)");
+        await first.locator(".stdout").getByText("asleep", { exact: true }).waitFor();
+        const cancelled = await view.run(text);
+        await cancelled.getByRole("button", { name: "Stop" }).click();
+        await view.ended(cancelled);
+        await first.getByRole("button", { name: "Stop" }).click();
+        await view.ended(first);
+        await other.debugger.setBreakpoint({ type: "UNSUPPRESSED_OUTPUT" });
+        const cell = await view.run(text);
+        await cell.locator(".stopped-line").getByText("a + 1").waitFor();
+        expect(await view.stoppedLine.count()).toBe(1);
+        await page.keyboard.press("F8");
+        await view.ended(cell);
+    });
+});
+
 describe("on a narrow page", () => {
     it("a stop is in sight, wherever the panel was scrolled to", async () => {
         await page.setViewportSize({ width: 420, height: 800 });
