@@ -98,8 +98,8 @@ void TraceFunction::update() {
         install();
     }
     auto* const interpreter = PyThreadState_GetInterpreter(state_);
-    _PyInterpreterState_SetEvalFrameFunc(
-        interpreter, need_ == Need::Nothing ? &_PyEval_EvalFrameDefault : &evaluate);
+    _PyInterpreterState_SetEvalFrameFunc(interpreter,
+                                         need_ == Need::Nothing ? &_PyEval_EvalFrameDefault : &evaluate);
     ++generation_;
     updateLoops();
     updateLoopsLater();
