@@ -10,10 +10,12 @@
 #include "services/io/CLCEvent.hpp"
 #include "services/io/HomeEvent.hpp"
 
+#include <pthread.h>
 #include <pybind11/stl.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <map>
@@ -204,6 +206,26 @@ void addDebugger(py::module_& module, DebugControl& control) {
                });
 }
 
+/// Lets the server's signals through to this thread, as they are to come to the processes that it starts.
+///
+/// Not in Python: an interrupt between two of its instructions would leave them so.
+class SignalsUnblocked {
+  public:
+    SignalsUnblocked() {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        sigaddset(&signals, SIGTERM);
+        pthread_sigmask(SIG_UNBLOCK, &signals, &before_);
+    }
+    ~SignalsUnblocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsUnblocked(const SignalsUnblocked&) = delete;
+    SignalsUnblocked& operator=(const SignalsUnblocked&) = delete;
+
+  private:
+    sigset_t before_{};
+};
+
 }  // namespace
 
 void createEngineModule(EngineThread& engine) {
@@ -276,6 +298,12 @@ void createEngineModule(EngineThread& engine) {
         engine.events().fire<services::io::HomeEvent>();
     });
     module.def("after_fork_in_child", &ForkedChild::restoreSignals);
+    module.def(
+        "call_with_signals_unblocked",
+        [](const py::object& function, const py::tuple& arguments, const py::dict& named) -> py::object {
+            const SignalsUnblocked unblocked;
+            return function(*arguments, **named);
+        });
 
     addDebugger(module, engine.debugControl());
     module.def("name_command", [&engine](const py::str& text) { return engine.nameCommand(toUtf16(text)); });

@@ -139,6 +139,21 @@ TEST_F(EngineTest, TheThreadsOfCommandsLeaveTheServersSignalsBlocked) {
               "['SIGINT', 'SIGTERM']\n");
 }
 
+TEST_F(EngineTest, AnInterruptBesideTheStartOfAProcessLeavesTheServersSignalsBlocked) {
+    for (int round = 0; round < 20; ++round) {
+        auto starting = submitEval(
+            "import os\nprint('in', flush=True)\n"
+            "while True:\n"
+            "    try: os.posix_spawn('/no/such/program', ['x'], {})\n"
+            "    except FileNotFoundError: pass");
+        starting.transcript->waitFor("in\n");
+        EXPECT_EQ(cancel(starting.id, true), CmdDistributor::CANCEL_WHILE_RUNNING);
+        starting.error();
+        ASSERT_EQ(eval("import signal\nsorted(s.name for s in signal.pthread_sigmask(signal.SIG_BLOCK, []))"),
+                  "['SIGINT', 'SIGTERM']\n");
+    }
+}
+
 TEST_F(EngineTest, TheInterpreterIsTheOneThatWasBuiltFor) {
     EXPECT_EQ(eval("import sys\n(sys.executable, sys.prefix, sys.flags.utf8_mode, sys.path[0])"),
               "('/usr/bin/python3', '/usr', 1, '')\n");

@@ -3,15 +3,12 @@
 import _posixsubprocess
 import _thread
 import os
-import signal
 import subprocess
 import sys
 import threading
 import traceback
 
 import _yvm
-
-_SIGNALS_OF_THE_SERVER = {signal.SIGINT, signal.SIGTERM}
 
 
 def install():
@@ -44,11 +41,7 @@ def _give_children_a_clean_signal_mask():
 
 def _with_signals_unblocked(function):
     def call(*args, **kwargs):
-        before = signal.pthread_sigmask(signal.SIG_UNBLOCK, _SIGNALS_OF_THE_SERVER)
-        try:
-            return function(*args, **kwargs)
-        finally:
-            signal.pthread_sigmask(signal.SIG_SETMASK, before)
+        return _yvm.call_with_signals_unblocked(function, args, kwargs)
 
     call.__name__ = function.__name__
     call.__doc__ = function.__doc__
