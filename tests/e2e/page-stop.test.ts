@@ -187,6 +187,8 @@ os.close(release)`,
         const running = await start(
             "import time\nfor i in range(600):\n    print(i, end=' ', flush=True)\n    time.sleep(0.1)",
         );
+        // The other client has a connection of its own, on which its command could come first.
+        await running.locator(".stdout", { hasText: "0 1" }).waitFor();
         const waiting = await start("np.linalg.svd(np.eye(2))");
         const elsewhere = other.eval("'elsewhere'");
         await rows().nth(2).waitFor();
