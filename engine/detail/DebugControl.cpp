@@ -2,6 +2,7 @@
 
 #include "cmddistributor/RuntimeException.hpp"
 #include "engine/detail/CodeLines.hpp"
+#include "engine/detail/CommandReports.hpp"
 #include "engine/detail/EngineModule.hpp"
 #include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/Gil.hpp"
@@ -613,7 +614,7 @@ void DebugControl::stop(Reason reason, Frames frames, std::u16string message) {
         {
             const TracedAgain traced;
             const WithoutGil released;
-            host_.showStop(*command, places, message);
+            showStop(*command, places, message);
             events_.fire<DebuggerStoppedEvent>(reason, prompt.level(), std::move(places), std::move(message));
             host_.serveDebugPrompt(prompt);
             events_.fire<DebuggerResumedEvent>(prompt.level());

@@ -23,10 +23,6 @@ class DebugHost {
 
     /// Any thread.
     virtual bool isEngineThread() const noexcept = 0;
-    /// Writes to the command's output where it has stopped, unless its options suppress that, and brings out
-    /// what it wrote before. Without the GIL.
-    virtual void showStop(Command& command, const std::vector<cmddistributor::StackFrame>& frames,
-                          const std::u16string& message) = 0;
     /// Runs the commands of a debug prompt until the stop is over: by an action, or as the stopped command is
     /// to be interrupted or the engine stops. Without the GIL.
     virtual void serveDebugPrompt(const DebugPrompt& prompt) = 0;

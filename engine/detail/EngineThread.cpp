@@ -1,23 +1,20 @@
 #include "engine/detail/EngineThread.hpp"
 
 #include "engine/Engine.hpp"
+#include "engine/detail/CommandIsolation.hpp"
+#include "engine/detail/CommandReports.hpp"
 #include "engine/detail/EngineModule.hpp"
 #include "engine/detail/EngineSignalNumbers.hpp"
 #include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/Gil.hpp"
 #include "engine/detail/ImportFrames.hpp"
 #include "engine/detail/Interpreter.hpp"
-#include "engine/detail/PythonText.hpp"
-#include "fl/i18n/ustring.hpp"
 #include "foundation/core/util/scope_guard.hpp"
 #include "services/prompt/InputRequestEvent.hpp"
-#include "ylutil/io/PrintableErrorEvent.hpp"
 
-#include <boost/make_shared.hpp>
 #include <pthread.h>
 
 #include <algorithm>
-#include <array>
 #include <csignal>
 #include <iterator>
 #include <sstream>
@@ -37,118 +34,6 @@ std::vector<std::string> toTexts(const std::vector<EngineThread::IDType>& ids) {
     std::vector<std::string> texts;
     std::transform(ids.begin(), ids.end(), std::back_inserter(texts), toText);
     return texts;
-}
-
-/// Keeps the exception that is being handled from a command above, where it would become the context of every
-/// error, and from those that follow a command which left one behind: its code was interrupted for good on
-/// the way out of an `except` clause.
-class HandledException {
-  public:
-    HandledException() : handled_(py::reinterpret_steal<py::object>(PyErr_GetHandledException())) {
-        PyErr_SetHandledException(nullptr);
-    }
-    ~HandledException() { PyErr_SetHandledException(handled_.ptr()); }
-    HandledException(const HandledException&) = delete;
-    HandledException& operator=(const HandledException&) = delete;
-
-  private:
-    const py::object handled_;
-};
-
-/// Keeps from a nested command the redirections of text and input that the one beneath it has set up for
-/// itself.
-///
-/// By the interpreter's own table of `sys`, which knows no error when a user has deleted a name, and with
-/// names that are there already: these must not be lost where memory is short.
-class NestedState {
-  public:
-    NestedState() {
-        for (std::size_t i = 0; i < saved_.size(); ++i) {
-            const auto& name = table().names[i];
-            saved_[i] = get(name.used);
-            set(name.used, get(name.original));
-        }
-    }
-    ~NestedState() {
-        for (std::size_t i = 0; i < saved_.size(); ++i) {
-            set(table().names[i].used, saved_[i]);
-        }
-    }
-    NestedState(const NestedState&) = delete;
-    NestedState& operator=(const NestedState&) = delete;
-
-  private:
-    struct Name {
-        explicit Name(const char* name)
-            : used(PyUnicode_InternFromString(name)),
-              original(PyUnicode_InternFromString(("__" + std::string(name) + "__").c_str())) {}
-        PyObject* used;
-        PyObject* original;
-    };
-    /// Never given back.
-    struct Table {
-        PyObject* sys = py::module_::import("sys").attr("__dict__").cast<py::object>().release().ptr();
-        std::array<Name, 4> names{Name("stdin"), Name("stdout"), Name("stderr"), Name("displayhook")};
-    };
-
-    static const Table& table() {
-        static const Table made;
-        return made;
-    }
-    static py::object get(PyObject* name) {
-        return py::reinterpret_borrow<py::object>(PyDict_GetItem(table().sys, name));
-    }
-    static void set(PyObject* name, const py::object& value) {
-        const int failed = value ? PyDict_SetItem(table().sys, name, value.ptr())
-                                 : (get(name) ? PyDict_DelItem(table().sys, name) : 0);
-        if (failed != 0) {
-            PyErr_Clear();
-        }
-    }
-
-    std::array<py::object, 4> saved_;
-};
-
-/// The source as it would stand at Python's own prompt.
-std::u16string withPrompts(std::u16string_view source) {
-    const std::size_t end = source.find_last_not_of(u"\r\n");
-    source = source.substr(0, end == std::u16string_view::npos ? 0 : end + 1);
-    std::u16string result = u">>> ";
-    for (const char16_t unit : source) {
-        result += unit;
-        if (unit == u'\n') {
-            result += u"... ";
-        }
-    }
-    return result + u'\n';
-}
-
-/// Shows the source of a command on the streams whose destination wants it.
-void echo(Command& command) {
-    const auto* eval = std::get_if<cmddistributor::EvalIIP>(&*command.request().getIIP());
-    if (eval == nullptr) {
-        return;
-    }
-    for (const auto stream : {OutputStreams::Stream::Output, OutputStreams::Stream::Error}) {
-        if (command.output().traits(stream).useEcho()) {
-            command.output().write(stream, withPrompts(eval->command));
-        }
-    }
-}
-
-/// For those who watch commands: who sent this one has the error as its answer. That it was stopped is no
-/// error.
-void fireFailure(EngineEvents& events, const Outcome& outcome) {
-    using ylutil::io::PrintableErrorEvent;
-    const auto* error = std::get_if<RuntimeException>(&outcome.value);
-    if (error == nullptr || outcome.stoppedByInterrupt || !events.isWanted<PrintableErrorEvent>()) {
-        return;
-    }
-    std::vector<PrintableErrorEvent::Frame> stack;
-    for (const auto& frame : error->getStackFrames()) {
-        stack.push_back({frame.fileName, frame.functionName, frame.lineNumber, frame.sourceLine});
-    }
-    events.fire<PrintableErrorEvent>(error->GetID(), error->GetUnicodeMessageTxt(), std::move(stack));
 }
 
 /// How many commands run at one pre-emption point, so that the command beneath goes on, if slowly, however
@@ -211,17 +96,11 @@ void EngineThread::run(const std::optional<std::filesystem::path>& venv,
     }
     {
         const WithoutGil released;
-        {
-            const std::lock_guard lock(framesMutex_);
-            repeater_.emplace(preemptionSignal());
-            armed_ = true;
-        }
+        stack_.arm();
         ready.set_value();
         serve(Moment::Boot, std::nullopt);
         serve(Moment::TopPrompt, std::nullopt);
-        const std::lock_guard lock(framesMutex_);
-        armed_ = false;
-        repeater_.reset();
+        stack_.disarm();
         output_.pending().stop();
     }
     {
@@ -262,51 +141,25 @@ void EngineThread::requestStop() {
 }
 
 void EngineThread::interruptAll() {
-    {
-        const std::lock_guard lock(framesMutex_);
-        for (const auto& frame : frames_) {
-            requestInterruptLocked(*frame);
-        }
-    }
+    stack_.interruptAll();
     wake();
 }
 
 void EngineThread::interruptPrompt() {
-    {
-        const std::lock_guard lock(framesMutex_);
-        auto* const command = interactiveCommandLocked();
-        if (command == nullptr) {
-            return;
-        }
-        requestInterruptLocked(*command);
+    if (stack_.interruptPrompt()) {
+        wake();
     }
+}
+
+void EngineThread::interrupt(const IDType& id) {
+    stack_.interrupt(id);
     wake();
 }
 
 void EngineThread::breakInDebugger() {
-    {
-        const std::lock_guard lock(framesMutex_);
-        auto* const command = interactiveCommandLocked();
-        if (command == nullptr || command->isStopped()) {
-            return;
-        }
-        command->requestBreak();
-    }
-    requestPreemption();
-    wake();
-}
-
-Command* EngineThread::interactiveCommandLocked() const {
-    const auto frame = std::find_if(frames_.rbegin(), frames_.rend(), [](const auto& candidate) {
-        return candidate->isOfPrompt() || candidate->isStopped();
-    });
-    return frame != frames_.rend() ? frame->get() : nullptr;
-}
-
-void EngineThread::requestInterruptLocked(Command& command) {
-    // Who asked before has sent the signal, and it is repeated; a second would only fill the kernel's queue.
-    if (command.requestInterrupt()) {
-        sendLocked(interruptSignal());
+    if (stack_.requestBreak()) {
+        requestPreemption();
+        wake();
     }
 }
 
@@ -320,35 +173,7 @@ void EngineThread::wake() {
 }
 
 void EngineThread::requestPreemption() {
-    requestPreemption(Sending::AtOnce);
-}
-
-void EngineThread::requestPreemption(Sending sending) {
-    const std::lock_guard lock(framesMutex_);
-    // One signal runs all commands that are due.
-    if (std::exchange(preemptionRequested_, true)) {
-        return;
-    }
-    if (sending == Sending::AtOnce) {
-        sendLocked(preemptionSignal());
-    } else if (armed_) {
-        repeater_->start();
-    }
-}
-
-void EngineThread::interrupt(const IDType& id) {
-    {
-        const std::lock_guard lock(framesMutex_);
-        const auto frame = std::find_if(frames_.begin(), frames_.end(),
-                                        [&id](const auto& candidate) { return candidate->id() == id; });
-        if (frame != frames_.end()) {
-            requestInterruptLocked(**frame);
-        } else if (taking_) {
-            earlyInterrupts_.push_back(id);
-        }
-        // Otherwise it has ended by itself in the meantime.
-    }
-    wake();
+    stack_.requestPreemption(CommandStack::Sending::AtOnce);
 }
 
 void EngineThread::pause(double seconds) {
@@ -364,8 +189,8 @@ void EngineThread::pause(double seconds) {
     }
     {
         const WithoutGil released;
-        if (!frames_.empty()) {
-            frames_.back()->output().synchroniseAll();
+        if (!stack_.isEmpty()) {
+            stack_.innermost().output().synchroniseAll();
         }
         const Prompt::Stay stay(prompt_, Prompt::State::paused);
         serve(Moment::Pause, deadline);
@@ -402,9 +227,8 @@ InputRequests::Answer EngineThread::askForLine(const std::u16string& prompt, boo
 }
 
 std::optional<InputRequests::Answer> EngineThread::serveUntilAnswered(const InputRequests::Wait& wait) {
-    serveUntil(Moment::Input, std::nullopt, [&] {
-        return stopping_ || (!frames_.empty() && frames_.back()->isInterruptRequested()) || wait.answer();
-    });
+    serveUntil(Moment::Input, std::nullopt,
+               [&] { return stopping_ || stack_.isInterruptRequested() || wait.answer(); });
     return wait.answer();
 }
 
@@ -425,31 +249,27 @@ std::vector<std::string> EngineThread::waitingIds() const {
 }
 
 void EngineThread::raiseDueInterrupt() {
-    if (frames_.empty() || !frames_.back()->isInterruptible() || !frames_.back()->takeInterrupt()) {
+    if (stack_.isEmpty() || !stack_.innermost().isInterruptible() || !stack_.innermost().takeInterrupt()) {
         return;
     }
-    if (frames_.back()->mustNotSwallow()) {
-        frames_.back()->insist(debugControl_.tracing());
+    if (stack_.innermost().mustNotSwallow()) {
+        stack_.innermost().insist(debugControl_.tracing());
     }
     raiseInterrupt();
 }
 
 bool EngineThread::repeatInterrupt() {
-    if (!isEngineThread() || ForkedChild::isThis() || frames_.empty() || !frames_.back()->wasInterrupted() ||
-        !frames_.back()->isInterruptible()) {
+    if (!isEngineThread() || ForkedChild::isThis() || stack_.isEmpty() ||
+        !stack_.innermost().wasInterrupted() || !stack_.innermost().isInterruptible()) {
         return false;
     }
-    const std::lock_guard lock(framesMutex_);
-    frames_.back()->returnInterrupt();
-    if (armed_) {
-        repeater_->start();
-    }
+    stack_.returnInterrupt();
     return true;
 }
 
 void EngineThread::onInterruptSignal(const py::object& frame) {
     // At the work of the debugger, a repeated signal comes when that is over.
-    if (ForkedChild::isThis() || frames_.empty() || !frames_.back()->isInterruptRequested() ||
+    if (ForkedChild::isThis() || stack_.isEmpty() || !stack_.innermost().isInterruptRequested() ||
         debugControl_.isBusy()) {
         return;
     }
@@ -470,7 +290,7 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
         const WithoutGil released;
         output_.pending().synchroniseDue();
     }
-    if (!frames_.empty() && isInImport(frame, frames_.back()->frameBeneath())) {
+    if (!stack_.isEmpty() && isInImport(frame, stack_.innermost().frameBeneath())) {
         // Commands wait: their request stands, and its signal is repeated until the import is over.
         if (!isOfImportSystem(reinterpret_cast<PyFrameObject*>(frame.ptr()))) {
             const WithoutGil released;
@@ -479,25 +299,20 @@ void EngineThread::onPreemptionSignal(const py::object& frame) {
         onInterruptSignal(frame);
         return;
     }
-    {
-        const std::lock_guard lock(framesMutex_);
-        preemptionRequested_ = false;
-        stopRepeatingLocked();
-    }
+    stack_.endPreemption();
     {
         const WithoutGil released;
         serveDebugger();
     }
-    const auto depth = std::count_if(frames_.begin(), frames_.end(),
-                                     [](const auto& command) { return command->isOfPreemption(); });
     // At the limit nothing is lost: the level beneath takes what still waits when this one has ended.
-    if (!frames_.empty() && depth < Engine::maxPreemptionDepth) {
+    if (!stack_.isEmpty() && stack_.preemptionDepth() < Engine::maxPreemptionDepth) {
         const WithoutGil released;
-        const Command& beneath = *frames_.back();
+        const Command& beneath = stack_.innermost();
         if (!takePreemptionBatch(beneath)) {
             // Sent at once while the command cannot be interrupted, the signal would come before its every
             // bytecode, and the command would never get on to where it can.
-            requestPreemption(beneath.isInterruptRequested() ? Sending::AfterAWhile : Sending::AtOnce);
+            using Sending = CommandStack::Sending;
+            stack_.requestPreemption(beneath.isInterruptRequested() ? Sending::AfterAWhile : Sending::AtOnce);
         }
     }
     // An interrupt of the command beneath may have come meanwhile. Python looks at each signal once before it
@@ -533,7 +348,8 @@ void EngineThread::serveUntil(Moment moment, const Deadline& deadline, const IsO
             return;
         } else {
             prompt_.waitsForCommands(moment);
-            forgetSignals();
+            // What a signal stands for that has not reached its handler is done, or the wait ends at once.
+            stack_.endPreemption();
             releaseWhatWasLent();
             waitForWork(deadline);
         }
@@ -555,29 +371,11 @@ void EngineThread::serveDebugger() {
         }
     }
     // Code of the engine or of the debugger goes on until it has come back to that of the user.
-    if (!frames_.empty() && frames_.back()->isInterruptible() && !debugControl_.isAtOwnWork() &&
-        frames_.back()->takeBreak()) {
+    if (!stack_.isEmpty() && stack_.innermost().isInterruptible() && !debugControl_.isAtOwnWork() &&
+        stack_.innermost().takeBreak()) {
         const WithGil gil;
         debugControl_.breakIn(PyEval_GetFrame());
     }
-}
-
-void EngineThread::showStop(Command& command, const std::vector<cmddistributor::StackFrame>& frames,
-                            const std::u16string& message) {
-    if (!command.runOptions().getSuppressDebugControlOutput() && !frames.empty()) {
-        const auto& place = frames.back();
-        std::string text = "> " + place.fileName + "(" + std::to_string(place.lineNumber) + ")" +
-                           place.functionName + "()\n";
-        if (!place.sourceLine.empty()) {
-            text += "-> " + place.sourceLine + "\n";
-        }
-        std::u16string shown = fl::i18n::to_ustring(text);
-        if (!message.empty()) {
-            shown += message + u"\n";
-        }
-        command.output().write(OutputStreams::Stream::Output, shown);
-    }
-    command.output().synchroniseAll();
 }
 
 void EngineThread::serveDebugPrompt(const DebugPrompt& prompt) {
@@ -599,7 +397,7 @@ bool EngineThread::isEngineThread() const noexcept {
 }
 
 bool EngineThread::waitUntilMayWrite(OutputGate::Way way, const IDType& command) {
-    const auto isInterrupted = [this] { return !frames_.empty() && frames_.back()->isInterruptRequested(); };
+    const auto isInterrupted = [this] { return stack_.isInterruptRequested(); };
     const auto isOver = [&] { return stopping_ || isInterrupted() || output_.gate().mayWrite(way, command); };
     if (mayServeWhileWriting()) {
         serveUntil(Moment::Pause, std::nullopt, isOver);
@@ -613,19 +411,16 @@ bool EngineThread::waitUntilMayWrite(OutputGate::Way way, const IDType& command)
 
 bool EngineThread::mayServeWhileWriting() const {
     // Each of those above may have to wait for the gate in its turn.
-    if (frames_.size() > Engine::maxPreemptionDepth) {
+    if (stack_.size() > Engine::maxPreemptionDepth) {
         return false;
     }
     const WithGil gil;
     return !isInImport(py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(PyEval_GetFrame())),
-                       frames_.empty() ? nullptr : frames_.back()->frameBeneath());
+                       stack_.isEmpty() ? nullptr : stack_.innermost().frameBeneath());
 }
 
 std::shared_ptr<Command> EngineThread::commandOfPrompt() const {
-    const std::lock_guard lock(framesMutex_);
-    const auto frame = std::find_if(frames_.rbegin(), frames_.rend(),
-                                    [](const auto& candidate) { return candidate->isOfPrompt(); });
-    return frame != frames_.rend() ? *frame : nullptr;
+    return stack_.commandOfPrompt();
 }
 
 void EngineThread::raiseInterruptOfWriter() {
@@ -636,8 +431,8 @@ bool EngineThread::isOver(Moment moment, const Deadline& deadline) const {
     if (stopping_) {
         return true;
     }
-    return moment == Moment::Pause && ((deadline && Clock::now() >= *deadline) ||
-                                       (!frames_.empty() && frames_.back()->isInterruptRequested()));
+    return moment == Moment::Pause &&
+           ((deadline && Clock::now() >= *deadline) || stack_.isInterruptRequested());
 }
 
 void EngineThread::waitForWork(Deadline deadline) {
@@ -663,26 +458,13 @@ void EngineThread::releaseWhatWasLent() {
 }
 
 std::shared_ptr<Command> EngineThread::takeNext(Moment moment) {
-    {
-        const std::lock_guard lock(framesMutex_);
-        taking_ = true;
-    }
-    // Without the mutex, as the queue may ask for a pre-emption in this call.
+    stack_.beginTaking();
     auto taken = queue_->take(moment);
     std::shared_ptr<Command> command;
     if (taken) {
         command = commands_->create(std::move(*taken), moment, output_.defaults());
     }
-    const std::lock_guard lock(framesMutex_);
-    taking_ = false;
-    if (command != nullptr) {
-        if (std::find(earlyInterrupts_.begin(), earlyInterrupts_.end(), command->id()) !=
-            earlyInterrupts_.end()) {
-            command->requestInterrupt();
-        }
-        frames_.push_back(command);
-    }
-    earlyInterrupts_.clear();
+    stack_.endTaking(command);
     return command;
 }
 
@@ -701,7 +483,7 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
         command->output().synchroniseAll();
         fireFailure(events_, outcome);
     }
-    popFrame();
+    stack_.pop();
     if (auto* result = std::get_if<FEvalResult>(&outcome.value)) {
         queue_->finish(command->id(), std::move(*result));
     } else {
@@ -712,47 +494,9 @@ void EngineThread::runCommand(const std::shared_ptr<Command>& command) {
 Outcome EngineThread::runInPython(Command& command) {
     const WithGil gil;
     releases_->drain();
-    const HandledException handled;
-    std::optional<NestedState> nested;
-    if (frames_.size() > 1) {
-        nested.emplace();
-    }
+    using Beneath = CommandIsolation::Beneath;
+    const CommandIsolation isolation(stack_.size() > 1 ? Beneath::ACommand : Beneath::Nothing);
     return runner_->run(command);
-}
-
-void EngineThread::popFrame() {
-    const std::lock_guard lock(framesMutex_);
-    frames_.pop_back();
-    // Their signals came while the command above it ran.
-    if (!frames_.empty() && frames_.back()->isInterruptRequested()) {
-        sendLocked(interruptSignal());
-    }
-    if (!frames_.empty() && frames_.back()->isBreakRequested()) {
-        preemptionRequested_ = true;
-        sendLocked(preemptionSignal());
-    }
-}
-
-void EngineThread::sendLocked(int signalNumber) {
-    if (armed_) {
-        pthread_kill(thread_, signalNumber);
-        repeater_->start();
-    }
-}
-
-void EngineThread::stopRepeatingLocked() {
-    const bool isAwaited =
-        preemptionRequested_ ||
-        (!frames_.empty() && (frames_.back()->isInterruptRequested() || frames_.back()->isBreakRequested()));
-    if (!isAwaited && armed_) {
-        repeater_->stop();
-    }
-}
-
-void EngineThread::forgetSignals() {
-    const std::lock_guard lock(framesMutex_);
-    preemptionRequested_ = false;
-    stopRepeatingLocked();
 }
 
 }  // namespace yvm::engine

@@ -3,6 +3,7 @@
 #include "cmddistributor/CommandQueue.hpp"
 #include "engine/detail/Command.hpp"
 #include "engine/detail/CommandRunner.hpp"
+#include "engine/detail/CommandStack.hpp"
 #include "engine/detail/DebugControl.hpp"
 #include "engine/detail/EngineDebugger.hpp"
 #include "engine/detail/EngineEvents.hpp"
@@ -10,19 +11,17 @@
 #include "engine/detail/InputRequests.hpp"
 #include "engine/detail/Prompt.hpp"
 #include "engine/detail/ReleaseQueue.hpp"
-#include "engine/detail/SignalRepeater.hpp"
+
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <semaphore>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace yvm::engine {
@@ -30,21 +29,9 @@ namespace yvm::engine {
 /// The thread that owns the interpreter, is its main thread, and alone runs commands and completions.
 ///
 /// It serves commands in one loop, `serve`, that is entered anew wherever the engine may take a command: at
-/// the prompt, in a pause of a command, between two bytecodes of one. Each entry may push a further frame on
-/// the stack of commands, and the frame on top is the one that runs.
+/// the prompt, in a pause of a command, between two bytecodes of one. Each entry may push a further command
+/// on the stack, and the one on top is the one that runs.
 ///
-/// An interrupt has a target. It is noted in the command's frame and announced by a signal to this thread;
-/// the signal's Python handler raises if the innermost frame is the target and code of the user runs in it.
-/// So it never hits another command: one that nests above the target ends first, and a note on a command
-/// that has ended is gone with its frame. It is not lost either: one that comes while a command is on its
-/// way from the queue to its frame is kept until the frame stands, and the signal is sent again until its
-/// handler has run. But it is raised once: code of the user that catches and swallows it goes on, as it may
-/// with KeyboardInterrupt anywhere, or loses it where Python itself drops exceptions (a destructor, a
-/// callback of a weak reference). The command then runs until it ends or the next cancel or interrupt, which
-/// raises anew; the third within `Command::insistenceWindow` cannot be swallowed.
-///
-/// `framesMutex_` is a leaf: nothing is called, and the GIL not taken, with it held. So it may be taken with
-/// the GIL held.
 /// Completions run without GIL and locks.
 class EngineThread final : public cmddistributor::EngineSignals, public OutputHost, public DebugHost {
   public:
@@ -92,8 +79,6 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     EngineEvents& events() noexcept override { return events_; }
 
     // From the debugger.
-    void showStop(Command& command, const std::vector<cmddistributor::StackFrame>& frames,
-                  const std::u16string& message) override;
     void serveDebugPrompt(const DebugPrompt& prompt) override;
     /// Raises the interrupt of the innermost command if one is due.
     void raiseDueInterrupt() override;
@@ -137,28 +122,17 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     void waitForWork(Deadline deadline);
     void releaseWhatWasLent();
 
-    /// Takes the next command and pushes its frame; null when none may run.
+    /// Takes the next command and pushes it on the stack; null when none may run.
     std::shared_ptr<Command> takeNext(Moment moment);
     void runCommand(const std::shared_ptr<Command>& command);
     /// False when some may be left, as there were many or `beneath` is to stop. Without the GIL.
     bool takePreemptionBatch(const Command& beneath);
     Outcome runInPython(Command& command);
-    void popFrame();
     /// The answer to a request that was fired, empty when something else ended the wait. Without the GIL.
     std::optional<InputRequests::Answer> serveUntilAnswered(const InputRequests::Wait& wait);
-    void requestInterruptLocked(Command& command);
     /// Carries out what clients want of breakpoints, and stops the innermost command if somebody breaks into
     /// it. Without the GIL.
     void serveDebugger();
-    /// The innermost command that a prompt took or that is stopped; null when there is none.
-    Command* interactiveCommandLocked() const;
-    enum class Sending { AtOnce, AfterAWhile };
-    void requestPreemption(Sending sending);
-    void sendLocked(int signalNumber);
-    void stopRepeatingLocked();
-    /// Before a wait for commands: what a signal that has not reached its handler stands for is done, or the
-    /// wait ends at once.
-    void forgetSignals();
 
     const std::shared_ptr<ReleaseQueue> releases_;
     const std::shared_ptr<CommandTable> commands_;
@@ -173,20 +147,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
 
     std::unique_ptr<CommandRunner> runner_;  // engine thread; made when Python has started
 
-    mutable std::mutex framesMutex_;
-    /// Innermost last. Changed by the engine thread under framesMutex_, so that this thread reads it without.
-    std::vector<std::shared_ptr<Command>> frames_;
-    /// Set while the signals have handlers: without them a signal ends the process. Guarded by framesMutex_.
-    bool armed_ = false;
     pthread_t thread_{};  // constant after the start
-    /// Sends again what may have been missed. Guarded by framesMutex_; there while `armed_`.
-    std::optional<SignalRepeater> repeater_;
-    /// Whether a pre-emption signal was sent and its handler has not served it. Guarded by framesMutex_.
-    bool preemptionRequested_ = false;
-    /// Whether a command may be on its way from the queue to its frame, and who was to be interrupted then.
-    /// Guarded by framesMutex_.
-    bool taking_ = false;
-    std::vector<IDType> earlyInterrupts_;
+    CommandStack stack_;
 
     // A semaphore, since a condition variable's mutex costs each wait a system call more.
     std::binary_semaphore woken_{0};
