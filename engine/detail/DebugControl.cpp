@@ -7,7 +7,7 @@
 #include "engine/detail/ForkedChild.hpp"
 #include "engine/detail/Gil.hpp"
 #include "engine/detail/PythonText.hpp"
-#include "fl/i18n/ustring.hpp"
+#include "engine/detail/RecursionHeadroom.hpp"
 #include "foundation/core/util/scope_guard.hpp"
 #include "yvm/BreakpointsChangedEvent.hpp"
 #include "yvm/DebuggerResumedEvent.hpp"
@@ -16,9 +16,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
-#include <limits>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 
 namespace yvm::engine {
@@ -27,26 +25,6 @@ namespace py = pybind11;
 using cmddistributor::StackFrame;
 
 namespace {
-
-/// Of these many calls more than users are allowed, since a stop may be where they have none left.
-constexpr int recursionHeadroom = 200;
-
-class RecursionHeadroom {
-  public:
-    RecursionHeadroom() { Py_SetRecursionLimit(raised_); }
-    ~RecursionHeadroom() {
-        // Otherwise a user has set another limit.
-        if (Py_GetRecursionLimit() == raised_) {
-            Py_SetRecursionLimit(limit_);
-        }
-    }
-    RecursionHeadroom(const RecursionHeadroom&) = delete;
-    RecursionHeadroom& operator=(const RecursionHeadroom&) = delete;
-
-  private:
-    const int limit_ = Py_GetRecursionLimit();
-    const int raised_ = limit_ + std::min(recursionHeadroom, std::numeric_limits<int>::max() - limit_);
-};
 
 /// Lets commands be traced that run while the trace function waits.
 class TracedAgain {
@@ -69,63 +47,9 @@ class TracedAgain {
     const bool wasTracing_;
 };
 
-py::object codeOf(PyFrameObject* frame) {
-    return py::reinterpret_steal<py::object>(reinterpret_cast<PyObject*>(PyFrame_GetCode(frame)));
-}
-
-PyCodeObject* raw(const py::object& code) {
-    return reinterpret_cast<PyCodeObject*>(code.ptr());
-}
-
-py::object objectOf(PyFrameObject* frame) {
-    return py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(frame));
-}
-
-/// Null for the outermost one, and where there is no memory to tell.
-py::object callerOf(PyFrameObject* frame) {
-    auto* const caller = reinterpret_cast<PyObject*>(PyFrame_GetBack(frame));
-    if (caller == nullptr) {
-        PyErr_Clear();
-    }
-    return py::reinterpret_steal<py::object>(caller);
-}
-
-/// Whether this is the engine's own code, or that of Python which has no source to show.
-bool isHidden(const py::object& code) {
-    // Without a text of Python's, for which there may be no memory.
-    const auto startsWith = [name = raw(code)->co_filename](std::string_view start) {
-        for (std::size_t i = 0; i < start.size(); ++i) {
-            const auto at = static_cast<Py_ssize_t>(i);
-            if (at >= PyUnicode_GET_LENGTH(name) ||
-                PyUnicode_ReadChar(name, at) != static_cast<Py_UCS4>(start[i])) {
-                return false;
-            }
-        }
-        return true;
-    };
-    return startsWith("<yvm") || startsWith("<frozen ");
-}
-
-/// The opcode and the argument of the instruction that the frame has begun.
-std::pair<int, int> instructionOf(PyFrameObject* frame) {
-    const auto code = codeOf(frame);
-    const auto bytes = py::reinterpret_steal<py::object>(PyCode_GetCode(raw(code)));
-    const int at = PyFrame_GetLasti(frame);
-    if (!bytes || at < 0 || at + 1 >= PyBytes_GET_SIZE(bytes.ptr())) {
-        PyErr_Clear();
-        return {-1, 0};
-    }
-    const auto* const text = reinterpret_cast<const unsigned char*>(PyBytes_AS_STRING(bytes.ptr()));
-    return {text[at], text[at + 1]};
-}
-
-/// A new object, or Python's error. What makes the objects of pybind11 has a failure of Python taken for its
-/// own.
-py::object made(PyObject* object) {
-    if (object == nullptr) {
-        throw py::error_already_set();
-    }
-    return py::reinterpret_steal<py::object>(object);
+/// Those of the command that runs.
+DebugFrames framesOfCommand(PyFrameObject* innermost) {
+    return framesFrom(innermost, CommandScope::current()->frameBeneath());
 }
 
 py::module_ helpers() {
@@ -133,25 +57,6 @@ py::module_ helpers() {
 }
 
 }  // namespace
-
-FrameScope::FrameScope(py::object frame) : frame_(std::move(frame)) {
-    auto* const rawFrame = reinterpret_cast<PyFrameObject*>(frame_.ptr());
-    globals_ = py::reinterpret_steal<py::object>(PyFrame_GetGlobals(rawFrame));
-    locals_ = py::reinterpret_steal<py::object>(PyFrame_GetLocals(rawFrame));
-    if (!locals_) {
-        throw py::error_already_set();
-    }
-}
-
-FrameScope::~FrameScope() {
-    if (frame_) {
-        store();
-    }
-}
-
-void FrameScope::store() const {
-    PyFrame_LocalsToFast(reinterpret_cast<PyFrameObject*>(frame_.ptr()), 1);
-}
 
 class DebugControl::OwnWork {
   public:
@@ -205,7 +110,7 @@ void DebugControl::changeBreakpoints(const std::function<bool(BreakpointTable&)>
 
 void DebugControl::updateNeed() {
     using Need = TraceFunction::Need;
-    if (step_ || breakpoints_.has(Condition::CaughtError)) {
+    if (step_.isPending() || breakpoints_.has(Condition::CaughtError)) {
         tracing_.setNeed(Need::AllCode);
     } else {
         tracing_.setNeed(breakpoints_.hasPlaces() ? Need::CodeOfInterest : Need::Nothing);
@@ -231,8 +136,8 @@ void DebugControl::commandBegins() {
 
 void DebugControl::commandEnds(const Command& command) {
     std::erase_if(entered_, [&command](const Call& call) { return call.command == &command; });
-    if (step_ && step_->command.get() == &command) {
-        step_.reset();
+    if (step_.isOf(command)) {
+        step_.cancel();
         updateNeed();
     }
 }
@@ -263,7 +168,7 @@ void DebugControl::checkCapability() {
 
 void DebugControl::breakIn(PyFrameObject* frame) {
     if (mayStop()) {
-        stop(Reason::Break, framesFrom(frame));
+        stop(Reason::Break, framesOfCommand(frame));
     }
 }
 
@@ -272,7 +177,7 @@ void DebugControl::stopAtError(py::handle exception) {
         return;
     }
     std::u16string message;
-    Frames frames;
+    DebugFrames frames;
     try {
         const OwnWork own(*this);
         const auto names = helpers().attr("identifiers")(exception).cast<std::vector<std::string>>();
@@ -317,7 +222,7 @@ void DebugControl::stopAtCondition(Condition condition, const std::vector<std::s
         return;
     }
     const auto reason = condition == Condition::Warning ? Reason::Warning : Reason::NanInf;
-    auto frames = framesFrom(PyEval_GetFrame());
+    auto frames = framesOfCommand(PyEval_GetFrame());
     // Python's own module that gives warnings, where they come out of Python code.
     while (!frames.empty() && toUtf8(raw(frames.back().code)->co_filename).ends_with("/warnings.py")) {
         frames.pop_back();
@@ -426,9 +331,7 @@ bool DebugControl::onLine(PyFrameObject* frame) {
     const bool isEntry = takeEntry(frame);
     const auto code = codeOf(frame);
     const bool mayHaveBreakpoints = breakpoints_.hasPlaces() && tracing_.isOfInterest(raw(code));
-    const bool mayEndStep =
-        step_ && step_->command == CommandScope::current() &&
-        (step_->frame.is_none() || step_->frame.ptr() == reinterpret_cast<PyObject*>(frame));
+    const bool mayEndStep = step_.endsIn(frame);
     if (!(mayHaveBreakpoints || mayEndStep) || !mayStop() || isHidden(code)) {
         return false;
     }
@@ -441,12 +344,12 @@ bool DebugControl::onLine(PyFrameObject* frame) {
                        (isEntry && entersFile(frame, code) && holds(plan->atFileEntry, frame, message));
     }
     if (isBreakpoint || mayEndStep) {
-        stop(isBreakpoint ? Reason::Breakpoint : Reason::Step, framesFrom(frame), std::move(message));
+        stop(isBreakpoint ? Reason::Breakpoint : Reason::Step, framesOfCommand(frame), std::move(message));
         return true;
     }
     // Somebody may have broken in while the conditions were evaluated, as every time where they take long.
     if (CommandScope::current()->takeBreak()) {
-        stop(Reason::Break, framesFrom(frame));
+        stop(Reason::Break, framesOfCommand(frame));
         return true;
     }
     return false;
@@ -499,13 +402,7 @@ bool DebugControl::holds(const PlacedBreakpoint& breakpoint, PyFrameObject* fram
 
 void DebugControl::onReturn(PyFrameObject* frame, PyObject* value) {
     takeEntry(frame);
-    if (!step_ || step_->frame.ptr() != reinterpret_cast<PyObject*>(frame)) {
-        return;
-    }
-    // A generator that yields comes back.
-    if (value == nullptr || instructionOf(frame).first == RETURN_VALUE) {
-        step_->frame = py::none();
-    }
+    step_.onReturn(frame, value);
 }
 
 bool DebugControl::onException(PyFrameObject* frame, PyObject* exception) {
@@ -536,66 +433,15 @@ bool DebugControl::onException(PyFrameObject* frame, PyObject* exception) {
         }
         message = toUtf16(helpers().attr("describe_exception")(value));
     }
-    stop(Reason::CaughtError, framesFrom(frame), std::move(message));
+    stop(Reason::CaughtError, framesOfCommand(frame), std::move(message));
     return true;
 }
 
-DebugControl::Frames DebugControl::framesFrom(PyFrameObject* innermost) {
-    const auto& command = CommandScope::current();
-    Frames frames;
-    py::object frame = innermost != nullptr ? objectOf(innermost) : py::object();
-    while (frame && reinterpret_cast<PyFrameObject*>(frame.ptr()) != command->frameBeneath()) {
-        auto* const rawFrame = reinterpret_cast<PyFrameObject*>(frame.ptr());
-        auto code = codeOf(rawFrame);
-        if (!isHidden(code)) {
-            frames.push_back({frame, std::move(code), PyFrame_GetLineNumber(rawFrame)});
-        }
-        frame = callerOf(rawFrame);
-    }
-    std::reverse(frames.begin(), frames.end());
-    return frames;
-}
-
-DebugControl::Frames DebugControl::framesOf(py::handle traceback) {
-    Frames frames;
-    for (auto entry = py::reinterpret_borrow<py::object>(traceback); !entry.is_none();
-         entry = entry.attr("tb_next")) {
-        const py::object frame = entry.attr("tb_frame");
-        py::object code = frame.attr("f_code");
-        if (!isHidden(code)) {
-            const py::object line = entry.attr("tb_lineno");
-            frames.push_back({frame, std::move(code), line.is_none() ? 0 : line.cast<int>()});
-        }
-    }
-    return frames;
-}
-
-std::vector<StackFrame> DebugControl::describe(const Frames& frames) const {
-    std::vector<StackFrame> described;
-    try {
-        const auto places = made(PyList_New(static_cast<Py_ssize_t>(frames.size())));
-        for (std::size_t i = 0; i < frames.size(); ++i) {
-            auto place = made(Py_BuildValue("(Oi)", frames[i].code.ptr(), frames[i].line));
-            PyList_SET_ITEM(places.ptr(), static_cast<Py_ssize_t>(i), place.release().ptr());
-        }
-        for (const py::handle item : py::list(helpers().attr("describe_frames")(places))) {
-            const auto place = py::reinterpret_borrow<py::tuple>(item);
-            described.push_back(
-                {toUtf8(place[0]), toUtf8(place[1]), place[2].cast<std::uint64_t>(), toUtf8(place[3])});
-        }
-    } catch (const std::exception&) {
-        // Out of memory. It is better to stop without than not at all.
-        PyErr_Clear();
-        described.clear();
-    }
-    return described;
-}
-
-void DebugControl::stop(Reason reason, Frames frames, std::u16string message) {
+void DebugControl::stop(Reason reason, DebugFrames frames, std::u16string message) {
     const auto command = CommandScope::current();
     const py::error_scope keepsIt;
     DebugPrompt prompt(command, prompts_.size() + 1, std::move(frames));
-    step_.reset();
+    step_.cancel();
     updateNeed();
     {
         const RecursionHeadroom headroom;
@@ -624,34 +470,13 @@ void DebugControl::stop(Reason reason, Frames frames, std::u16string message) {
         command->leaveStop();
         command->requestInterrupt();
     } else if (reason != Reason::Error && reason != Reason::Output) {
-        beginStep(prompt);
+        step_.begin(prompt);
+        if (step_.isPending()) {
+            updateNeed();
+        }
     }
     // The commands of the prompt have taken what was noted before.
     tracing_.updateLoopsLater();
-}
-
-void DebugControl::beginStep(const DebugPrompt& prompt) {
-    py::object frame = py::none();
-    switch (prompt.action()) {
-        case Action::StepIn:
-            break;
-        case Action::Step:
-        case Action::StepOut:
-            if (!prompt.frames().empty()) {
-                frame = prompt.frames()[prompt.selected()].frame;
-            }
-            if (prompt.action() == Action::StepOut) {
-                if (prompt.selected() == 0) {
-                    return;  // The command has no caller.
-                }
-                frame = prompt.frames()[prompt.selected() - 1].frame;
-            }
-            break;
-        default:
-            return;
-    }
-    step_ = Step{prompt.command(), std::move(frame)};
-    updateNeed();
 }
 
 }  // namespace yvm::engine

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "engine/detail/BreakpointTable.hpp"
-#include "engine/detail/DebugPrompt.hpp"
+#include "engine/detail/DebugFrames.hpp"
+#include "engine/detail/DebugStep.hpp"
 #include "engine/detail/EngineEvents.hpp"
+#include "engine/detail/FrameScope.hpp"
 #include "engine/detail/TraceFunction.hpp"
 #include "yvm/DebuggerStoppedEvent.hpp"
 
@@ -32,28 +34,6 @@ class DebugHost {
     virtual void raiseDueInterrupt() = 0;
 };
 
-/// The place where a command of a debug prompt is evaluated. What it changes among the local variables is in
-/// the frame when this ends.
-class FrameScope {
-  public:
-    explicit FrameScope(pybind11::object frame);
-    ~FrameScope();
-    FrameScope(FrameScope&&) noexcept = default;
-    FrameScope& operator=(FrameScope&&) = delete;
-
-    /// Brings the changes into the frame now.
-    void store() const;
-
-    const pybind11::object& frame() const noexcept { return frame_; }
-    const pybind11::object& globals() const noexcept { return globals_; }
-    const pybind11::object& locals() const noexcept { return locals_; }
-
-  private:
-    pybind11::object frame_;  ///< null when moved from
-    pybind11::object globals_;
-    pybind11::object locals_;
-};
-
 /// Decides where commands stop, and keeps them there.
 ///
 /// A command stops at a breakpoint, at the end of a step, or when somebody breaks into it. The engine's
@@ -61,8 +41,7 @@ class FrameScope {
 /// frame that is selected. Such a command may stop in its turn. Only commands with the capability "debugger"
 /// stop, and no code of other threads does.
 ///
-/// A line is stopped at as `bdb` would. A step that comes to the end of its frame stops on the next line,
-/// wherever that is, and not at the return itself. A step ends with its command.
+/// A line is stopped at as `bdb` would.
 ///
 /// On the engine thread with the GIL held.
 class DebugControl final : public TraceFunction::Client {
@@ -123,14 +102,6 @@ class DebugControl final : public TraceFunction::Client {
     int onTrace(PyFrameObject* frame, int event, PyObject* argument) noexcept override;
 
   private:
-    using Frames = std::vector<DebugPrompt::Frame>;
-
-    struct Step {
-        std::shared_ptr<Command> command;
-        /// The frame whose next line ends the step; none for any line.
-        pybind11::object frame;
-    };
-
     struct Call {
         const Command* command;
         const PyFrameObject* frame;  ///< only compared
@@ -157,12 +128,7 @@ class DebugControl final : public TraceFunction::Client {
     bool holds(const PlacedBreakpoints& breakpoints, PyFrameObject* frame, std::u16string& message);
     bool holds(const PlacedBreakpoint& breakpoint, PyFrameObject* frame, std::u16string& message);
 
-    static Frames framesFrom(PyFrameObject* innermost);
-    static Frames framesOf(pybind11::handle traceback);
-    std::vector<cmddistributor::StackFrame> describe(const Frames& frames) const;
-
-    void stop(Reason reason, Frames frames, std::u16string message = {});
-    void beginStep(const DebugPrompt& prompt);
+    void stop(Reason reason, DebugFrames frames, std::u16string message = {});
     void updateNeed();
     void updateConditions();
 
@@ -171,7 +137,7 @@ class DebugControl final : public TraceFunction::Client {
     BreakpointTable breakpoints_;
     TraceFunction tracing_;
     std::vector<DebugPrompt*> prompts_;  ///< innermost last
-    std::optional<Step> step_;
+    DebugStep step_;
     /// The calls whose first line is still to come. Python looks at its signals between the two: their
     /// handlers may run there, and commands of a pre-emption point.
     std::vector<Call> entered_;
