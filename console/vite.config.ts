@@ -12,5 +12,6 @@ export default defineConfig({
         // Would be inlined as data: URLs, which the server's content security policy refuses.
         assetsInlineLimit: 0,
     },
-    test: { include: ["test/**/*.test.ts"] },
+    // The time is a bound on failure: nothing here waits for a clock.
+    test: { include: ["test/**/*.test.ts"], testTimeout: 60_000 },
 });

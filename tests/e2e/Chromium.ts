@@ -5,6 +5,9 @@ import { build, type Rollup } from "vite";
 
 import type { Driver, DriverOptions, Library, Message, Publication } from "./Driver.js";
 
+/** How long a page is waited for, in milliseconds: a bound on failure, as that of `expect.poll`. */
+export const waitTimeout = 60_000;
+
 /** The system's browser, without a window. */
 export function launchChromium(): Promise<Browser> {
     return chromium.launch({

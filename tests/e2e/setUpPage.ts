@@ -4,7 +4,7 @@ import { fileURLToPath } from "node:url";
 import type { Browser, Page } from "playwright-core";
 import { afterAll, afterEach, beforeAll, beforeEach, expect } from "vitest";
 
-import { launchChromium } from "./Chromium.js";
+import { launchChromium, waitTimeout } from "./Chromium.js";
 import { collectComplaints } from "./collectComplaints.js";
 import { ServerProcess } from "./ServerProcess.js";
 
@@ -38,6 +38,7 @@ export function setUpPage(viewport: { width: number; height: number }, use: (giv
 
     beforeEach(async () => {
         const context = await browser.newContext({ viewport });
+        context.setDefaultTimeout(waitTimeout);
         const page = await context.newPage();
         given = { server, page, complaints: [] };
         collectComplaints(page, given.complaints);
