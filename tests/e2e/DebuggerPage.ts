@@ -29,6 +29,8 @@ export class DebuggerPage {
     async open(): Promise<void> {
         await this.page.goto(this.#url);
         await this.page.locator('#status[data-state="attached"]').waitFor();
+        // Told by what the page asks first; the breakpoints, which it asks for with it, would untick boxes.
+        await this.page.locator("#engine-state").waitFor();
     }
 
     async showPanel(): Promise<void> {

@@ -11,8 +11,8 @@ import { connect, type AddressInfo, type Socket } from "node:net";
 import { pipeline, type Duplex } from "node:stream";
 
 export interface RelayOptions {
-    /** How long an upgrade to WebSocket waits before it is handed on, in milliseconds. */
-    readonly delayUpgrades?: number;
+    /** What an upgrade to WebSocket waits for before it is handed on. */
+    readonly delayUpgrades?: Promise<void>;
     /** Answers upgrades with 404 itself, as a proxy does that knows nothing of WebSocket. */
     readonly refuseUpgrades?: boolean;
 }
@@ -134,11 +134,11 @@ export class Relay {
             client.end("HTTP/1.1 404 Not Found\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
             return;
         }
-        setTimeout(() => {
+        void (this.#options.delayUpgrades ?? Promise.resolve()).then(() => {
             if (!client.destroyed) {
                 this.#connect(incoming, client, head);
             }
-        }, this.#options.delayUpgrades ?? 0);
+        });
     }
 
     #connect(incoming: IncomingMessage, client: Duplex, head: Buffer): void {

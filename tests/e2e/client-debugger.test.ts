@@ -424,19 +424,23 @@ describe.each<ApiVersion>(["r24a0", "r22a0"])("with %s", (apiVersion) => {
             await ended;
         });
 
+        /** Long enough to break into it on a slow machine. */
+        const seconds = "3";
+
         it.each([
             ["as long as it was to", 0],
             ["that is over by then, no more", 1],
         ])("lets a sleep sleep on %s", async (_what, isOverBy) => {
             const request = client.eval(
-                "import time\nbegin = time.monotonic()\nprint('asleep'); time.sleep(0.5)\n" +
-                    "print(time.monotonic() - begin >= 0.5)",
+                `import time\nbegin = time.monotonic()\nprint('asleep'); time.sleep(${seconds})\n` +
+                    `print(time.monotonic() - begin >= ${seconds})`,
                 { ...quiet, output: "stream" },
             );
             await printed(request, "asleep");
             await other.debugger.breakIn();
             expect(await stopped()).toMatchObject({ reason: "break", lineNumber: 3 });
-            const slept = async () => (await other.debugger.evaluate("time.monotonic() - begin >= 0.5")).text;
+            const slept = async () =>
+                (await other.debugger.evaluate(`time.monotonic() - begin >= ${seconds}`)).text;
             while (isOverBy === 1 && (await slept()) === "False\n");
             await other.debugger.resume();
             await printed(request, "True");

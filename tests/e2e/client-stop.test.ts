@@ -92,7 +92,9 @@ describe("an abort", () => {
         const request = client.eval(busy, { signal: AbortSignal.timeout(50) });
         const error = await abortionOf(request);
         expect(error.cause).toMatchObject({ name: "TimeoutError" });
-        expect(await error.cancelStatus).toBe("CANCEL_WHILE_RUNNING");
+        // It may not have begun.
+        expect(["CANCEL_BEFORE_RUNNING", "CANCEL_WHILE_RUNNING"]).toContain(await error.cancelStatus);
+        expect((await client.eval("1+1")).text).toBe("2\n");
     });
 
     it("stops its own request and no other", async () => {
@@ -113,9 +115,7 @@ describe("an abort", () => {
         const other = await connect(server.url.href);
         // The identifier is free for another session once the client is detached.
         await expect
-            .poll(() => other.attach({ requestID: "left-early" }).then(() => true, String), {
-                timeout: 30_000,
-            })
+            .poll(() => other.attach({ requestID: "left-early" }).then(() => true, String))
             .toBe(true);
         await other.disconnect();
     });

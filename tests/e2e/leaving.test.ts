@@ -6,7 +6,7 @@ import { afterAll, beforeAll, describe, expect, it } from "vitest";
 
 import { ServerProcess } from "./ServerProcess.js";
 
-/** A program in Node that has disconnected has nothing left to wait for. */
+/** A program in Node that has disconnected has nothing left to wait for; what there could be takes ten seconds. */
 
 const script = fileURLToPath(new URL("leave.mjs", import.meta.url));
 
@@ -22,7 +22,7 @@ afterAll(async () => {
 
 describe.each(["cometd", "faye"])("a program that uses %s", (library) => {
     it.each(["websocket", "long-polling"])(
-        "by %s ends within two seconds of its disconnect",
+        "by %s ends within five seconds of its disconnect",
         async (transport) => {
             const url = `${server.endpoint}?token=${server.token}`;
             const { stdout, stderr } = await promisify(execFile)(process.execPath, [
@@ -33,7 +33,7 @@ describe.each(["cometd", "faye"])("a program that uses %s", (library) => {
             ]);
             expect(stderr).toBe("");
             expect(stdout).toMatch(/^\d+\n$/);
-            expect(Date.now() - Number(stdout)).toBeLessThan(2000);
+            expect(Date.now() - Number(stdout)).toBeLessThan(5000);
         },
     );
 });

@@ -3,6 +3,7 @@ import { afterEach, beforeEach, describe, expect, it } from "vitest";
 import { connect, type Client, type Connection } from "yvm-client";
 
 import { DebuggerPage } from "./DebuggerPage.js";
+import { Gate } from "./Gate.js";
 import { screenshots, setUpPage, type Given } from "./setUpPage.js";
 
 /** The debugger of the web console: a real browser, the real server, the real engine. */
@@ -205,12 +206,15 @@ describe("by the keyboard alone", () => {
         await view.stoppedAt(4, { result: "0", value: "1", values: "[1, 2, 3]" });
         await step.and(page.locator(":focus")).waitFor();
         // While a command runs in the frame, a move waits: the second is not for the stop behind it.
-        await view.write("values[:] = [1]; import time; time.sleep(0.5)");
+        const gate = new Gate();
+        await view.write(`values[:] = [1]; ${gate.python}.read();`);
         await other.debugger.setBreakpoint({ type: "UNSUPPRESSED_OUTPUT" });
         const inner = await view.run();
         await page.keyboard.press("F8");
         await page.keyboard.press("F8");
+        await gate.open();
         await view.ended(inner);
+        gate.remove();
         await view.title.getByText("Stopped before a value is displayed").waitFor();
         await other.debugger.clearAllBreakpoints();
         await page.keyboard.press("F8");

@@ -120,9 +120,7 @@ describe("the panel of variables", () => {
         const value = page.locator(".variable-value");
         await value.getByText(/^\d+$/).waitFor();
         const first = Number(await value.textContent());
-        await expect
-            .poll(async () => Number(await value.textContent()), { timeout: 30_000 })
-            .toBeGreaterThan(first);
+        await expect.poll(async () => Number(await value.textContent())).toBeGreaterThan(first);
         await cell.getByRole("button", { name: "Stop" }).click();
         await ended(cell);
         await run("del counter");
@@ -295,8 +293,10 @@ describe("a command that clears the console", () => {
         await run("for i in range(60): print('earlier', i)");
         await run("import yvm\nprint('above')\nyvm.home()\nprint('at the top')");
         const top = page.locator(".stdout", { hasText: "at the top" });
-        const edge = (await page.locator("#scroller").boundingBox())?.y ?? NaN;
-        expect(Math.abs(((await top.boundingBox())?.y ?? NaN) - edge)).toBeLessThan(3);
+        const yOf = async (element: Locator) => (await element.boundingBox())?.y ?? NaN;
+        await expect
+            .poll(async () => Math.abs((await yOf(top)) - (await yOf(page.locator("#scroller")))))
+            .toBeLessThan(3);
         expect(await page.locator(".cell").count()).toBe(2);
     });
 });
@@ -309,7 +309,7 @@ describe("a figure", () => {
         const image = cell.locator("img");
         await image.waitFor();
         expect(await image.getAttribute("alt")).toContain("Figure");
-        expect(await image.boundingBox()).toMatchObject({ width: 640, height: 480 });
+        await expect.poll(() => image.boundingBox()).toMatchObject({ width: 640, height: 480 });
         expect(await image.getAttribute("src")).toMatch(/^data:image\/png;base64,/);
         const places = [
             cell.getByText("before", { exact: true }),
@@ -340,7 +340,7 @@ describe("a figure", () => {
         );
         const image = cell.locator("img");
         await image.waitFor();
-        expect(await image.boundingBox()).toMatchObject({ width: 90, height: 40 });
+        await expect.poll(() => image.boundingBox()).toMatchObject({ width: 90, height: 40 });
         expect(await cell.locator("svg, script").count()).toBe(0);
         expect(await page.title()).toBe("YVM console");
     });
@@ -400,7 +400,7 @@ describe("a displayed value", () => {
             "import yvm\nclass Table:\n    def __init__(self, n): self.n = n\n" +
                 "    def _repr_html_(self): return f'<table><tr><td>{self.n}</table>'\nfor n in range(230): yvm.display(Table(n))",
         );
-        expect(await cell.locator(".display").count()).toBe(200);
+        await expect.poll(() => cell.locator(".display").count()).toBe(200);
         expect(await cell.getByRole("cell").first().innerText()).toBe("30");
         expect(await cell.locator(".outputs > .note").innerText()).toBe("30 earlier outputs are not kept");
     });

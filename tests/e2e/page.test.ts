@@ -4,8 +4,9 @@ import { fileURLToPath } from "node:url";
 import type { Browser, Page } from "playwright-core";
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
-import { launchChromium } from "./Chromium.js";
+import { launchChromium, waitTimeout } from "./Chromium.js";
 import { collectComplaints } from "./collectComplaints.js";
+import { Gate } from "./Gate.js";
 import { ServerProcess } from "./ServerProcess.js";
 
 /** The web console in a real browser, served by the real server under its own policy. */
@@ -31,6 +32,7 @@ afterAll(async () => {
 beforeEach(async () => {
     complaints = [];
     const context = await browser.newContext({ viewport: { width: 900, height: 700 } });
+    context.setDefaultTimeout(waitTimeout);
     page = await context.newPage();
     collectComplaints(page, complaints);
 });
@@ -106,12 +108,15 @@ describe("the page", () => {
     it("shows text while the command runs, and that it runs", async () => {
         await open();
         const editor = page.locator("#command");
-        await editor.fill("import time\nprint('begun', flush=True)\ntime.sleep(1.2)");
+        const gate = new Gate();
+        await editor.fill(`import time\nprint('begun', flush=True)\ntime.sleep(1.2); ${gate.python}.read();`);
         await editor.press("Enter");
         const running = page.locator(".cell.running");
         await running.locator(".stdout", { hasText: "begun" }).waitFor();
         await running.locator(".progress").waitFor({ state: "visible" });
+        await gate.open();
         await page.locator(".cell:not(.running) .duration").waitFor();
+        gate.remove();
     });
 
     it("breaks lines on Shift+Enter, keeps the indentation, and finds earlier commands", async () => {

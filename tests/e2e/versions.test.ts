@@ -347,7 +347,7 @@ describe.each(versions)("with $apiVersion", (version) => {
         const before = await count();
         await client.print(id, "print()");
         expect(await count()).toBe(before + 1);
-        expect((await scrape(server))("commands_in_flight")).toBe(0);
+        await expect.poll(async () => (await scrape(server))("commands_in_flight")).toBe(0);
     });
 });
 
