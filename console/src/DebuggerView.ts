@@ -80,6 +80,8 @@ export class DebuggerView {
     /** Takes back what was asked of the stop that is shown. */
     #asked = new AbortController();
     #hiding: ReturnType<typeof setTimeout> | undefined;
+    /** The button of the stop that had the focus when that was hidden. */
+    #leftByFocus: HTMLButtonElement | undefined;
 
     /** @param section where all of it goes */
     constructor(section: HTMLElement, actions: DebuggerActions) {
@@ -224,12 +226,18 @@ export class DebuggerView {
 
     #showStop(isShown: boolean): void {
         const [gone, come] = isShown ? [this.#break, this.#stop] : [this.#stop, this.#break];
-        const hasFocus = gone.contains(document.activeElement);
+        const { activeElement } = document;
+        const hasFocus = gone.contains(activeElement);
         const isNew = come.hidden;
         come.hidden = false;
         gone.hidden = true;
-        if (hasFocus) {
-            (isShown ? this.#stop.querySelector("button") : this.#break)?.focus();
+        if (hasFocus && !isShown) {
+            this.#leftByFocus = activeElement?.closest("button") ?? undefined;
+            this.#break.focus();
+        } else if (hasFocus) {
+            // Who steps on by the keyboard is not to find another button, however long the step has taken.
+            const isThere = this.#leftByFocus?.isConnected === true;
+            (isThere ? this.#leftByFocus : this.#stop.querySelector("button"))?.focus();
         }
         if (!isShown) {
             this.#title.textContent = "";

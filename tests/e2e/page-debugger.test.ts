@@ -221,6 +221,24 @@ describe("by the keyboard alone", () => {
         await view.title.waitFor({ state: "hidden" });
     });
 
+    it("a step that takes long gives the place back to its button", async () => {
+        const gate = new Gate();
+        await view.write(`a = 1\n${gate.python}.read()\nb = 2`);
+        await view.lineNumber(2).click();
+        const cell = await view.run();
+        await view.frames.first().getByText(":2").waitFor();
+        const step = view.panel.getByRole("button", { name: "Step", exact: true });
+        await step.focus();
+        await page.keyboard.press("Enter");
+        await view.title.waitFor({ state: "hidden" });
+        await gate.open();
+        await view.frames.first().getByText(":3").waitFor();
+        await step.and(page.locator(":focus")).waitFor();
+        await page.keyboard.press("F8");
+        await view.ended(cell);
+        gate.remove();
+    });
+
     it("a frame that is selected and a breakpoint that is cleared keep the place", async () => {
         await view.write(sumUp);
         await view.lineNumber(2).click();
