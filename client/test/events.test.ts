@@ -3,6 +3,7 @@ import { beforeEach, describe, expect, it } from "vitest";
 import type { Client, Connection, EventSubscription } from "../src/node.js";
 import { failure } from "./failure.js";
 import type { FakeServer } from "./FakeServer.js";
+import { roundTrip } from "./roundTrip.js";
 import { setUpAttached } from "./setUpAttached.js";
 
 const prefix = "/yvm/c1";
@@ -43,14 +44,6 @@ async function freed(count: number): Promise<unknown[]> {
         server.published.filter(({ channel }) => channel === `${prefix}/disconnectEvent/request`);
     await server.until(() => found().length >= count);
     return found().map(({ data }) => data["requestIDtoDisconnect"]);
-}
-
-/** Waits until everything that was published before has arrived. */
-async function roundTrip(): Promise<void> {
-    const marker = client.eval("marker");
-    await server.until(() => server.published.some(({ data }) => data["requestID"] === marker.requestID));
-    server.push(`${prefix}/eval/response`, { requestID: marker.requestID });
-    await marker;
 }
 
 function untilConnected(): Promise<void> {
@@ -94,7 +87,7 @@ describe("a subscription", () => {
         ]);
         expect(await freed(1)).toEqual([identifier]);
         fire(identifier, progress);
-        await roundTrip();
+        await roundTrip(server, client);
         expect(await events.next()).toEqual({ done: true, value: undefined });
         await events.close();
         expect(await freed(1)).toHaveLength(1);
@@ -104,11 +97,11 @@ describe("a subscription", () => {
         for (let done = 0; done < 1500; done++) {
             fire(identifier, { ...progress, done });
         }
-        await roundTrip();
+        await roundTrip(server, client);
         expect(events.dropped).toBe(500);
         expect((await events.next()).value).toMatchObject({ done: 500 });
         fire(identifier, { ...progress, done: 1500 });
-        await roundTrip();
+        await roundTrip(server, client);
         expect(events.dropped).toBe(500);
         await events.close();
     });
@@ -147,7 +140,7 @@ describe("a subscription", () => {
         const again = client.events(progressName);
         await again.subscribed;
         await events.close();
-        await roundTrip();
+        await roundTrip(server, client);
         expect(server.published.filter(({ channel }) => channel.includes("disconnectEvent"))).toEqual([]);
     });
 
@@ -251,7 +244,7 @@ describe("the events of a run", () => {
         expect(seen).toEqual(["before", "figure", "after", "name? "]);
         expect(await freed(2)).toEqual([output, input]);
         fire(input, question);
-        await roundTrip();
+        await roundTrip(server, client);
         expect(seen).toHaveLength(4);
     });
 

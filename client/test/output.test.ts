@@ -3,8 +3,10 @@ import { getEventListeners } from "node:events";
 import { describe, expect, it } from "vitest";
 
 import type { Client, ClientOutput, Connection, TextChunk } from "../src/node.js";
+import { cutAndRestore } from "./cutAndRestore.js";
 import { failure } from "./failure.js";
 import type { FakeServer } from "./FakeServer.js";
+import { roundTrip } from "./roundTrip.js";
 import { setUpAttached } from "./setUpAttached.js";
 
 const sinks = "/yvm/c1/yvmSinks";
@@ -41,29 +43,6 @@ async function readAll(output: AsyncIterable<TextChunk>): Promise<string> {
         all += chunk.text;
     }
     return all;
-}
-
-/** Waits until everything that was published before has arrived. */
-async function roundTrip(): Promise<void> {
-    const marker = client.eval("marker");
-    await server.until(() => server.published.some(({ data }) => data["requestID"] === marker.requestID));
-    server.push("/yvm/c1/eval/response", { requestID: marker.requestID });
-    await marker;
-}
-
-/** Cuts the link, does something meanwhile, and waits until the link is up again. */
-async function cutAndRestore(meanwhile: () => void = () => undefined): Promise<void> {
-    const restored = new Promise<void>((resolve) => {
-        const listener = yvm.onStatus(({ state }) => {
-            if (state === "connected") {
-                listener.dispose();
-                resolve();
-            }
-        });
-    });
-    await server.cutSockets();
-    meanwhile();
-    await restored;
 }
 
 describe("the client's text", () => {
@@ -158,7 +137,7 @@ describe("the client's text", () => {
         for (let line = 0; line < 1000; line++) {
             text(0, `${line}\n`);
         }
-        await roundTrip();
+        await roundTrip(server, client);
         await client.detach();
         expect(await readAll(output)).toBe(Array.from({ length: 1000 }, (_, line) => `${line}\n`).join(""));
     });
@@ -169,7 +148,7 @@ describe("the client's text", () => {
         await output.installed;
         text(0, "a");
         text(0, "b");
-        await roundTrip();
+        await roundTrip(server, client);
         await output.close();
         expect((await Promise.all(reads)).map(({ value }) => value?.text)).toEqual(["a", "b", undefined]);
     });
@@ -188,7 +167,7 @@ describe("the client's text", () => {
         const output = client.output();
         await output.installed;
         text(0, "last");
-        await roundTrip();
+        await roundTrip(server, client);
         await yvm.disconnect();
         expect(await readAll(output)).toBe("last");
     });
@@ -201,7 +180,7 @@ describe("a signal", () => {
         await output.installed;
         controller.abort("enough");
         await expect(readAll(output)).rejects.toMatchObject({ name: "AbortedError", cause: "enough" });
-        await roundTrip();
+        await roundTrip(server, client);
         expect(asked()).toEqual([{}, reverted]);
     });
 
@@ -209,7 +188,7 @@ describe("a signal", () => {
         const output = client.output({ signal: AbortSignal.abort() });
         await expect(output.installed).rejects.toMatchObject({ name: "AbortedError" });
         await expect(readAll(output)).rejects.toMatchObject({ name: "AbortedError" });
-        await roundTrip();
+        await roundTrip(server, client);
         expect(asked()).toEqual([]);
     });
 
@@ -221,7 +200,7 @@ describe("a signal", () => {
         if (end === "the loop is left") {
             await output.close();
         } else {
-            await cutAndRestore();
+            await cutAndRestore(server, yvm);
         }
         expect(getEventListeners(signal, "abort")).toHaveLength(0);
     });
@@ -286,8 +265,8 @@ describe("a lost connection", () => {
         const output = client.output();
         await output.installed;
         text(0, "before");
-        await roundTrip();
-        await cutAndRestore();
+        await roundTrip(server, client);
+        await cutAndRestore(server, yvm);
         expect((await output.next()).value?.text).toBe("before");
         await expect(output.next()).rejects.toMatchObject({ name: "ConnectionError" });
     });
@@ -295,7 +274,7 @@ describe("a lost connection", () => {
     it("is followed by a revert that cannot install, when nobody reads any more", async () => {
         const output = client.output();
         await output.installed;
-        await cutAndRestore();
+        await cutAndRestore(server, yvm);
         await server.publishOn(`${sinks}/request`, 3);
         expect(asked()).toEqual([{}, {}, reverted]);
     });
@@ -314,7 +293,7 @@ describe("a lost connection", () => {
         await (
             await again
         ).installed;
-        await roundTrip();
+        await roundTrip(server, client);
         expect(asked()).toEqual([{}, {}]);
         text(0, "on");
         expect((await (await again).next()).value?.text).toBe("on");
@@ -323,11 +302,11 @@ describe("a lost connection", () => {
     it("with the session needs no revert", async () => {
         const output = client.output();
         await output.installed;
-        await cutAndRestore(() => {
+        await cutAndRestore(server, yvm, () => {
             server.forgetSessions();
         });
         await expect(readAll(output)).rejects.toMatchObject({ name: "ConnectionError" });
-        await roundTrip();
+        await roundTrip(server, client);
         expect(asked()).toEqual([{}]);
     });
 
@@ -422,11 +401,11 @@ describe("a request's text", () => {
         respond(request.requestID);
         expect((await request).text).toBe("during");
         print(request.requestID, "after");
-        await roundTrip();
+        await roundTrip(server, client);
         expect(late).toEqual([{ requestID: request.requestID, stream: 0, text: "after" }]);
         listener.dispose();
         print(request.requestID, "unheard");
-        await roundTrip();
+        await roundTrip(server, client);
         expect(late).toHaveLength(1);
     });
 });

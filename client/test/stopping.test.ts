@@ -3,8 +3,10 @@ import { getEventListeners, setMaxListeners } from "node:events";
 import { describe, expect, it } from "vitest";
 
 import { AbortedError, connect, type Client, type Connection } from "../src/node.js";
+import { cutAndRestore } from "./cutAndRestore.js";
 import { failure } from "./failure.js";
 import { FakeServer } from "./FakeServer.js";
+import { roundTrip } from "./roundTrip.js";
 import { setUpAttached } from "./setUpAttached.js";
 
 let server: FakeServer;
@@ -29,32 +31,6 @@ async function abortionOf(promise: PromiseLike<unknown>): Promise<AbortedError> 
 
 function publishedOn(channel: string): number {
     return server.published.filter((publish) => publish.channel === channel).length;
-}
-
-/** Waits until everything that was published before has arrived. */
-async function roundTrip(): Promise<void> {
-    const marker = client.eval("marker");
-    await server.until(() => server.published.some(({ data }) => data["requestID"] === marker.requestID));
-    server.push("/yvm/c1/eval/response", { requestID: marker.requestID });
-    await marker;
-}
-
-/** Cuts the link, does something meanwhile, and waits until the loss was noticed and the link is up again. */
-async function cutAndRestore(meanwhile: () => void = () => undefined): Promise<void> {
-    const seen: string[] = [];
-    const restored = new Promise<void>((resolve) => {
-        const listener = yvm.onStatus(({ state }) => {
-            seen.push(state);
-            if (state === "connected") {
-                listener.dispose();
-                resolve();
-            }
-        });
-    });
-    await server.cutSockets();
-    meanwhile();
-    await restored;
-    expect(seen).toEqual(["lost", "connected"]);
 }
 
 describe("cancel", () => {
@@ -175,14 +151,14 @@ describe("an aborted cancel, cancelGroup or interrupt", () => {
         controller.abort("enough");
         expect(await abortionOf(asked)).toMatchObject({ cause: "enough", cancelStatus: undefined });
         server.push(`/yvm/c1/${name}/response`, { requestID });
-        await roundTrip();
+        await roundTrip(server, client);
         expect(yvm.status.state).toBe("connected");
         expect(publishedOn("/yvm/c1/cancel/request")).toBe(name === "cancel" ? 1 : 0);
     });
 
     it.each(calls)("sends nothing if the signal was aborted before: %s", async (name, call) => {
         await abortionOf(call(AbortSignal.abort()));
-        await roundTrip();
+        await roundTrip(server, client);
         expect(publishedOn(`/yvm/c1/${name}/request`)).toBe(0);
     });
 
@@ -229,7 +205,7 @@ describe("an aborted eval or feval", () => {
         const error = await abortionOf(call(signal));
         expect(error.cause).toBe("too late");
         expect(error.cancelStatus).toBeUndefined();
-        await roundTrip();
+        await roundTrip(server, client);
         expect(publishedOn("/yvm/c1/cancel/request")).toBe(0);
         expect(publishedOn(`/yvm/c1/${name}/request`)).toBe(name === "eval" ? 1 : 0); // the marker
         expect(getEventListeners(signal, "abort")).toEqual([]);
@@ -258,7 +234,7 @@ describe("an aborted eval or feval", () => {
         await abortionOf(request);
         server.push("/yvm/c1/text/output", { requestID, stream: 0, text: "late" });
         server.push("/yvm/c1/eval/response", { requestID });
-        await roundTrip();
+        await roundTrip(server, client);
         expect(seen).toEqual([]);
         expect(yvm.status).toEqual({ state: "connected" });
     });
@@ -302,7 +278,7 @@ describe("an aborted eval or feval", () => {
         await expect(failed.done).rejects.toMatchObject({ identifier: "ZeroDivisionError" });
         expect(getEventListeners(signal, "abort")).toEqual([]);
         controller.abort();
-        await roundTrip();
+        await roundTrip(server, client);
         expect(publishedOn("/yvm/c1/cancel/request")).toBe(0);
     });
 
@@ -357,11 +333,12 @@ describe("an abort around a lost connection", () => {
         const { cancelStatus } = await abortionOf(request);
         await server.publishOn("/yvm/c1/cancel/request");
         const rejected = expect(cancelStatus).rejects.toMatchObject({ name: "ConnectionError" });
-        await cutAndRestore(() => {
+        const states = await cutAndRestore(server, yvm, () => {
             server.forgetSessions();
         });
+        expect(states).toEqual(["lost", "connected"]);
         await rejected;
-        await roundTrip();
+        await roundTrip(server, client);
         expect(publishedOn("/yvm/c1/cancel/request")).toBe(1);
     });
 
@@ -370,12 +347,12 @@ describe("an abort around a lost connection", () => {
         const request = client.eval("work", { signal: controller.signal });
         await server.publishOn("/yvm/c1/eval/request");
         const rejected = expect(request.done).rejects.toMatchObject({ name: "ConnectionError" });
-        const restored = cutAndRestore();
+        const restored = cutAndRestore(server, yvm);
         await rejected;
         controller.abort();
         expect(getEventListeners(controller.signal, "abort")).toEqual([]);
-        await restored;
-        await roundTrip();
+        expect(await restored).toEqual(["lost", "connected"]);
+        await roundTrip(server, client);
         expect(publishedOn("/yvm/c1/cancel/request")).toBe(0);
     });
 });
@@ -403,7 +380,7 @@ describe("an aborted attach", () => {
     it("sends nothing if the signal was aborted before", async () => {
         const error = await abortionOf(yvm.attach({ requestID: "c2", signal: AbortSignal.abort() }));
         expect(error.cancelStatus).toBeUndefined();
-        await roundTrip();
+        await roundTrip(server, client);
         expect(publishedOn("/yvm/attach/request")).toBe(1);
         await yvm.attach({ requestID: "c2" }); // the identifier is free
     });
@@ -413,7 +390,7 @@ describe("an aborted attach", () => {
         const other = await yvm.attach({ requestID: "c2", signal: controller.signal });
         expect(getEventListeners(controller.signal, "abort")).toEqual([]);
         controller.abort();
-        await roundTrip();
+        await roundTrip(server, client);
         expect(other.closed).toBeUndefined();
         expect(publishedOn("/yvm/detach/request")).toBe(0);
     });
@@ -434,7 +411,7 @@ describe("an aborted connect", () => {
     it("sends nothing if the signal was aborted before", async () => {
         const before = server.handshakes;
         await abortionOf(connect(server.url, { token: "secret", signal: AbortSignal.abort() }));
-        await roundTrip();
+        await roundTrip(server, client);
         expect(server.handshakes).toBe(before);
     });
 });

@@ -16,6 +16,7 @@ import {
     type YdaValue,
 } from "../src/node.js";
 import { FakeServer } from "./FakeServer.js";
+import { roundTrip } from "./roundTrip.js";
 import { rejection } from "./rejection.js";
 
 let server: FakeServer;
@@ -46,14 +47,6 @@ async function answer(channel: string, fields: Record<string, unknown> = {}) {
     const data = await server.publishOn(`/yvm/c1${channel}/request`, Math.max(before, 1));
     server.push(`/yvm/c1${channel}/response`, { requestID: data["requestID"], ...fields });
     return data;
-}
-
-/** Waits until everything that was published before has arrived. */
-async function roundTrip(client: Client | R22a0Client): Promise<void> {
-    const marker = client.eval("marker");
-    await server.until(() => server.published.some(({ data }) => data["requestID"] === marker.requestID));
-    server.push("/yvm/c1/eval/response", { requestID: marker.requestID });
-    await marker;
 }
 
 describe("the version", () => {
@@ -262,7 +255,7 @@ describe("r22a0", () => {
             client.cancel("1"),
             client.output().installed,
         ]);
-        await roundTrip(client);
+        await roundTrip(server, client);
         const channels = server.published.map(({ channel }) => channel);
         expect(channels).toEqual(["/yvm/attach/request", "/yvm/c1/eval/request"]);
         expect(server.subscribed).not.toContain("/yvm/sinks/response");
@@ -278,7 +271,7 @@ describe("r22a0", () => {
         expect(() => client.feval("f", [value])).toThrow(
             new UnsupportedError("r22a0", "integers beyond 2^53 in arguments"),
         );
-        await roundTrip(client);
+        await roundTrip(server, client);
         expect(publishedOn("/yvm/c1/feval/request")).toEqual([]);
     });
 
@@ -295,7 +288,7 @@ describe("r22a0", () => {
                 'records in arguments with a member "ywtype" that is no text, or names integers',
             ),
         );
-        await roundTrip(client);
+        await roundTrip(server, client);
         expect(publishedOn("/yvm/c1/feval/request")).toEqual([]);
     });
 
@@ -382,7 +375,7 @@ describe("the sinks that clients of r22a0 share", () => {
         const outputs = [client.output({ revert: false }), other.output({ revert: false })];
         await Promise.all(outputs.map((output) => output.installed));
         await outputs[0]?.close();
-        await roundTrip(client);
+        await roundTrip(server, client);
         expect(server.unsubscribed).toEqual([]);
         await outputs[1]?.close();
         await server.until(() => server.unsubscribed.length > 0);
@@ -399,7 +392,7 @@ describe("the sinks that clients of r22a0 share", () => {
         const outputs = [client.output({ revert: false }), other.output({ revert: false })];
         await Promise.all(outputs.map((output) => output.installed));
         await Promise.all(outputs.map((output) => output.close()));
-        await roundTrip(client);
+        await roundTrip(server, client);
         expect(server.unsubscribed).toEqual(["/yvm/sinks/response"]);
     });
 
@@ -456,7 +449,7 @@ describe("with r24a0, sinks that are not to be reverted", () => {
             }
         };
         await client.output({ revert: false }).close();
-        await roundTrip(client);
+        await roundTrip(server, client);
         expect(publishedOn(`${sinks}/request`)).toHaveLength(1);
         const [first, second] = [client.output(), client.output({ revert: false })];
         await first.close();
