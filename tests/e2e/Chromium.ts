@@ -12,6 +12,7 @@ export const waitTimeout = 60_000;
 export function launchChromium(): Promise<Browser> {
     return chromium.launch({
         executablePath: process.env["CHROMIUM"] ?? "/usr/bin/chromium",
+        timeout: waitTimeout,
         args: [
             "--no-sandbox",
             "--disable-gpu",
@@ -60,6 +61,7 @@ export class LibraryPage {
     /** Opens `url`, whose own content does not matter, and loads the libraries into it. */
     static async open(page: Page, url: string): Promise<LibraryPage> {
         const self = new LibraryPage(page);
+        page.setDefaultTimeout(waitTimeout);
         await page.exposeFunction("deliverToTest", (key: string, event: Publication) => {
             self.#drivers.get(key)?.onEvent(event);
         });

@@ -148,7 +148,7 @@ describe("a connection", () => {
         const { stdout } = await promisify(execFile)(
             process.execPath,
             ["--input-type=module", "--eval", script, server.url.href],
-            { cwd: fileURLToPath(new URL(".", import.meta.url)), timeout: 30_000 },
+            { cwd: fileURLToPath(new URL(".", import.meta.url)), timeout: 60_000 },
         );
         expect(stdout).toBe("2\n");
     });

@@ -4,7 +4,7 @@ import type { AddressInfo } from "node:net";
 import type { Browser, BrowserContext, Page } from "playwright-core";
 import { afterAll, afterEach, beforeAll, beforeEach, describe, expect, it } from "vitest";
 
-import { launchChromium, LibraryPage } from "./Chromium.js";
+import { launchChromium, LibraryPage, waitTimeout } from "./Chromium.js";
 import type { Transport } from "./Driver.js";
 import { poll } from "./poll.js";
 import { Relay } from "./Relay.js";
@@ -41,6 +41,7 @@ afterAll(async () => {
 
 beforeEach(async () => {
     context = await browser.newContext();
+    context.setDefaultTimeout(waitTimeout);
     page = await context.newPage();
 });
 

@@ -4,6 +4,7 @@ import type { Locator, Page } from "playwright-core";
 import { afterEach, beforeEach, describe, expect, it } from "vitest";
 import { connect, type Client, type Connection } from "yvm-client";
 
+import { waitTimeout } from "./Chromium.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { screenshots, setUpPage } from "./setUpPage.js";
 
@@ -11,6 +12,9 @@ import { screenshots, setUpPage } from "./setUpPage.js";
 
 /** Elements of a page that shows one output, however long; without output it has about 50. */
 const maxElements = 400;
+
+/** How long a hundred megabytes are waited for, in milliseconds: a bound on failure. */
+const longWait = 150_000;
 
 const distanceToEnd = "element.scrollHeight - element.scrollTop - element.clientHeight";
 
@@ -42,7 +46,7 @@ async function start(command: string): Promise<Locator> {
 }
 
 /** Runs a command to its end. */
-async function run(command: string, timeout = 30_000): Promise<Locator> {
+async function run(command: string, timeout = waitTimeout): Promise<Locator> {
     const cell = await start(command);
     await page
         .locator(".cell:not(.running)")
@@ -118,7 +122,7 @@ describe("long output", () => {
         // A page that is alive takes what is typed.
         await page.locator("#command").fill("typed meanwhile");
         const end = cell.locator(".window", { hasText: last });
-        await end.or(cell.locator(".failure")).first().waitFor({ timeout: 55_000 });
+        await end.or(cell.locator(".failure")).first().waitFor({ timeout: longWait });
         expect(await cell.locator(".failure").allTextContents()).toEqual([]);
         await end.waitFor();
         const found = await measured();
@@ -131,7 +135,7 @@ describe("long output", () => {
     it("of 20 MB in a single line is shown in parts, with its end", async () => {
         await measure();
         const begin = performance.now();
-        const cell = await run("print('x' * 20_000_000 + 'end')", 55_000);
+        const cell = await run("print('x' * 20_000_000 + 'end')", longWait);
         await cell.locator(".window", { hasText: "end" }).waitFor();
         const found = await measured();
         report("20 MB in one line", (performance.now() - begin) / 1000, found);
@@ -365,7 +369,7 @@ describe("the engine's output", () => {
         await other.eval("for i in range(1_000_000): print(f'{i:099}')", { output: "client" });
         await elsewhere()
             .locator(".window", { hasText: "0".repeat(93) + "999999" })
-            .waitFor();
+            .waitFor({ timeout: longWait });
         const found = await measured();
         report("100 MB of the engine's", (performance.now() - begin) / 1000, found);
         expect(found.elements).toBeLessThan(maxElements);

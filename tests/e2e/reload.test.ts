@@ -1,7 +1,7 @@
 import type { Browser, Page } from "playwright-core";
 import { afterAll, beforeAll, describe, expect, it } from "vitest";
 
-import { bundle, launchChromium } from "./Chromium.js";
+import { bundle, launchChromium, waitTimeout } from "./Chromium.js";
 import type { Transport } from "./Driver.js";
 import { ServerProcess } from "./ServerProcess.js";
 import { StockClient } from "./StockClient.js";
@@ -38,6 +38,7 @@ describe.each<Transport>(["websocket", "long-polling"])("over %s", (transport) =
     it("no text is lost between one load of a page and the next", async () => {
         const id = `page-${transport}`;
         const page = await browser.newPage();
+        page.setDefaultTimeout(waitTimeout);
         expect(await load(page, transport, id)).toBe(false);
         const command =
             "import time\nstopped = False\ncount = 0\n" +
