@@ -13,7 +13,7 @@
 namespace connector::test {
 
 /// How long a test waits for what must come; only a failing test ever waits so long.
-inline constexpr std::chrono::seconds deadline{10};
+inline constexpr std::chrono::seconds deadline{60};
 
 /// Gathers texts from callbacks. Safe from any thread; outlives the callbacks that use it.
 class Recorder {
