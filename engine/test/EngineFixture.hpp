@@ -31,7 +31,7 @@ using DequeueMode = RunOptions::DequeueMode;
 using Arrays = std::vector<Array>;
 
 /// Bounds a failure; nothing that works takes this long.
-inline constexpr std::chrono::seconds deadline{20};
+inline constexpr std::chrono::seconds deadline{60};
 
 /// What was written, in order, of both streams: shared by the two buffers of a command. Safe from any thread.
 class Transcript {

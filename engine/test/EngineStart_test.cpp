@@ -25,7 +25,7 @@ using cmddistributor::CmdDistributor;
 using cmddistributor::RuntimeException;
 using IDType = CmdDistributor::IDType;
 
-constexpr std::chrono::seconds deadline{20};
+constexpr std::chrono::seconds deadline{60};
 
 /// A folder that goes with the test.
 class TemporaryFolder {

@@ -73,7 +73,7 @@ class FakeGate final : public OutputGate {
     /// Until the command has been refused `count` times since it was last opened.
     void waitForRefusal(const IDType& command, int count = 1) {
         std::unique_lock lock(mutex_);
-        if (!refused_.wait_for(lock, std::chrono::seconds(20), [&] { return refusals_[command] >= count; })) {
+        if (!refused_.wait_for(lock, std::chrono::seconds(60), [&] { return refusals_[command] >= count; })) {
             throw std::runtime_error("the gate was not asked");
         }
     }

@@ -13,7 +13,7 @@ const std::string reap =
     "import os, select\n"
     "def reap(pid):\n"
     "    end = os.pidfd_open(pid)\n"
-    "    if not select.select([end], [], [], 20)[0]: os.kill(pid, 9)\n"
+    "    if not select.select([end], [], [], 60)[0]: os.kill(pid, 9)\n"
     "    os.close(end)\n"
     "    return os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])\n";
 
@@ -79,7 +79,7 @@ TEST_F(EngineTest, AChildThatUsesThreadsEndsWithItsOwnStatus) {
                    "    with ThreadPoolExecutor(2) as pool: total = sum(pool.map(abs, range(-3, 0)))\n"
                    "    t = threading.Thread(target=abs, args=(1,)); t.start(); t.join()\n"
                    "    sys.exit(total + 1)\n"
-                   "p = multiprocessing.get_context('fork').Process(target=work); p.start(); p.join(20)\n"
+                   "p = multiprocessing.get_context('fork').Process(target=work); p.start(); p.join(60)\n"
                    "if p.exitcode is None: p.kill(); p.join()\n"
                    "p.exitcode"),
               "7\n");
@@ -92,7 +92,7 @@ TEST_F(EngineTest, WorkersOfAPoolMayStartThreads) {
                    "    t = threading.Thread(target=lambda: result.append(x * x)); t.start(); t.join()\n"
                    "    return result[0]\n"
                    "with multiprocessing.get_context('fork').Pool(2) as pool:\n"
-                   "    print(pool.map_async(threaded, range(5)).get(20))"),
+                   "    print(pool.map_async(threaded, range(5)).get(60))"),
               "[0, 1, 4, 9, 16]\n");
 }
 
@@ -118,7 +118,7 @@ TEST_F(EngineTest, AChildThatIsTerminatedDoesNotTerminateTheServer) {
                    "ctx = multiprocessing.get_context('fork'); started = ctx.Event()\n"
                    "def linger(): started.set(); time.sleep(1000)\n"
                    "p = ctx.Process(target=linger); p.start()\n"
-                   "assert started.wait(20)\n"
+                   "assert started.wait(60)\n"
                    "p.terminate(); p.join(); p.exitcode"),
               "-15\n");
     char byte = 0;
@@ -128,7 +128,7 @@ TEST_F(EngineTest, AChildThatIsTerminatedDoesNotTerminateTheServer) {
 
 TEST_F(EngineTest, ASubprocessListensToSignals) {
     EXPECT_EQ(eval("import subprocess\n"
-                   "p = subprocess.Popen(['sleep', '1000']); p.terminate(); p.wait(20)"),
+                   "p = subprocess.Popen(['sleep', '1000']); p.terminate(); p.wait(60)"),
               "-15\n");
     EXPECT_EQ(eval("import os\nos.system('kill -TERM $$')"), "15\n");
     EXPECT_EQ(eval("subprocess.run(['echo', 'x'], capture_output=True).stdout"), "b'x\\n'\n");

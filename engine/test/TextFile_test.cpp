@@ -23,7 +23,7 @@ namespace {
 using Lines = TextFile::Lines;
 
 /// Bounds a failure; nothing that works takes this long.
-constexpr std::chrono::seconds deadline{20};
+constexpr std::chrono::seconds deadline{60};
 
 class TextFileTest : public ::testing::Test {
   protected:

@@ -44,7 +44,7 @@ FakeCmdDistributor::Command FakeCmdDistributor::lastCommand() const {
 
 bool FakeCmdDistributor::waitForCommands(std::size_t count) const {
     std::unique_lock lock(mutex_);
-    return submitted_.wait_for(lock, std::chrono::seconds(10), [&] { return commands_.size() >= count; });
+    return submitted_.wait_for(lock, std::chrono::seconds(60), [&] { return commands_.size() >= count; });
 }
 
 bool FakeCmdDistributor::isUnsettled(const IDType& id) const {

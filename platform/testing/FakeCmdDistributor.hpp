@@ -53,7 +53,7 @@ class FakeCmdDistributor final : public cmddistributor::CmdDistributor {
     std::vector<Command> commands() const;
     /// The last one; throws `std::out_of_range` when there is none.
     Command lastCommand() const;
-    /// Blocks until `count` commands have been submitted in all; false if that took more than 10 s.
+    /// Blocks until `count` commands have been submitted in all; false if that took more than a minute.
     [[nodiscard]] bool waitForCommands(std::size_t count) const;
     bool isUnsettled(const IDType& id) const;
 

@@ -74,7 +74,7 @@ class FakeMessageService final : public connector::message_service::MessageServi
     /// Waits until `count` publications on `channel` have been recorded and returns the last of
     /// these. Throws `std::runtime_error`, with what was published instead, when `deadline` passes.
     Publication waitForPublication(std::string_view channel, std::size_t count = 1,
-                                   std::chrono::milliseconds deadline = std::chrono::seconds(10)) const;
+                                   std::chrono::milliseconds deadline = std::chrono::seconds(60)) const;
 
     /// "subscribe CHANNEL", "unsubscribe CHANNEL", "onSubscribe CHANNEL", "endOnSubscribe CHANNEL",
     /// "onUnsubscribe CHANNEL" and "endOnUnsubscribe CHANNEL", in the order of events.

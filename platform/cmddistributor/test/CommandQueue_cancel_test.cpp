@@ -168,7 +168,7 @@ TEST_F(CommandQueueCancelTest, AContinuationOfTheAnswerRuns) {
                 [published = std::make_shared<std::promise<Status>>(std::move(published))](
                     const boost::shared_future<Status>& future) { published->set_value(future.get()); });
     queue->fail(id, stopped, true);
-    ASSERT_EQ(seen.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ASSERT_EQ(seen.wait_for(std::chrono::seconds(60)), std::future_status::ready);
     EXPECT_EQ(seen.get(), CmdDistributor::CANCEL_WHILE_RUNNING);
 }
 

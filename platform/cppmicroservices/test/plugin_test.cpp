@@ -214,8 +214,8 @@ TEST_F(Plugin, AConcurrentActivationWaitsForTheOneThatRuns) {
     });
     started.get_future().wait();
     leave.set_value();
-    ASSERT_EQ(first.wait_for(10s), std::future_status::ready);
-    ASSERT_EQ(second.wait_for(10s), std::future_status::ready);
+    ASSERT_EQ(first.wait_for(60s), std::future_status::ready);
+    ASSERT_EQ(second.wait_for(60s), std::future_status::ready);
     first.get();
     EXPECT_EQ(second.get(), 3U);
     EXPECT_EQ(journal_->lines().size(), 3U);

@@ -428,7 +428,7 @@ TEST_F(Listeners, RemovalWaitsForACallOnAnotherThread) {
     });
     removing.get_future().wait();
     leave.set_value();
-    ASSERT_EQ(removed.wait_for(10s), std::future_status::ready);
+    ASSERT_EQ(removed.wait_for(60s), std::future_status::ready);
     EXPECT_TRUE(removed.get());
     registrar.join();
 }
@@ -457,8 +457,8 @@ TEST_F(Listeners, RemovalFromWithinOneDoesNotWaitForTheOther) {
         "(which=2)");
     auto one = std::async(std::launch::async, [&] { registerEngine(1, {{"which", 1}}); });
     auto two = std::async(std::launch::async, [&] { registerEngine(2, {{"which", 2}}); });
-    ASSERT_EQ(one.wait_for(10s), std::future_status::ready);
-    ASSERT_EQ(two.wait_for(10s), std::future_status::ready);
+    ASSERT_EQ(one.wait_for(60s), std::future_status::ready);
+    ASSERT_EQ(two.wait_for(60s), std::future_status::ready);
 }
 
 TEST_F(Listeners, NoCallStartsOnceRemovalHasReturned) {

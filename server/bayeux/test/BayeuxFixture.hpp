@@ -25,9 +25,9 @@ class WorkQueue {
         changed_.notify_all();
     }
 
-    /// Runs what has been posted, until `done` holds. False when that takes more than ten seconds.
+    /// Runs what has been posted, until `done` holds. False when that takes more than a minute.
     bool runUntil(const std::function<bool()>& done) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (!done()) {
             std::unique_lock lock(mutex_);
             if (!changed_.wait_until(lock, deadline, [this] { return !work_.empty(); })) {
@@ -207,7 +207,7 @@ class FakeModule {
 
     bool waitForRequests(std::size_t count) {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return requests_.size() >= count; });
+        return changed_.wait_for(lock, std::chrono::seconds(60), [&] { return requests_.size() >= count; });
     }
 
   private:

@@ -381,7 +381,7 @@ TEST_F(BayeuxServerTest, HandsTheTextOfARequestOnAsItStands) {
                       "  { \"requestID\" : \"\\u0041\" , \"n\":1e999 }  \n"),
               R"([{"channel":"/yvm/one/eval/request","id":"7","successful":true}])");
     auto future = received.get_future();
-    ASSERT_EQ(future.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ASSERT_EQ(future.wait_for(std::chrono::seconds(60)), std::future_status::ready);
     EXPECT_EQ(future.get(), "{ \"requestID\" : \"\\u0041\" , \"n\":1e999 }");
 }
 

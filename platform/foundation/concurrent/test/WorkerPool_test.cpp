@@ -20,7 +20,7 @@ namespace {
 using namespace std::chrono_literals;
 
 /// Only for failures: nothing takes that long.
-constexpr auto deadline = 20s;
+constexpr auto deadline = 60s;
 
 /// A moment that one thread announces and another waits for.
 class Signal {

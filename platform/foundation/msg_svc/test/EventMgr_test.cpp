@@ -126,7 +126,7 @@ TEST_F(EventMgrTest, QueuedDeliveryRunsInOrderOnAThreadOfTheManager) {
         expected.push_back(events.back().get());
         manager_->deliver(events.back(), DeliveryMode::queued);
     }
-    ASSERT_EQ(all.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ASSERT_EQ(all.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
     EXPECT_EQ(received, expected);
     EXPECT_FALSE(onCaller);
 }
@@ -143,7 +143,7 @@ TEST_F(EventMgrTest, WhatIsQueuedIsStillDeliveredWhenTheManagerGoes) {
     event->addUserTags(std::vector<std::u16string>{u"end"});
     manager_->deliver(std::move(event), DeliveryMode::queued);
     manager_.reset();
-    ASSERT_EQ(last.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ASSERT_EQ(last.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
     EXPECT_EQ(calls, 11);
 }
 
@@ -157,7 +157,7 @@ TEST_F(EventMgrTest, AHandlerOnTheManagersThreadMayDropTheLastReference) {
     });
     manager_->deliver(std::make_shared<const sample::TextEvent>(), DeliveryMode::queued);
     own.set_value();
-    ASSERT_EQ(dropped.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ASSERT_EQ(dropped.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
     connection.reset();
 }
 
@@ -237,7 +237,7 @@ TEST_F(EventMgrTest, AHandlerThatQueuesAnEventIsThroughBeforeThatIsDelivered) {
         calls_.push_back("outer ends");
     });
     manager_->deliver(std::make_shared<const sample::TextEvent>(), DeliveryMode::queued);
-    ASSERT_EQ(last.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ASSERT_EQ(last.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
     EXPECT_THAT(calls_, ElementsAre("outer begins", "outer ends", "inner"));
 }
 

@@ -39,10 +39,10 @@ class Inbox {
         changed_.notify_all();
     }
 
-    /// Waits until `count` messages have come on `channel`; false when that took more than 10 s.
+    /// Waits until `count` messages have come on `channel`; false when that took more than a minute.
     [[nodiscard]] bool waitFor(const std::string& channel, std::size_t count) {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(10),
+        return changed_.wait_for(lock, std::chrono::seconds(60),
                                  [&] { return texts_[channel].size() >= count; });
     }
 

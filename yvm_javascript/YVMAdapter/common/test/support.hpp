@@ -42,10 +42,10 @@ std::string textThrownBy(Call call) {
     return {};
 }
 
-/// Waits until `condition` holds, for what cannot notify; false when that took more than 10 s.
+/// Waits until `condition` holds, for what cannot notify; false when that took more than a minute.
 template <typename Condition>
 [[nodiscard]] bool waitUntil(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;

@@ -457,7 +457,7 @@ class YVMSinkPublishTest : public YVMSinkTest {
         std::thread sender(send);
         publishing.get_future().wait();
         auto installed = std::async(std::launch::async, [this] { deliver(install); });
-        const auto status = installed.wait_for(std::chrono::seconds(30));
+        const auto status = installed.wait_for(std::chrono::seconds(60));
         released.set_value();
         EXPECT_EQ(status, std::future_status::ready);
         sender.join();
