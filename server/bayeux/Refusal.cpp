@@ -1,7 +1,5 @@
 #include "server/bayeux/Refusal.hpp"
 
-#include <algorithm>
-
 namespace server::bayeux {
 
 namespace {

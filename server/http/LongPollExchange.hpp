@@ -25,8 +25,6 @@ class LongPollExchange final : public bayeux::Connection {
     bool isStreaming() const override { return false; }
     bool isAuthenticated() const override { return isAuthenticated_; }
 
-    bool isAnswered() const { return isAnswered_; }
-
   private:
     void answer(unsigned status, std::string body);
 

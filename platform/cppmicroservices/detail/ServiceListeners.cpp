@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <optional>
 
 namespace cppmicroservices {
 namespace {

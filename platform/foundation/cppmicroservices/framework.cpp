@@ -2,7 +2,6 @@
 
 #include <mutex>
 #include <stdexcept>
-#include <utility>
 
 namespace foundation::cppmicroservices {
 namespace {

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
-#include <string_view>
 #include <unordered_set>
 
 namespace yvm::JSClient::r24a0 {

@@ -1,6 +1,5 @@
 #include "foundation/json/detail/text.hpp"
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 
