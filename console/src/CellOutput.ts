@@ -1,29 +1,22 @@
 import type { StructuredOutput, TextChunk } from "yvm-client";
 
+import { DisplayPart } from "./DisplayPart";
 import { formOf, textOf } from "./displayForm";
-import { displayView } from "./displayView";
 import { make } from "./dom";
 import { OutputView } from "./OutputView";
 
 /** More parts than these are not kept: each is an element of the page. */
 const maxParts = 200;
 
-/** A figure or a table. */
-interface Display {
-    readonly element: HTMLElement;
-    /** How many UTF-16 units it was made of. */
-    readonly length: number;
-}
-
-type Part = OutputView | Display;
+type Part = OutputView | DisplayPart;
 
 /** What a command printed and what it displayed, in its order. */
 export class CellOutput {
     readonly element = make("div", "outputs");
     readonly #note = make("p", "note");
     #parts: Part[] = [];
-    /** Parts with text that is not shown yet. */
-    readonly #pending = new Set<OutputView>();
+    /** Parts of which something is not shown yet. */
+    readonly #pending = new Set<Part>();
     #removed = 0;
 
     constructor() {
@@ -49,17 +42,20 @@ export class CellOutput {
         this.#pending.add(part);
     }
 
-    /** Shows a value behind what came before it. */
+    /** Takes a value in that goes behind what came before it; it is shown at the next `render`. */
     display(output: StructuredOutput): void {
-        const element = displayView(formOf(output));
-        if (element) {
+        const form = formOf(output);
+        const text = textOf(output.data);
+        if (form.kind !== "text") {
             const length = Object.values(output.data).reduce<number>(
                 (sum, content) => sum + (typeof content === "string" ? content.length : 0),
                 0,
             );
-            this.#add({ element, length });
+            const part = new DisplayPart(form, text, length);
+            this.#pending.add(part);
+            this.#add(part);
         } else {
-            this.append({ stream: 0, text: `${textOf(output.data)}\n` });
+            this.append({ stream: 0, text: `${text}\n` });
         }
     }
 
@@ -97,7 +93,7 @@ export class CellOutput {
     }
 
     /**
-     * Brings the page up to date with the text.
+     * Brings the page up to date, with one part at least. What is gone before its turn was never shown.
      *
      * @param deadline on the clock of `performance.now()`; what is not done by then waits for the next call
      * @returns whether all is done
@@ -106,6 +102,9 @@ export class CellOutput {
         for (const part of this.#pending) {
             if (part.render(deadline)) {
                 this.#pending.delete(part);
+            }
+            if (performance.now() >= deadline) {
+                break;
             }
         }
         return this.#pending.size === 0;
@@ -134,9 +133,7 @@ export class CellOutput {
         }
         for (const part of this.#parts.splice(0, count)) {
             part.element.remove();
-            if (part instanceof OutputView) {
-                this.#pending.delete(part);
-            }
+            this.#pending.delete(part);
             this.#removed += part.length > 0 ? 1 : 0;
         }
         this.#note.textContent = `${this.#removed.toLocaleString("en")} earlier outputs are not kept`;

@@ -405,6 +405,34 @@ describe("a displayed value", () => {
         expect(await cell.locator(".outputs > .note").innerText()).toBe("30 earlier outputs are not kept");
     });
 
+    it("that is gone before its turn is never made", async () => {
+        // No frame is shown while the command runs, and every table that comes to the page is noted.
+        await page.evaluate(`(() => {
+            const show = window.requestAnimationFrame.bind(window);
+            const held = [];
+            window.requestAnimationFrame = (render) => held.push(render);
+            window.showFrames = () => {
+                window.requestAnimationFrame = show;
+                held.forEach((render) => show(render));
+            };
+            window.tables = [];
+            new MutationObserver((records) => {
+                for (const { addedNodes } of records) {
+                    window.tables.push(...[...addedNodes].filter((node) => node.matches?.(".display")).map((node) => node.textContent));
+                }
+            }).observe(document, { childList: true, subtree: true });
+        })()`);
+        const cell = await run(
+            "import yvm\nclass Table:\n    def __init__(self, n): self.n = n\n" +
+                "    def _repr_html_(self): return f'<table><tr><td>{self.n}</table>'\nfor n in range(230): yvm.display(Table(n))",
+        );
+        await page.evaluate("window.showFrames()");
+        await cell.getByRole("cell", { name: "229", exact: true }).waitFor();
+        expect(await page.evaluate("window.tables")).toEqual(
+            Array.from({ length: 200 }, (_, n) => String(n + 30)),
+        );
+    });
+
     it("whose HTML shows nothing is shown as text", async () => {
         const cell = await run(
             "class Empty:\n    def _repr_html_(self): return '<script>1</script>'\n    def __repr__(self): return 'nothing'\nEmpty()",
