@@ -15,11 +15,13 @@ namespace server::testing {
 
 /// A plain WebSocket client. Every wait is bounded: a test fails rather than hang.
 class WebSocketClient {
+    static constexpr std::chrono::seconds kDeadline{60};
+
   public:
     explicit WebSocketClient(std::uint16_t port, const std::string& target = "/bayeux",
                              std::map<std::string, std::string> headers = {})
         : socket_(context_) {
-        boost::beast::get_lowest_layer(socket_).expires_after(std::chrono::seconds(10));
+        boost::beast::get_lowest_layer(socket_).expires_after(kDeadline);
         boost::beast::error_code error;
         boost::beast::get_lowest_layer(socket_).async_connect(
             boost::asio::ip::tcp::endpoint(boost::asio::ip::address_v4::loopback(), port),
@@ -40,6 +42,8 @@ class WebSocketClient {
 
     void send(const std::string& frame) {
         boost::beast::error_code error;
+        // Each operation its own time: what came before it may be long ago.
+        boost::beast::get_lowest_layer(socket_).expires_after(kDeadline);
         socket_.async_write(boost::asio::buffer(frame),
                             [&](boost::beast::error_code e, std::size_t) { error = e; });
         run();
@@ -50,7 +54,7 @@ class WebSocketClient {
     std::string receive() {
         boost::beast::flat_buffer buffer;
         boost::beast::error_code error;
-        boost::beast::get_lowest_layer(socket_).expires_after(std::chrono::seconds(10));
+        boost::beast::get_lowest_layer(socket_).expires_after(kDeadline);
         socket_.async_read(buffer, [&](boost::beast::error_code e, std::size_t) { error = e; });
         run();
         if (error) {
