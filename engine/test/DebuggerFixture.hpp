@@ -116,10 +116,12 @@ class DebuggerTest : public EngineTest {
         return submission;
     }
 
-    /// A module of that name in the working folder.
+    /// A module of that name in the working folder, which has not been imported.
     static std::u16string writeModule(const std::string& name, const std::string& source) {
         const auto path = std::filesystem::current_path() / (name + ".py");
         std::ofstream(path) << source;
+        // Python would overlook a file as young as its last look at the folder.
+        eval("import importlib, sys\nimportlib.invalidate_caches()\nsys.modules.pop('" + name + "', None);");
         return fl::i18n::to_ustring(path.string());
     }
 

@@ -1,5 +1,7 @@
 #include "engine/test/EventRecorder.hpp"
 
+#include "ylutil/prompt/PromptEvent.hpp"
+
 #include <algorithm>
 #include <utility>
 
@@ -41,12 +43,28 @@ void EventNotes::waitFor(const std::string& note, std::size_t times) const {
     ASSERT_TRUE(found) << "no \"" << note << "\" in: " << textLocked();
 }
 
+void EventNotes::waitForText(const std::string& part) const {
+    std::unique_lock lock(mutex_);
+    const bool found =
+        changed_.wait_for(lock, deadline, [&] { return textLocked().find(part) != std::string::npos; });
+    ASSERT_TRUE(found) << "no \"" << part << "\" in: " << textLocked();
+}
+
 std::string EventNotes::textLocked() const {
     std::string text;
     for (const auto& note : notes_) {
         text += (text.empty() ? "" : " ") + note;
     }
     return text;
+}
+
+void waitUntilIdle() {
+    using ylutil::prompt::PromptEvent;
+    const EventRecorder<PromptEvent> prompts(
+        [](const PromptEvent& event) { return std::string(toString(event.state())); });
+    EngineTest::eval("1;");
+    // An idle before it may be that of the command before.
+    prompts->waitForText("busy idle");
 }
 
 }  // namespace yvm::engine::test

@@ -25,6 +25,8 @@ class EventNotes {
     void waitForCount(std::size_t count) const;
     /// Waits until `note` has come as often as said. Fails the test at the deadline.
     void waitFor(const std::string& note, std::size_t times = 1) const;
+    /// Waits until `text()` contains `part`. Fails the test at the deadline.
+    void waitForText(const std::string& part) const;
 
   private:
     std::string textLocked() const;
@@ -62,5 +64,8 @@ class EventRecorder {
     const std::shared_ptr<EventNotes> notes_ = std::make_shared<EventNotes>();
     std::unique_ptr<foundation::msg_svc::eventmgr::Connection> connection_;
 };
+
+/// Waits until the engine rests: a command is answered before the event that tells of the idle prompt.
+void waitUntilIdle();
 
 }  // namespace yvm::engine::test

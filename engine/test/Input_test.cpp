@@ -192,6 +192,7 @@ TEST_F(InputTest, QueriesRunWhileACommandWaitsForInputAndCommandsForThePromptDoN
 
 TEST_F(InputTest, ThePromptIsPausedWhileACommandWaitsForInput) {
     using ylutil::prompt::PromptEvent;
+    waitUntilIdle();
     const EventRecorder<PromptEvent> prompts(
         [](const PromptEvent& event) { return std::string(toString(event.state())); });
     const Answerer answerer([](const std::string&) { return "x"; });

@@ -19,13 +19,7 @@ std::string stateOf(const PromptEvent& event) {
     return std::string(toString(event.state()));
 }
 
-/// Waits until the engine rests, so that what a test before caused is over.
-void waitUntilIdle() {
-    const EventRecorder<PromptEvent> prompts(stateOf);
-    EngineTest::eval("1;");
-    prompts->waitFor("idle");
-}
-
+/// Begins when what a test before caused is over.
 class PromptTest : public EngineTest {
   public:
     void SetUp() override {
