@@ -160,22 +160,30 @@ Engine::~Engine() {
     stop(std::chrono::seconds(5));
 }
 
-void Engine::stop(std::chrono::milliseconds bound) {
+void Engine::endWaits() {
+    parts_.thread.endWaits();
+}
+
+bool Engine::stop(std::chrono::milliseconds bound) {
     const std::lock_guard lock(parts_.stopMutex);
+    const auto hasEndedBy = [this](EngineThread::Clock::time_point time) {
+        return parts_.hasEnded.wait_until(time) == std::future_status::ready;
+    };
     if (parts_.stopped.exchange(true)) {
-        return;
+        return hasEndedBy(EngineThread::Clock::now());
     }
     const auto deadline = EngineThread::Clock::now() + bound;
     Factory::setCurrentLocalYVM({});
     parts_.thread.queue()->close();
     parts_.thread.requestStop();
     parts_.thread.output().gate().stop();
+    bool hasEnded = false;
     do {
         parts_.thread.interruptAll();
-    } while (parts_.hasEnded.wait_until(std::min(deadline, EngineThread::Clock::now() + interruptAgain)) !=
-                 std::future_status::ready &&
-             EngineThread::Clock::now() < deadline);
+        hasEnded = hasEndedBy(std::min(deadline, EngineThread::Clock::now() + interruptAgain));
+    } while (!hasEnded && EngineThread::Clock::now() < deadline);
     parts_.thread.output().releaseDescriptors();
+    return hasEnded;
 }
 
 std::uint64_t Engine::getIdentifier() const {

@@ -78,11 +78,16 @@ class Engine final : public YVM {
     /// Stops, if nobody has. See `stop`.
     ~Engine() override;
 
+    /// For a caller whose clients say no more, ahead of `stop`: from now on nobody answers a request for a
+    /// line, which raises EOFError, and a command that stops in the debugger or pauses without end is
+    /// interrupted. All others run as before. Idempotent.
+    void endWaits();
+
     /// Refuses new commands, fails those that wait, interrupts the one that runs, and waits for at most
     /// `bound` until the engine's thread is at rest. Functions that the user registered with `atexit` run
-    /// within it. What does not end within the bound is left alone, its command unanswered. Idempotent. Not
-    /// to be called on the engine's own thread.
-    void stop(std::chrono::milliseconds bound);
+    /// within it. What does not end within the bound is left alone, its command unanswered. Returns whether
+    /// all has ended. Idempotent. Not to be called on the engine's own thread.
+    bool stop(std::chrono::milliseconds bound);
 
     std::uint64_t getIdentifier() const override;
     /// Null after `stop`.

@@ -135,6 +135,12 @@ void EngineThread::startPython(const std::optional<std::filesystem::path>& venv,
     output_.synchroniseDefaults();
 }
 
+void EngineThread::endWaits() {
+    unattended_ = true;
+    inputs_.close();
+    wake();
+}
+
 void EngineThread::requestStop() {
     stopping_ = true;
     wake();
@@ -160,6 +166,12 @@ void EngineThread::breakInDebugger() {
     if (stack_.requestBreak()) {
         requestPreemption();
         wake();
+    }
+}
+
+void EngineThread::interruptIfUnattended() {
+    if (unattended_ && !stack_.isEmpty()) {
+        stack_.interrupt(stack_.innermost().id());
     }
 }
 
@@ -193,7 +205,13 @@ void EngineThread::pause(double seconds) {
             stack_.innermost().output().synchroniseAll();
         }
         const Prompt::Stay stay(prompt_, Prompt::State::paused);
-        serve(Moment::Pause, deadline);
+        if (deadline) {
+            serve(Moment::Pause, deadline);
+        } else {
+            serveUntil(Moment::Pause, deadline,
+                       [&] { return unattended_ || isOver(Moment::Pause, deadline); });
+            interruptIfUnattended();
+        }
     }
     raiseDueInterrupt();
 }
@@ -220,7 +238,9 @@ InputRequests::Answer EngineThread::askForLine(const std::u16string& prompt, boo
         }
     }
     if (!answer) {
-        raiseDueInterrupt();
+        if (isEngineThread()) {
+            raiseDueInterrupt();
+        }
         raiseEndOfInput("the engine stops");
     }
     return *answer;
@@ -228,7 +248,7 @@ InputRequests::Answer EngineThread::askForLine(const std::u16string& prompt, boo
 
 std::optional<InputRequests::Answer> EngineThread::serveUntilAnswered(const InputRequests::Wait& wait) {
     serveUntil(Moment::Input, std::nullopt,
-               [&] { return stopping_ || stack_.isInterruptRequested() || wait.answer(); });
+               [&] { return stopping_ || unattended_ || stack_.isInterruptRequested() || wait.answer(); });
     return wait.answer();
 }
 
@@ -388,8 +408,12 @@ void EngineThread::serveDebugPrompt(const DebugPrompt& prompt) {
     });
     const Prompt::Stay stay(prompt_, Prompt::State::debug);
     serveUntil(Moment::DebugPrompt, std::nullopt, [&] {
-        return stopping_ || prompt.action() != DebugPrompt::Action::Stay || command.isInterruptRequested();
+        return stopping_ || unattended_ || prompt.action() != DebugPrompt::Action::Stay ||
+               command.isInterruptRequested();
     });
+    if (prompt.action() == DebugPrompt::Action::Stay) {
+        interruptIfUnattended();
+    }
 }
 
 bool EngineThread::isEngineThread() const noexcept {

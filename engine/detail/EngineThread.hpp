@@ -56,6 +56,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
              const std::optional<std::filesystem::path>& startupFile, std::promise<void>& ready,
              std::promise<void>& ended);
 
+    /// See `Engine::endWaits`. Any thread.
+    void endWaits();
     /// Ends `run` after the command that runs. Any thread.
     void requestStop();
     /// Interrupts every command that runs. Any thread.
@@ -130,6 +132,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     Outcome runInPython(Command& command);
     /// The answer to a request that was fired, empty when something else ended the wait. Without the GIL.
     std::optional<InputRequests::Answer> serveUntilAnswered(const InputRequests::Wait& wait);
+    /// If nobody is left to end the wait of the innermost command.
+    void interruptIfUnattended();
     /// Carries out what clients want of breakpoints, and stops the innermost command if somebody breaks into
     /// it. Without the GIL.
     void serveDebugger();
@@ -155,6 +159,8 @@ class EngineThread final : public cmddistributor::EngineSignals, public OutputHo
     /// Whether somebody has released the semaphore, or is about to.
     std::atomic<bool> wakeRequested_{false};
     std::atomic<bool> stopping_{false};
+    /// Whether nobody is left who could answer a command, resume or interrupt it.
+    std::atomic<bool> unattended_{false};
 };
 
 }  // namespace yvm::engine

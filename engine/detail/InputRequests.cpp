@@ -25,11 +25,11 @@ std::optional<InputRequests::Answer> InputRequests::Wait::answer() const {
     return requests_.entries_.at(number_).answer;
 }
 
-InputRequests::Answer InputRequests::Wait::awaitAnswer() const {
+std::optional<InputRequests::Answer> InputRequests::Wait::awaitAnswer() const {
     std::unique_lock lock(requests_.mutex_);
     const Entry& entry = requests_.entries_.at(number_);
-    requests_.changed_.wait(lock, [&entry] { return entry.answer.has_value(); });
-    return *entry.answer;
+    requests_.changed_.wait(lock, [&] { return entry.answer || requests_.closed_; });
+    return entry.answer;
 }
 
 void InputRequests::answer(const std::string& id, Answer answer) {
@@ -48,6 +48,14 @@ void InputRequests::answer(const std::string& id, Answer answer) {
     }
     changed_.notify_all();
     answered_();
+}
+
+void InputRequests::close() {
+    {
+        const std::lock_guard lock(mutex_);
+        closed_ = true;
+    }
+    changed_.notify_all();
 }
 
 std::vector<InputRequests::Request> InputRequests::open() const {

@@ -39,8 +39,8 @@ class InputRequests {
         const std::string& id() const noexcept { return id_; }
         /// Empty while there is none.
         std::optional<Answer> answer() const;
-        /// Blocks until there is one.
-        Answer awaitAnswer() const;
+        /// Blocks until there is one. Empty when none will come, since `close` was called.
+        std::optional<Answer> awaitAnswer() const;
 
       private:
         InputRequests& requests_;
@@ -50,6 +50,9 @@ class InputRequests {
 
     /// Throws `std::invalid_argument` when no such request waits for an answer.
     void answer(const std::string& id, Answer answer);
+
+    /// Nobody will answer any more: ends all waits, also those that begin later.
+    void close();
 
     /// Those that wait for an answer, the oldest first.
     std::vector<Request> open() const;
@@ -65,6 +68,7 @@ class InputRequests {
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     // Guarded by mutex_.
+    bool closed_ = false;
     std::uint64_t last_ = 0;
     std::map<std::uint64_t, Entry> entries_;
 };

@@ -255,6 +255,47 @@ TEST_F(EngineStart, StopLeavesAStopInTheDebuggerAndAnswersBreakpointsThatComeToo
     });
 }
 
+TEST_F(EngineStart, WithTheWaitsEndedNoCommandWaitsForAClientAndTheOthersRun) {
+    inOwnProcess([&] {
+        const auto engine = Engine::start(withConsole());
+        const std::u16string tag = u"services::prompt::InputRequestEvent";
+        std::promise<void> asked;
+        const auto connection = engine->getEventMgr()->subscribe(
+            [&asked](const foundation::msg_svc::eventmgr::BaseEvent&) { asked.set_value(); }, &tag, &tag + 1);
+        auto waiting = submit(*engine, "input()");
+        expect(asked.get_future().wait_for(deadline) == std::future_status::ready, "it asks");
+        auto later = submit(*engine, "breakpoint()");
+        auto endless = submit(*engine, "import yvm; yvm.pause(float('inf'))");
+        auto brief = submit(*engine, "yvm.pause(0.01); print('paused')");
+        engine->endWaits();
+        expect(waiting.get() == "EOFError", "the wait for a line ends");
+        expect(later.get() == "yvm.Interrupt", "a stop in the debugger ends");
+        expect(endless.get() == "yvm.Interrupt", "a pause without end ends");
+        expect(brief.get().empty() && console().ends_with("paused\n"), "a pause with an end comes to it");
+        expect(engine->stop(deadline), "the engine ends");
+    });
+}
+
+TEST_F(EngineStart, WithTheWaitsEndedTheRequestOfAThreadEndsToo) {
+    inOwnProcess([&] {
+        const auto engine = Engine::start(withConsole());
+        const std::u16string tag = u"services::prompt::InputRequestEvent";
+        std::promise<void> asked;
+        const auto connection = engine->getEventMgr()->subscribe(
+            [&asked](const foundation::msg_svc::eventmgr::BaseEvent&) { asked.set_value(); }, &tag, &tag + 1);
+        auto joining = submit(*engine,
+                              "import threading\n"
+                              "def ask():\n"
+                              "    try: input()\n"
+                              "    except EOFError as error: print(error)\n"
+                              "thread = threading.Thread(target=ask); thread.start(); thread.join()");
+        expect(asked.get_future().wait_for(deadline) == std::future_status::ready, "it asks");
+        engine->endWaits();
+        expect(joining.get().empty() && console() == "the engine stops\n", "the thread is told");
+        engine->stop(deadline);
+    });
+}
+
 TEST_F(EngineStart, StopGivesUpAtItsBoundOnWhatCannotBeInterrupted) {
     inOwnProcess([&] {
         const auto engine = Engine::start(withConsole());
@@ -266,7 +307,7 @@ TEST_F(EngineStart, StopGivesUpAtItsBoundOnWhatCannotBeInterrupted) {
         while (console() != "runs\n") {
             std::this_thread::yield();
         }
-        engine->stop(std::chrono::milliseconds(50));
+        expect(!engine->stop(std::chrono::milliseconds(50)), "it tells so");
         expect(running.wait_for(std::chrono::seconds(0)) != std::future_status::ready,
                "it is left unanswered");
     });

@@ -135,10 +135,15 @@ std::string Application::address() const {
            (options_.token ? "?token=" + percentEncoded(*options_.token) : "");
 }
 
-void Application::stop(std::chrono::milliseconds bound, const std::function<void()>& stopEngine) {
+void Application::stopAccepting() {
     server_->stopAccepting();
-    server_->waitForAnswers(bound);
-    stopEngine();
+}
+
+bool Application::waitForAnswers(std::chrono::milliseconds bound) const {
+    return server_->waitForAnswers(bound);
+}
+
+void Application::stop() {
     server_->stop(kGoodbye);
 }
 

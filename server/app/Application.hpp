@@ -11,7 +11,6 @@
 #include "yvm/YVM.hpp"
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -21,7 +20,8 @@ namespace server::app {
 /// in front of them.
 ///
 /// Life: constructed (everything but the engine stands, the port is bound), `start` with the engine,
-/// `stop`. One per process at a time, since plug-ins reach broker and framework through the process.
+/// `stopAccepting`, `waitForAnswers`, `stop`. One per process at a time, since plug-ins reach broker and
+/// framework through the process.
 class Application {
   public:
     /// Throws `std::runtime_error` with one line: a plug-in or folder that is missing or broken, a port
@@ -43,9 +43,12 @@ class Application {
     /// "http://<host>:<port>/", with "?token=...", percent-encoded, where one is asked for.
     std::string address() const;
 
-    /// Takes no more requests, waits for those under way for at most `bound`, calls `stopEngine`, and
-    /// says goodbye to the clients.
-    void stop(std::chrono::milliseconds bound, const std::function<void()>& stopEngine);
+    /// Takes no more requests.
+    void stopAccepting();
+    /// Waits until all that were taken are answered. False when that takes longer than `bound`.
+    bool waitForAnswers(std::chrono::milliseconds bound) const;
+    /// Says goodbye to the clients. When the engine has stopped.
+    void stop();
 
   private:
     /// Broker, framework and thread pool, which plug-ins reach through the process: installed and taken

@@ -66,8 +66,8 @@ void writeConsole(std::string_view text, bool error) {
     Console::instance().write(text, error);
 }
 
-void writeError(const std::exception& error) {
-    writeConsole(std::string("yvm-connector: ") + error.what() + "\n", true);
+void writeError(const std::string& text) {
+    writeConsole("yvm-connector: " + text + "\n", true);
 }
 
 void waitForSignal(boost::asio::io_context& context, boost::asio::signal_set& signals) {
@@ -75,6 +75,19 @@ void waitForSignal(boost::asio::io_context& context, boost::asio::signal_set& si
     context.run();
     // A second signal ends the process at once.
     signals.clear();
+}
+
+/// What is in flight may end by itself first. Says so where something has to be broken off.
+void stop(server::app::Application& application, yvm::engine::Engine& engine, std::chrono::seconds bound) {
+    application.stopAccepting();
+    engine.endWaits();
+    if (!application.waitForAnswers(bound)) {
+        writeError("commands go on after " + std::to_string(bound.count()) + " s, and are interrupted");
+    }
+    if (!engine.stop(kEngineStop)) {
+        writeError("a command goes on though it was interrupted, and is left unanswered");
+    }
+    application.stop();
 }
 
 void run(const server::app::Options& options) {
@@ -102,7 +115,7 @@ void run(const server::app::Options& options) {
     writeConsole("yvm-connector: listening on " + application.address() + "\n", false);
 
     waitForSignal(context, signals);
-    application.stop(options.shutdownTimeout, [&] { engine->stop(kEngineStop); });
+    stop(application, *engine, options.shutdownTimeout);
 }
 
 }  // namespace
@@ -118,10 +131,10 @@ int main(int argc, char** argv) {
         writeConsole(help.what(), false);
         return 0;
     } catch (const server::app::OptionError& error) {
-        writeError(error);
+        writeError(error.what());
         return kBadOptions;
     } catch (const std::exception& error) {
-        writeError(error);
+        writeError(error.what());
         return 1;
     }
 }

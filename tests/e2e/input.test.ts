@@ -109,11 +109,30 @@ describe("a request for input", () => {
         await client.stock.disconnect();
     });
 
-    it("does not keep the server from its end", async () => {
+    it("does not keep the server from its end, that of a thread neither", async () => {
         const ending = await ServerProcess.start();
         const client = await EventReader.attached(ending, INPUT);
-        void client.eval("input('the last')", OWN_TEXT);
+        const answers = [
+            client.eval("input('the last')", OWN_TEXT),
+            client.eval(
+                [
+                    "import threading",
+                    "def ask():",
+                    "    try: input()",
+                    "    except EOFError as error: print(error)",
+                    "thread = threading.Thread(target=ask); thread.start(); thread.join()",
+                ].join("\n"),
+                OWN_TEXT,
+            ),
+        ];
         await client.event("input");
-        expect((await ending.stop()).code).toBe(0);
+        const ended = ending.stop();
+        expect(await answers[0]).toMatchObject({
+            error: { identifier: "EOFError", message: "the engine stops" },
+        });
+        expect((await answers[1])?.["error"]).toBeUndefined();
+        expect(client.trace).toContain("the engine stops\n");
+        // It would say so had it waited in vain.
+        expect(await ended).toMatchObject({ code: 0, stderr: "" });
     });
 });

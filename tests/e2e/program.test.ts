@@ -5,8 +5,9 @@ import { join } from "node:path";
 
 import { afterAll, beforeAll, describe, expect, it } from "vitest";
 
+import { EventReader } from "./EventReader.js";
 import { consoleFolder, runToEnd, ServerProcess, type Ended } from "./ServerProcess.js";
-import { StockClient } from "./StockClient.js";
+import { StockClient, type Data } from "./StockClient.js";
 
 /** The program from outside: how it starts, what it says when it can't, and how it ends. */
 
@@ -97,8 +98,45 @@ describe("the program", () => {
         });
         await client.event(({ channel }) => channel === "/yvm/busy/text/output");
         server.kill("SIGTERM");
-        expect(await server.ended).toMatchObject({ code: 0, signal: null });
+        expect(await server.ended).toMatchObject({
+            code: 0,
+            signal: null,
+            stderr: "yvm-connector: commands go on after 1 s, and are interrupted\n",
+        });
         await client.disconnect();
+    });
+
+    it.each(["breakpoint()", "import yvm; yvm.pause(float('inf'))"])(
+        "interrupts on SIGTERM what only a client could let go on: %s",
+        async (command) => {
+            const server = await ServerProcess.start();
+            const client = await EventReader.attached(server, { prompt: "ylutil::prompt::PromptEvent" });
+            const answer = client.eval(command, {});
+            await client.stock.event(({ data }) =>
+                ["debug", "paused"].includes((data["eventData"] as Data | undefined)?.["state"] as string),
+            );
+            const ended = server.stop();
+            expect(await answer).toMatchObject({ error: { identifier: "yvm.Interrupt" } });
+            // It would say so had it waited in vain.
+            expect(await ended).toMatchObject({ code: 0, stderr: "" });
+        },
+    );
+
+    it("tells on SIGTERM of a command that cannot be interrupted", async () => {
+        const server = await ServerProcess.start("--shutdown-timeout", "0");
+        const client = await StockClient.attached(server, "busy");
+        await client.publish("/yvm/busy/eval/request", {
+            requestID: "stuck",
+            command: "import itertools\nprint('running')\nsum(itertools.count())",
+            runOptions: { useNullOutSink: false },
+        });
+        await client.event(({ channel }) => channel === "/yvm/busy/text/output");
+        expect(await server.stop()).toMatchObject({
+            code: 0,
+            stderr:
+                "yvm-connector: commands go on after 0 s, and are interrupted\n" +
+                "yvm-connector: a command goes on though it was interrupted, and is left unanswered\n",
+        });
     });
 
     it("ends with 0 on SIGTERM while a program writes that outlived its command", async () => {

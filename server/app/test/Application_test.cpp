@@ -105,7 +105,12 @@ TEST_F(ApplicationTest, AStopLetsACommandEndAndItsAnswerOut) {
     attach(client);
     client.send(evalOf(client, "work"));
     started.get_future().wait();
-    std::thread stopper([&] { application.stop(std::chrono::seconds(60), [&] { engine->stop(); }); });
+    std::thread stopper([&] {
+        application.stopAccepting();
+        EXPECT_TRUE(application.waitForAnswers(std::chrono::seconds(60)));
+        engine->stop();
+        application.stop();
+    });
     // What comes now is refused, which tells that the stop is under way.
     std::string received;
     do {
