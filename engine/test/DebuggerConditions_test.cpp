@@ -22,6 +22,7 @@ class DebuggerConditionsTest : public DebuggerTest {
 
 TEST_F(DebuggerConditionsTest, AFileThatIsNoRegularOneIsRefusedAndNotRead) {
     const auto pipe = (std::filesystem::current_path() / "pipe.py").string();
+    std::filesystem::remove(pipe);
     ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
     for (const std::string& file : {pipe, std::string("/dev/zero"), std::string("/")}) {
         EXPECT_EQ(set(LineBreakpoint(fl::i18n::to_ustring(file), Location(1))), "no regular file: " + file);
