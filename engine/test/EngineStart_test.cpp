@@ -242,7 +242,7 @@ TEST_F(EngineStart, StopLeavesAStopInTheDebuggerAndAnswersBreakpointsThatComeToo
         engine->stop(deadline);
         expect(running.get() == "yvm.Interrupt", "the stopped command is interrupted");
         std::promise<std::string> refused;
-        debugger->clearAllBreakpoints<void>([&refused](boost::shared_future<void> outcome) {
+        debugger->clearAllBreakpoints<void>([&refused](const boost::shared_future<void>& outcome) {
             try {
                 outcome.get();
                 refused.set_value("done");
