@@ -73,8 +73,8 @@ std::string Metrics::text(const Gauges& gauges) const {
     }
     text.family(
         "yvm_connector_output_waits_total", "counter",
-        "How often text of the engine was held back, since a session read too slowly or text waited to be "
-        "published.");
+        "How often a writer of text was told to wait, since a session read too slowly or text waited to be "
+        "published; one that waits asks again.");
     text.sample({}, gauges.outputWaits);
     text.family("process_resident_memory_bytes", "gauge", "Resident memory of the process, engine included.");
     text.sample({}, gauges.residentBytes);

@@ -26,9 +26,8 @@ namespace server::output {
 /// - Client-wide text may wait for a timer before it is published, without a limit. So what was written since
 ///   the sinks last published counts too. If nobody publishes any more, that is found out by a short wait.
 /// - A reader that has held up a writer for `maxWait` is given up, and holds nobody any more. Nobody tells
-/// when a
-///   writer stops waiting, as one that is interrupted does: so shortly before, all are told to ask again, and
-///   the reader is given up only if one does.
+///   when a writer stops waiting, as one that is interrupted does: so shortly before, all are told to ask
+///   again, and the reader is given up only if one does.
 ///
 /// Safe from any thread. Its mutex comes after that of a queue, and before nothing but the engine's leaf.
 class TextGate final : public yvm::OutputGate, public std::enable_shared_from_this<TextGate> {
@@ -66,7 +65,8 @@ class TextGate final : public yvm::OutputGate, public std::enable_shared_from_th
     /// The client-wide sinks have published all that was written to them.
     void published() noexcept;
 
-    /// How often a writer had to wait, for a reader or for a publication.
+    /// How often a writer was refused, for a reader or for a publication. One that waits is refused each time
+    /// that it asks.
     std::uint64_t waits() const noexcept { return waits_; }
 
   private:
