@@ -354,8 +354,8 @@ TEST_F(Plugin, ExportsOnlyWhatTheFrameworkLooksUpAndWhatItsBuildNames) {
     const std::unique_ptr<FILE, decltype(&::pclose)> pipe(::popen(command.c_str(), "r"), &::pclose);
     ASSERT_NE(pipe, nullptr);
     std::string output;
-    for (std::array<char, 4096> buffer{};
-         const auto read = std::fread(buffer.data(), 1, buffer.size(), pipe.get());) {
+    std::array<char, 4096> buffer{};
+    while (const auto read = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) {
         output.append(buffer.data(), read);
     }
     std::istringstream lines(output);

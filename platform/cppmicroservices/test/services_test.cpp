@@ -383,8 +383,8 @@ TEST_F(Listeners, RemovingAnEmptyMovedOutOrForgottenTokenDoesNothing) {
     EXPECT_EQ(heard.types.size(), 1U);
     const auto id = movedTo.id();
     context_.RemoveListener(std::move(movedTo));
-    EXPECT_FALSE(movedTo);
-    context_.RemoveListener(std::move(movedTo));
+    EXPECT_FALSE(movedTo);                        // NOLINT(bugprone-use-after-move): the case under test
+    context_.RemoveListener(std::move(movedTo));  // NOLINT(bugprone-use-after-move)
     context_.RemoveListener(ListenerToken(id));
     registerEngine(2);
     EXPECT_EQ(heard.types.size(), 1U);
