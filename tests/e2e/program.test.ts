@@ -29,6 +29,20 @@ function expectOneLine({ code, stdout, stderr }: Ended, text: RegExp): void {
     expect(code).toBeGreaterThan(0);
 }
 
+const endless = "print('running')\nwhile True: pass";
+
+/** A client whose command has printed something, and is not answered yet. */
+async function clientThatRuns(server: ServerProcess, command: string): Promise<StockClient> {
+    const client = await StockClient.attached(server, "busy");
+    await client.publish("/yvm/busy/eval/request", {
+        requestID: "under way",
+        command,
+        runOptions: { useNullOutSink: false },
+    });
+    await client.event(({ channel }) => channel === "/yvm/busy/text/output");
+    return client;
+}
+
 describe("the program refuses", () => {
     it("a port that is in use", async () => {
         const occupant = createServer();
@@ -90,13 +104,7 @@ describe("the program", () => {
 
     it("ends with 0 on SIGTERM while a command runs", async () => {
         const server = await ServerProcess.start("--shutdown-timeout", "1");
-        const client = await StockClient.attached(server, "busy");
-        await client.publish("/yvm/busy/eval/request", {
-            requestID: "endless",
-            command: "print('running')\nwhile True: pass",
-            runOptions: { useNullOutSink: false },
-        });
-        await client.event(({ channel }) => channel === "/yvm/busy/text/output");
+        const client = await clientThatRuns(server, endless);
         server.kill("SIGTERM");
         expect(await server.ended).toMatchObject({
             code: 0,
@@ -124,19 +132,17 @@ describe("the program", () => {
 
     it("tells on SIGTERM of a command that cannot be interrupted", async () => {
         const server = await ServerProcess.start("--shutdown-timeout", "0");
-        const client = await StockClient.attached(server, "busy");
-        await client.publish("/yvm/busy/eval/request", {
-            requestID: "stuck",
-            command: "import itertools\nprint('running')\nsum(itertools.count())",
-            runOptions: { useNullOutSink: false },
-        });
-        await client.event(({ channel }) => channel === "/yvm/busy/text/output");
+        const client = await clientThatRuns(
+            server,
+            "import signal\nsignal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())\n" + endless,
+        );
         expect(await server.stop()).toMatchObject({
             code: 0,
             stderr:
                 "yvm-connector: commands go on after 0 s, and are interrupted\n" +
                 "yvm-connector: a command goes on though it was interrupted, and is left unanswered\n",
         });
+        await client.disconnect();
     });
 
     it("ends with 0 on SIGTERM while a program writes that outlived its command", async () => {
@@ -155,13 +161,7 @@ describe("the program", () => {
 
     it("ends at once on a second signal", async () => {
         const server = await ServerProcess.start("--shutdown-timeout", "600");
-        const client = await StockClient.attached(server, "busy");
-        await client.publish("/yvm/busy/eval/request", {
-            requestID: "endless",
-            command: "print('running')\nwhile True: pass",
-            runOptions: { useNullOutSink: false },
-        });
-        await client.event(({ channel }) => channel === "/yvm/busy/text/output");
+        const client = await clientThatRuns(server, endless);
         server.kill("SIGTERM");
         // What comes now is refused, which tells that the stop is under way.
         while ((await client.publish("/yvm/busy/variable/request", { requestID: "late" })).successful);
