@@ -205,11 +205,8 @@ void EngineThread::pause(double seconds) {
             stack_.innermost().output().synchroniseAll();
         }
         const Prompt::Stay stay(prompt_, Prompt::State::paused);
-        if (deadline) {
-            serve(Moment::Pause, deadline);
-        } else {
-            serveUntil(Moment::Pause, deadline,
-                       [&] { return unattended_ || isOver(Moment::Pause, deadline); });
+        serve(Moment::Pause, deadline);
+        if (!deadline) {
             interruptIfUnattended();
         }
     }
@@ -455,8 +452,11 @@ bool EngineThread::isOver(Moment moment, const Deadline& deadline) const {
     if (stopping_) {
         return true;
     }
-    return moment == Moment::Pause &&
-           ((deadline && Clock::now() >= *deadline) || stack_.isInterruptRequested());
+    if (moment != Moment::Pause) {
+        return false;
+    }
+    const bool isPast = deadline ? Clock::now() >= *deadline : unattended_.load();
+    return isPast || stack_.isInterruptRequested();
 }
 
 void EngineThread::waitForWork(Deadline deadline) {

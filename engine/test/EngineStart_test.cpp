@@ -46,6 +46,23 @@ class TemporaryFolder {
     std::filesystem::path path;
 };
 
+/// Answers nothing, and waits for the one request for a line that comes while it lives.
+class Asked {
+  public:
+    explicit Asked(Engine& engine)
+        : connection_(engine.getEventMgr()->subscribe(
+              [this](const foundation::msg_svc::eventmgr::BaseEvent&) { asked_.set_value(); }, &tag_,
+              &tag_ + 1)) {}
+
+    /// Blocks until it has come; false at the deadline.
+    bool inTime() { return asked_.get_future().wait_for(deadline) == std::future_status::ready; }
+
+  private:
+    const std::u16string tag_ = u"services::prompt::InputRequestEvent";
+    std::promise<void> asked_;
+    const std::unique_ptr<foundation::msg_svc::eventmgr::Connection> connection_;
+};
+
 /// A process can start one engine, so each test starts its own in a process of its own.
 class EngineStart : public ::testing::Test {
   protected:
@@ -258,12 +275,9 @@ TEST_F(EngineStart, StopLeavesAStopInTheDebuggerAndAnswersBreakpointsThatComeToo
 TEST_F(EngineStart, WithTheWaitsEndedNoCommandWaitsForAClientAndTheOthersRun) {
     inOwnProcess([&] {
         const auto engine = Engine::start(withConsole());
-        const std::u16string tag = u"services::prompt::InputRequestEvent";
-        std::promise<void> asked;
-        const auto connection = engine->getEventMgr()->subscribe(
-            [&asked](const foundation::msg_svc::eventmgr::BaseEvent&) { asked.set_value(); }, &tag, &tag + 1);
+        Asked asked(*engine);
         auto waiting = submit(*engine, "input()");
-        expect(asked.get_future().wait_for(deadline) == std::future_status::ready, "it asks");
+        expect(asked.inTime(), "it asks");
         auto later = submit(*engine, "breakpoint()");
         auto endless = submit(*engine, "import yvm; yvm.pause(float('inf'))");
         auto brief = submit(*engine, "yvm.pause(0.01); print('paused')");
@@ -279,17 +293,14 @@ TEST_F(EngineStart, WithTheWaitsEndedNoCommandWaitsForAClientAndTheOthersRun) {
 TEST_F(EngineStart, WithTheWaitsEndedTheRequestOfAThreadEndsToo) {
     inOwnProcess([&] {
         const auto engine = Engine::start(withConsole());
-        const std::u16string tag = u"services::prompt::InputRequestEvent";
-        std::promise<void> asked;
-        const auto connection = engine->getEventMgr()->subscribe(
-            [&asked](const foundation::msg_svc::eventmgr::BaseEvent&) { asked.set_value(); }, &tag, &tag + 1);
+        Asked asked(*engine);
         auto joining = submit(*engine,
                               "import threading\n"
                               "def ask():\n"
                               "    try: input()\n"
                               "    except EOFError as error: print(error)\n"
                               "thread = threading.Thread(target=ask); thread.start(); thread.join()");
-        expect(asked.get_future().wait_for(deadline) == std::future_status::ready, "it asks");
+        expect(asked.inTime(), "it asks");
         engine->endWaits();
         expect(joining.get().empty() && console() == "the engine stops\n", "the thread is told");
         engine->stop(deadline);
